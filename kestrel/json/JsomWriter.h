@@ -1,0 +1,63 @@
+// Writes a JSON text straight to an output stream, value by value, without a tree: every byte of
+// the output document comes from here. The layout is exact: readers of the document, and tests,
+// compare it byte for byte.
+//
+// The writer checks only the order of the calls. A call in the wrong place prints one line on
+// standard error (the text, the state as a raw byte, a line feed), writes nothing to the stream and
+// changes nothing; later calls go on normally. Errors of the stream are not looked at here: whoever
+// owns the stream checks it at the end.
+//
+// `raw` means: the bytes need no escaping and are written as they are. A null string is written as
+// null, without quotes. Lengths are bytes. Nothing is written after the last bracket, no line feed
+// either. One thread at a time.
+#pragma once
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+
+namespace kestrel {
+
+class JsomWriter {
+ public:
+  // Borrows the stream, which must outlive the writer; it is never closed here.
+  explicit JsomWriter(std::ostream* out);
+  JsomWriter(const JsomWriter&) = delete;
+  JsomWriter& operator=(const JsomWriter&) = delete;
+  virtual ~JsomWriter();  // calls end()
+
+  void appendNull();
+  void appendBoolean(bool value);
+  void appendString(const char* s, int length, bool raw);
+  void appendString(const std::string& s, bool raw);
+  void appendLong(long long value);
+  void appendUnsignedLong(unsigned long long value);
+  void appendInt(int value);
+  void appendUnsignedInt(unsigned int value);
+  // The bytes are written as they are: they must be valid JSON.
+  void appendJsonValue(const char* text, int length);
+  // At most `precision` fraction digits, zeros at the end removed; 0 gives six digits, not trimmed.
+  // Beyond 1e16 the exponent notation is used whatever the precision. Text over 255 bytes is cut.
+  void appendDouble(long double value, int precision);
+  void startObject();
+  void startArray();
+
+  void appendLabel(const char* label, int length, bool raw);
+  void appendLabel(const char* label, bool raw);
+
+  void endObject();
+  void endArray();
+  // Finishes the document whatever is open (a label without a value gets null) and flushes the
+  // stream. The writer is at the top level again and can be used for another document.
+  void end();
+
+  // Raw output: counts the bytes for the line length, but neither checks nor changes the state.
+  void write(const char* bytes, int length);
+  void writeChar(char byte);
+  void flush();
+
+  // False: compact. True: one space of indentation a level. To be set before the first value.
+  bool whitespace = false;
+};
+
+}  // namespace kestrel
