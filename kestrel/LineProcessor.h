@@ -1,0 +1,37 @@
+// Assembles a byte stream into lines. A line ends at a line feed; carriage returns are dropped
+// wherever they stand; there is no limit on a line's length.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "kestrel/CharProcessor.h"
+
+namespace kestrel {
+
+class LineProcessor : public CharProcessor {
+ public:
+  void processChar(char c) override;
+  // Delivers a last line without line feed. Later characters and a second end of data are ignored
+  // until reset().
+  void processEOF() override;
+  // Ends the stream without delivering anything; the message is ignored here.
+  void processError(const char* message) override;
+  void reset() override;
+  // The line without its line feed, borrowed for the call.
+  virtual void processLine(const std::string& line) = 0;
+
+ protected:
+  // Lines delivered so far; while processLine runs, the number of its line, from 1.
+  std::uint32_t getLineCount() const { return lineCount_; }
+
+ private:
+  std::uint32_t finished_ = 0;
+  std::uint32_t lineCount_ = 0;
+  // Characters since the last delivered line, dropped carriage returns included: data that ends in
+  // a lone carriage return delivers one more, empty line. Sticks at its maximum.
+  std::int32_t pending_ = 0;
+  std::string line_;
+};
+
+}  // namespace kestrel

@@ -1,0 +1,99 @@
+#include "kestrel/Lock.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <new>
+#include <pthread.h>
+#include <sys/time.h>
+
+namespace kestrel {
+
+namespace {
+
+void report(int result, const char* message) {
+  if (result != 0) {
+    errno = result;
+    perror(message);
+  }
+}
+
+constexpr long NANOSECONDS_PER_SECOND = 1000000000;
+
+timespec timeAfter(int milliseconds) {
+  timeval now{};
+  gettimeofday(&now, nullptr);
+  timespec end{};
+  end.tv_sec = now.tv_sec + milliseconds / 1000;
+  end.tv_nsec = (milliseconds % 1000) * 1000000L + static_cast<long>(now.tv_usec) * 1000L;
+  if (end.tv_nsec >= NANOSECONDS_PER_SECOND) {
+    end.tv_sec += 1;
+    end.tv_nsec -= NANOSECONDS_PER_SECOND;
+  }
+  return end;
+}
+
+}  // namespace
+
+struct Lock::Block {
+  pthread_mutex_t mutex;
+  pthread_cond_t condition;
+};
+
+Lock::Lock() : block_(new (std::nothrow) Block) {
+  if (block_ != nullptr) {
+    report(pthread_mutex_init(&block_->mutex, nullptr), "pthread_mutex_init() error");
+    report(pthread_cond_init(&block_->condition, nullptr), "pthread_cond_init() error");
+  }
+}
+
+Lock::~Lock() {
+  if (block_ != nullptr) {
+    pthread_cond_destroy(&block_->condition);
+    pthread_mutex_destroy(&block_->mutex);
+    delete block_;
+  }
+}
+
+void Lock::lock() NO_THREAD_SAFETY_ANALYSIS {
+  if (block_ != nullptr) {
+    report(pthread_mutex_lock(&block_->mutex), "pthread_mutex_lock() error");
+  }
+}
+
+void Lock::unlock() NO_THREAD_SAFETY_ANALYSIS {
+  if (block_ != nullptr) {
+    report(pthread_mutex_unlock(&block_->mutex), "pthread_mutex_unlock() error");
+  }
+}
+
+void Lock::wait() {
+  if (block_ != nullptr) {
+    report(pthread_cond_wait(&block_->condition, &block_->mutex), "pthread_cond_wait() error");
+  }
+}
+
+void Lock::wait(int milliseconds) {
+  if (block_ == nullptr) {
+    return;
+  }
+  const timespec end = timeAfter(milliseconds < 0 ? 0 : milliseconds);
+  const int result = pthread_cond_timedwait(&block_->condition, &block_->mutex, &end);
+  if (result != ETIMEDOUT) {
+    report(result, "pthread_cond_timedwait() error");
+  }
+}
+
+void Lock::notify() {
+  if (block_ != nullptr) {
+    report(pthread_cond_signal(&block_->condition), "pthread_cond_signal() error");
+  }
+}
+
+void Lock::notifyAll() {
+  if (block_ != nullptr) {
+    report(pthread_cond_broadcast(&block_->condition), "pthread_cond_broadcast() error");
+  }
+}
+
+}  // namespace kestrel

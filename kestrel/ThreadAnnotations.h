@@ -1,0 +1,19 @@
+// Names for clang's thread-safety attributes (-Wthread-safety); they mean nothing to other
+// compilers.
+#pragma once
+
+#if defined(__clang__)
+#define KESTREL_THREAD_ATTRIBUTE(x) __attribute__((x))
+#else
+#define KESTREL_THREAD_ATTRIBUTE(x)
+#endif
+
+#define CAPABILITY(x) KESTREL_THREAD_ATTRIBUTE(capability(x))
+#define SCOPED_CAPABILITY KESTREL_THREAD_ATTRIBUTE(scoped_lockable)
+#define GUARDED_BY(x) KESTREL_THREAD_ATTRIBUTE(guarded_by(x))
+#define PT_GUARDED_BY(x) KESTREL_THREAD_ATTRIBUTE(pt_guarded_by(x))
+#define REQUIRES(...) KESTREL_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
+#define ACQUIRE(...) KESTREL_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
+#define RELEASE(...) KESTREL_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
+#define EXCLUDES(...) KESTREL_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
+#define NO_THREAD_SAFETY_ANALYSIS KESTREL_THREAD_ATTRIBUTE(no_thread_safety_analysis)

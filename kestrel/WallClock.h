@@ -1,0 +1,29 @@
+// Wall-clock time in seconds since the epoch, as a double. Any thread.
+#pragma once
+
+#include <string>
+
+namespace kestrel {
+
+// Seconds that getNow() adds to every reading; 0 at first. Logged when it changes.
+void setFakeTimeOffset(double offset);
+double getFakeTimeOffset();
+
+double getNow();
+
+// When the system was started, found once; 0 when that cannot be told, which is not tried again
+// (kept so).
+double getSystemStartTime();
+
+// Writes date, time and milliseconds in UTC, "01/01/70 00:00:00.500" in the "C" locale; `buffer`
+// holds at least 80 bytes. Returns the number of characters. The milliseconds are not padded with
+// zeros (kept so: 5 ms read ".5") and carry the sign of a negative time. A time outside 32 bits of
+// seconds counts as the nearest that fits, with no milliseconds; not-a-number counts as 0.
+int timeToString(double time, char* buffer);
+void timeToString(double time, std::string& out);
+
+// Reads another file than /proc/uptime and forgets the start time found so far. `path` is borrowed;
+// null goes back to /proc/uptime.
+void setUptimePathForTest(const char* path);
+
+}  // namespace kestrel

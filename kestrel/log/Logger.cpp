@@ -1,0 +1,274 @@
+#include "kestrel/log/Logger.h"
+
+#include <cstdio>
+#include <map>
+#include <optional>
+#include <utility>
+
+#include "kestrel/json/JSOM.h"
+#include "kestrel/log/LogAdapter.h"
+#include "kestrel/log/LogAdapterStore.h"
+#include "kestrel/log/LogStamp.h"
+
+namespace kestrel {
+
+namespace {
+
+constexpr std::size_t MESSAGE_SIZE = 2048;
+
+bool isPresent(const JSOM& value) {
+  return value.isNull() || value.isBoolean() || value.isNumber() || value.isString() ||
+         value.isArray() || value.isObject();
+}
+
+const LogLevel& levelIn(const JSOM& value) {
+  return LogLevel::valueOf(value.stringValue(JSOM::EMPTY_STRING));
+}
+
+bool isKnown(const LogLevel& level) {
+  return level.getValue() != LogLevel::LVL_UNKNOWN->getValue();
+}
+
+}  // namespace
+
+// Lives until the process ends: detached threads may log while it does. Nesting: registry, then
+// levels.
+struct Logger::Shared {
+  Lock registryLock;
+  std::map<std::string, std::unique_ptr<Logger>> loggers GUARDED_BY(registryLock);
+
+  Lock levelLock;  // also guards the level of each logger
+  std::optional<LogLevel> defaultLevel GUARDED_BY(levelLock);
+  std::optional<LogLevel> masterLevel GUARDED_BY(levelLock);
+
+  Lock adapterLock;
+  std::shared_ptr<LogAdapter> adapter GUARDED_BY(adapterLock);
+};
+
+std::atomic<int> Logger::masterValue_{0};
+std::atomic<bool> Logger::bufferingEnabled_{true};
+
+Logger::Shared& Logger::_shared() {
+  static Shared* const shared = new Shared();
+  return *shared;
+}
+
+Logger::Logger(const std::string& name) : name_(name), level_(*LogLevel::LVL_INFO) {
+  Shared& shared = _shared();
+  const ScopedLock guard(shared.levelLock);
+  if (!shared.defaultLevel) {
+    shared.defaultLevel = *LogLevel::LVL_INFO;
+  }
+  if (!shared.masterLevel) {
+    shared.masterLevel = *LogLevel::LVL_ALL;
+    masterValue_ = LogLevel::LVL_ALL->getValue();
+  }
+  level_ = *shared.defaultLevel;
+  levelValue_ = level_.getValue();
+}
+
+Logger* Logger::getLogger(const std::string& name) {
+  Shared& shared = _shared();
+  const ScopedLock guard(shared.registryLock);
+  std::unique_ptr<Logger>& logger = shared.loggers[name];
+  if (!logger) {
+    logger.reset(new Logger(name));
+  }
+  return logger.get();
+}
+
+Logger* Logger::getLogger(const char* name) { return getLogger(std::string(name)); }
+
+void Logger::visitLoggers(LoggerVisitor& visitor) {
+  Shared& shared = _shared();
+  const ScopedLock guard(shared.registryLock);
+  for (const auto& entry : shared.loggers) {
+    visitor.visit(entry.second.get());
+  }
+}
+
+LogLevel Logger::getDefaultLogLevel() {
+  Shared& shared = _shared();
+  const ScopedLock guard(shared.levelLock);
+  return shared.defaultLevel.value_or(*LogLevel::LVL_INFO);
+}
+
+LogLevel Logger::getMasterLogLevel() {
+  Shared& shared = _shared();
+  const ScopedLock guard(shared.levelLock);
+  return shared.masterLevel.value_or(*LogLevel::LVL_INFO);
+}
+
+void Logger::setDefaultLogLevel(const LogLevel& level) {
+  Shared& shared = _shared();
+  const ScopedLock guard(shared.levelLock);
+  shared.defaultLevel = level;
+}
+
+void Logger::setMasterLogLevel(const LogLevel& level) {
+  Shared& shared = _shared();
+  const ScopedLock guard(shared.levelLock);
+  shared.masterLevel = level;
+  masterValue_ = level.getValue();
+}
+
+LogLevel Logger::getLevel() const {
+  const ScopedLock guard(_shared().levelLock);
+  return level_;
+}
+
+void Logger::setLevel(const LogLevel& level) {
+  const ScopedLock guard(_shared().levelLock);
+  level_ = level;
+  levelValue_ = level.getValue();
+}
+
+void Logger::enableBuffering() { bufferingEnabled_ = true; }
+
+void Logger::disableBuffering() {
+  if (bufferingEnabled_.exchange(false)) {
+    flushAll();
+  }
+}
+
+void Logger::flushAll() {
+  if (const std::shared_ptr<LogAdapter> adapter = _adapter()) {
+    adapter->flush();
+  } else {
+    fflush(stdout);
+  }
+}
+
+std::shared_ptr<LogAdapter> Logger::_adapter() {
+  Shared& shared = _shared();
+  const ScopedLock guard(shared.adapterLock);
+  return shared.adapter;
+}
+
+void Logger::setLogAdapter(LogAdapter* adapter) {
+  Shared& shared = _shared();
+  std::shared_ptr<LogAdapter> replaced(adapter);
+  {
+    const ScopedLock guard(shared.adapterLock);
+    shared.adapter.swap(replaced);
+  }
+  if (replaced) {
+    replaced->flush();
+  }
+}
+
+void Logger::log(const LogLevel& level, const char* message) {
+  const bool buffering = isBufferingEnabled();
+  if (const std::shared_ptr<LogAdapter> adapter = _adapter()) {
+    adapter->log(level, name_, message, buffering);
+    return;
+  }
+  const LogStamp stamp = LogStamp::now();
+  printf("%s.%03ld [%s]: %s %s\n", stamp.text, stamp.milliseconds, name_.c_str(),
+         level.getName().c_str(), message);
+  if (!buffering) {
+    fflush(stdout);
+  }
+}
+
+void Logger::log(const LogLevel& level, const std::string& message) { log(level, message.c_str()); }
+
+void Logger::vlog(const LogLevel& level, const char* format, va_list arguments) {
+  char message[MESSAGE_SIZE];
+  if (vsnprintf(message, sizeof message, format, arguments) < 0) {
+    message[0] = '\0';
+  }
+  log(level, message);
+}
+
+void Logger::error(const char* message) {
+  if (isEnabled(*LogLevel::LVL_ERROR)) {
+    log(*LogLevel::LVL_ERROR, message);
+  }
+}
+
+// One body for the five formatted helpers, which differ in their level alone.
+#define KESTREL_LOG_FORMATTED(LEVEL)           \
+  if (isEnabled(*LogLevel::LEVEL)) {           \
+    va_list arguments;                         \
+    va_start(arguments, format);               \
+    vlog(*LogLevel::LEVEL, format, arguments); \
+    va_end(arguments);                         \
+  }
+
+void Logger::errorf(const char* format, ...) { KESTREL_LOG_FORMATTED(LVL_ERROR) }
+void Logger::warnf(const char* format, ...) { KESTREL_LOG_FORMATTED(LVL_WARN) }
+void Logger::infof(const char* format, ...) { KESTREL_LOG_FORMATTED(LVL_INFO) }
+void Logger::debugf(const char* format, ...) { KESTREL_LOG_FORMATTED(LVL_DEBUG) }
+void Logger::tracef(const char* format, ...) { KESTREL_LOG_FORMATTED(LVL_TRACE) }
+
+#undef KESTREL_LOG_FORMATTED
+
+void Logger::useConfig(const JSOM& config) {
+  if (!config.isObject()) {
+    return;
+  }
+  JSOM members(config);  // shares the node; the index operators want a handle of their own
+  if (const JSOM buffering = members["buffering"]; isPresent(buffering)) {
+    bufferingEnabled_ = buffering.booleanValue(true);
+  }
+  if (const LogLevel& level = levelIn(members["default"]); isKnown(level)) {
+    setDefaultLogLevel(level);
+  }
+  if (const LogLevel& level = levelIn(members["level"]); isKnown(level)) {
+    setMasterLogLevel(level);
+  }
+  _useCategories(members["categories"]);
+  _useAdapterConfig(members["adapter"]);
+}
+
+void Logger::_useCategories(const JSOM& config) {
+  if (!config.isObject()) {
+    return;
+  }
+  JSOM categories(config);
+  for (int i = categories.size() - 1; i >= 0; --i) {
+    const std::string* const name = categories.key(i);
+    const LogLevel& level = levelIn(categories[i]);
+    if (name != nullptr && isKnown(level)) {
+      getLogger(*name)->setLevel(level);
+    }
+  }
+}
+
+// A type that no factory knows gives no adapter: then lines go to standard output again.
+void Logger::_useAdapterConfig(const JSOM& config) {
+  if (!config.isObject()) {
+    return;
+  }
+  const JSOM type = JSOM(config)["type"];
+  if (isPresent(type)) {
+    setLogAdapter(LogAdapterStore::Instance()->createLogAdapter(
+        type.stringValue(JSOM::EMPTY_STRING), config));
+  }
+}
+
+void Logger::loadConfig(const char* path) {
+  JSOM config;
+  if (config.fromFile(path).isError()) {
+    fprintf(stderr, "Could not load file `%s'.\n", path);
+  } else {
+    useConfig(config);
+  }
+}
+
+void Logger::resetForTest() {
+  setLogAdapter(nullptr);
+  bufferingEnabled_ = true;
+  Shared& shared = _shared();
+  const ScopedLock registry(shared.registryLock);
+  for (const auto& entry : shared.loggers) {
+    entry.second->setLevel(*LogLevel::LVL_INFO);
+  }
+  const ScopedLock levels(shared.levelLock);
+  shared.defaultLevel.reset();
+  shared.masterLevel.reset();
+  masterValue_ = LogLevel::LVL_ALL->getValue();
+}
+
+}  // namespace kestrel
