@@ -43,6 +43,5 @@ class LogCapture {
   struct Record;
   class Adapter;
 
-  const std::shared_ptr<Record>
-      record_;  // shared with the adapter, which a late line may keep alive
+  const std::shared_ptr<Record> record_;  // shared with the adapter, which a late line keeps alive
 };
