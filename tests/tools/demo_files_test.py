@@ -1,0 +1,210 @@
+"""Checks that the files of examples/demo fit together and hold what the demo needs of them."""
+
+import json
+import os
+import re
+import struct
+import subprocess
+import sys
+import unittest
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+DEMO = ROOT / "examples" / "demo"
+SYSROOT = DEMO / "sysroot"
+sys.path.insert(0, str(ROOT / "examples"))
+
+import mmap2_to_mmap as rewriter  # noqa: E402
+
+SAMPLE_TYPE = 0x1A7  # IP TID TIME CALLCHAIN CPU PERIOD
+CONTEXT_MARKERS = 0xFFFF_FFFF_FFFF_F000  # PERF_CONTEXT_* values start here
+KERNEL_HALF = 1 << 63
+
+
+def read_records():
+    content = (DEMO / "demo.perf.data").read_bytes()
+    header = rewriter.read_header(content)
+    data = content[header.data.offset : header.data.end]
+    return [(rewriter.RECORD_HEADER.unpack_from(r), r[8:]) for r in rewriter.split_records(data)]
+
+
+def sampled_addresses(records):
+    """The call chains of all samples in one list, context markers left out."""
+    addresses = []
+    for (record_type, _, _), body in records:
+        if record_type == 9:
+            (count,) = struct.unpack_from("<Q", body, 40)
+            addresses += struct.unpack_from(f"<{count}Q", body, 48)
+    return [address for address in addresses if address < CONTEXT_MARKERS]
+
+
+def read_maps(records):
+    """(pid, start, length, file offset, name) of each MMAP record."""
+    maps = []
+    for (record_type, _, _), body in records:
+        if record_type == rewriter.RECORD_MMAP:
+            pid, _, start, length, offset = struct.unpack_from("<IIQQQ", body)
+            maps.append((pid, start, length, offset, body[32:].split(b"\0")[0].decode()))
+    return maps
+
+
+def read_kernel_list():
+    text = (SYSROOT / "kallsyms.txt").read_text(encoding="ascii")
+    return [(int(line.split()[0], 16), line.split()[2]) for line in text.splitlines()]
+
+
+class RecordingTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.records = read_records()
+
+    def test_it_is_small(self):
+        self.assertLess(os.path.getsize(DEMO / "demo.perf.data"), 300_000)
+
+    def test_it_has_one_event_with_a_layout_that_is_decoded(self):
+        content = (DEMO / "demo.perf.data").read_bytes()
+        sample_types = rewriter.read_sample_types(content, rewriter.read_header(content))
+        self.assertEqual(sample_types, [SAMPLE_TYPE])
+        self.assertEqual(rewriter.sample_type_warnings(sample_types), [])
+
+    def test_its_maps_are_mmap_records_only(self):
+        types = {record_type for (record_type, _, _), _ in self.records}
+        self.assertIn(rewriter.RECORD_MMAP, types)
+        self.assertNotIn(rewriter.RECORD_MMAP2, types)
+
+    def test_its_first_sample_is_the_earliest(self):
+        # Without a window the first sample in the file is time zero, and earlier ones are left out.
+        times = [struct.unpack_from("<Q", b, 16)[0] for (kind, _, _), b in self.records if kind == 9]
+        self.assertEqual(times[0], min(times))
+
+    def test_it_names_the_program_and_its_library_under_the_neutral_path(self):
+        names = {name for _, _, _, _, name in read_maps(self.records)}
+        self.assertIn("/opt/tracemill-demo/ripples", names)
+        self.assertIn("/opt/tracemill-demo/libwaves.so", names)
+
+    def test_no_map_lies_in_the_fixed_stack_and_kernel_ranges(self):
+        for _, start, length, _, name in read_maps(self.records):
+            self.assertTrue(start + length <= 0xB000_0000 or start > 0xCF00_0000, name)
+
+    def test_it_has_threads_call_chains_and_kernel_addresses(self):
+        samples = [body for (record_type, _, _), body in self.records if record_type == 9]
+        threads = {struct.unpack_from("<II", body, 8) for body in samples}
+        self.assertGreaterEqual(len(threads), 5)
+        addresses = sampled_addresses(self.records)
+        self.assertGreater(len(addresses), 3 * len(samples))
+        self.assertTrue(any(address >= KERNEL_HALF for address in addresses))
+
+
+class SysrootTest(unittest.TestCase):
+    def test_functions_have_the_same_address_in_file_and_memory(self):
+        for name in ("ripples", "libwaves.so"):
+            elf = (SYSROOT / "opt/tracemill-demo" / name).read_bytes()
+            (table,) = struct.unpack_from("<Q", elf, 32)
+            size, count = struct.unpack_from("<HH", elf, 54)
+            headers = [struct.unpack_from("<IIQQ", elf, table + size * i) for i in range(count)]
+            text = [(o, v) for kind, flags, o, v in headers if kind == 1 and flags & 1]
+            self.assertEqual([offset for offset, _ in text], [address for _, address in text])
+
+    def test_the_kernel_list_ascends_and_begins_with_text_alone(self):
+        symbols = read_kernel_list()
+        addresses = [address for address, _ in symbols]
+        self.assertEqual(symbols[0][1], "_text")
+        self.assertEqual(addresses, sorted(set(addresses)))
+        self.assertTrue((SYSROOT / "kallsyms.txt").read_bytes().endswith(b"\n"))
+        self.assertLess(os.path.getsize(SYSROOT / "kallsyms.txt"), 200_000)
+
+    def test_kernel_addresses_lie_inside_the_kernel_list(self):
+        symbols = read_kernel_list()
+        kernel = [a for a in sampled_addresses(read_records()) if a >= KERNEL_HALF]
+        self.assertGreaterEqual(min(kernel), symbols[0][0])
+        self.assertLess(max(kernel), symbols[-1][0])
+
+    def test_nothing_tells_where_it_was_built(self):
+        for path in [DEMO / "demo.perf.data", *SYSROOT.rglob("*")]:
+            if path.is_file():
+                found = re.findall(rb"/(?:home|root|work|tmp)/[\w./-]*", path.read_bytes())
+                self.assertEqual(found, [], path)
+
+
+def without_comments(text):
+    """The configuration format less what JSON does not have: // comments and trailing commas."""
+    text = re.sub(r"^\s*//.*$", "", text, flags=re.MULTILINE)
+    return re.sub(r",(\s*[}\]])", r"\1", text)
+
+
+class ConfigurationTest(unittest.TestCase):
+    def test_the_example_has_every_key_once_with_a_comment(self):
+        text = (ROOT / "examples" / "tracemill.conf").read_text(encoding="utf-8")
+        keys = re.findall(r'^\s*"(\w+)":', text, flags=re.MULTILINE)
+        self.assertEqual(
+            sorted(keys),
+            sorted(
+                "log kernelStartAddress kernelEndAddress maxBackTrace timePrecision symbolCacheDir"
+                " symbolFileSeachPath kernelSymbolFile freezeSymbolCache onTargetMode inputPerfFile"
+                " outputFile appendOutput whitespace buffering default level categories adapter"
+                " type baseName maxSize fileCount PerfRecordFileReader".split()
+            ),
+        )
+        lines = text.splitlines()
+        for key in keys:
+            at = next(i for i, line in enumerate(lines) if line.strip().startswith(f'"{key}":'))
+            above = lines[at - 1].strip()
+            example = key in ("kernelEndAddress", "PerfRecordFileReader")
+            self.assertTrue(above.startswith("//") or example, f"{key} has no comment")
+
+    def test_the_example_has_the_defaults(self):
+        text = (ROOT / "examples" / "tracemill.conf").read_text(encoding="utf-8")
+        values = json.loads(without_comments(text))
+        log = values.pop("log")
+        self.assertEqual(
+            values,
+            {
+                "inputPerfFile": None,
+                "outputFile": None,
+                "appendOutput": False,
+                "whitespace": False,
+                "maxBackTrace": 16,
+                "timePrecision": 6,
+                "kernelStartAddress": 0xBF000000,
+                "kernelEndAddress": 0xCF000000,
+                "onTargetMode": True,
+                "symbolFileSeachPath": "/",
+                "kernelSymbolFile": "/proc/kallsyms",
+                "symbolCacheDir": "./symbols",
+                "freezeSymbolCache": False,
+            },
+        )
+        self.assertEqual((log["level"], log["adapter"]["type"]), ("INFO", "file"))
+
+    def test_the_demo_uses_only_keys_of_the_example(self):
+        documents = [
+            json.loads(without_comments(path.read_text(encoding="utf-8")))
+            for path in (ROOT / "examples" / "tracemill.conf", DEMO / "demo.conf")
+        ]
+        self.assertLessEqual(set(documents[1]), set(documents[0]))
+
+
+class ScriptTest(unittest.TestCase):
+    def test_the_commands_are_executable(self):
+        for name in (
+            "scripts/demo scripts/test scripts/install-packages .ci/run examples/record"
+            " examples/demo/rebuild"
+        ).split():
+            self.assertTrue(os.access(ROOT / name, os.X_OK), name)
+
+    def test_help_and_wrong_arguments_build_nothing(self):
+        for command, status in (
+            (["scripts/test", "--help"], 0),
+            (["scripts/test", "--nonsense"], 1),
+            (["scripts/demo", "--help"], 1),
+            (["scripts/install-packages", "nonsense"], 1),
+            (["examples/record", "--help"], 0),
+            (["examples/record", "-x"], 1),
+        ):
+            run = subprocess.run([ROOT / command[0], *command[1:]], capture_output=True, text=True)
+            self.assertEqual(run.returncode, status, command)
+            self.assertIn("Usage", run.stdout + run.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()
