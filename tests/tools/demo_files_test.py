@@ -152,7 +152,7 @@ class ConfigurationTest(unittest.TestCase):
             example = key in ("kernelEndAddress", "PerfRecordFileReader")
             self.assertTrue(above.startswith("//") or example, f"{key} has no comment")
 
-    def test_the_example_has_the_defaults(self):
+    def test_the_example_has_the_defaults_but_for_the_cache_folder(self):
         text = (ROOT / "examples" / "tracemill.conf").read_text(encoding="utf-8")
         values = json.loads(without_comments(text))
         log = values.pop("log")
@@ -170,7 +170,7 @@ class ConfigurationTest(unittest.TestCase):
                 "onTargetMode": True,
                 "symbolFileSeachPath": "/",
                 "kernelSymbolFile": "/proc/kallsyms",
-                "symbolCacheDir": "./symbols",
+                "symbolCacheDir": "./symbol-cache",
                 "freezeSymbolCache": False,
             },
         )
