@@ -1,0 +1,58 @@
+#include "app/PerfInputRunnerPass2.h"
+
+#include "kestrel/TimeConverter.h"
+#include "kestrel/log/Logger.h"
+#include "perfevents/PerfEventDataSample.h"
+#include "perfevents/PerfRecordFileReader.h"
+
+using perfevents::PerfEventData;
+
+namespace {
+
+constexpr double NANOSECONDS_PER_SECOND = 1e9;
+
+kestrel::Logger& _log() {
+  static kestrel::Logger* const logger = kestrel::Logger::getLogger("PerfInputRunnerPass2");
+  return *logger;
+}
+
+}  // namespace
+
+PerfInputRunnerPass2::PerfInputRunnerPass2(std::ifstream* input, kestrel::TimeConverter* converter,
+                                           kestrel::JsomWriter* writer)
+    : converter_(converter), writer_(writer) {
+  _log();
+  sampleWriter_.writeHeader(*writer_);
+  try {
+    perfevents::PerfRecordFileReader reader(*input, true);
+    reader.parseEvents(*this);
+  } catch (const std::ios_base::failure& failure) {
+    _log().debugf("%p An I/O exception occurred: %s", static_cast<void*>(this), failure.what());
+    if (!tableClosed_) {  // the walk never began, and nobody else closes the table
+      onClose();
+    }
+  }
+}
+
+void PerfInputRunnerPass2::onEventData(const PerfEventData& record) {
+  if (record.getType() != PerfEventData::Type::Sample) {
+    return;
+  }
+  const auto& sample = static_cast<const perfevents::PerfEventDataSample&>(record);
+  const double dataTime = static_cast<double>(sample.time()) / NANOSECONDS_PER_SECOND;
+  double clockTime = 0.0;
+  if (!converter_->nextTimestamp(dataTime, clockTime)) {
+    return;
+  }
+  sample_.copy(sample);
+  if (sample_.ip == 0) {
+    return;
+  }
+  sample_.time = clockTime;
+  sampleWriter_.writeSample(*writer_, sample_);
+}
+
+void PerfInputRunnerPass2::onClose() {
+  sampleWriter_.writeFooter(*writer_);
+  tableClosed_ = true;
+}

@@ -1,0 +1,34 @@
+# Every target of the project links tracemill_flags (PRIVATE): the warnings, and the code generation that keeps the
+# document's bytes the same on every processor.
+add_library(tracemill_flags INTERFACE)
+option(TRACEMILL_WERROR "Treat compiler warnings as errors" OFF)
+target_compile_options(
+  tracemill_flags
+  INTERFACE -Wall
+            -Wextra
+            -Wpedantic
+            -Wshadow
+            -Wconversion
+            -Wsign-conversion
+            -Wformat=2
+            -Wnon-virtual-dtor
+            -Woverloaded-virtual
+            -Wcast-align=strict
+            -ffp-contract=off # fused operations would change digits between Arm and x86
+            $<$<BOOL:${TRACEMILL_WERROR}>:-Werror>)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  target_compile_options(tracemill_flags INTERFACE -Wthread-safety -Wno-cast-align)
+endif()
+# Files over 2 GiB on 32-bit boards.
+target_compile_definitions(tracemill_flags INTERFACE _FILE_OFFSET_BITS=64)
+
+# tracemill_layer(NAME SOURCES ... HEADERS ... LINKS ...): one static library whose headers are found from the root of
+# the project and must each compile on their own.
+function(tracemill_layer name)
+  cmake_parse_arguments(arg "" "" "SOURCES;HEADERS;LINKS" ${ARGN})
+  add_library(${name} STATIC ${arg_SOURCES})
+  target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${arg_HEADERS})
+  target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
+  target_link_libraries(${name} PUBLIC ${arg_LINKS} PRIVATE $<BUILD_INTERFACE:tracemill_flags>)
+  set_target_properties(${name} PROPERTIES VERIFY_INTERFACE_HEADER_SETS ON)
+endfunction()

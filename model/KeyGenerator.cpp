@@ -1,0 +1,3 @@
+#include "model/KeyGenerator.h"
+
+uint64_t KeyGenerator::counter = 0;

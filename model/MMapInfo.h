@@ -1,0 +1,29 @@
+// One memory map: a file mapped into a process, one of the two fixed maps (kernel, stack), or a map
+// made up for addresses that no record covers. Run-time addresses, sizes and offsets in bytes.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "model/RangedItem.h"
+
+namespace perfevents {
+class PerfEventDataMmap;
+}
+class SymbolTable;
+
+class MMapInfo : public RangedItem {
+ public:
+  // Takes the facts of a record. Maps from the settings' shared library base on, the kernel's range
+  // excepted, get a load bias. A " (deleted)" in the name and what follows is cut off.
+  void copy(const perfevents::PerfEventDataMmap& record);
+  // Takes range, offset, bias and name of `other`; key and use count stay this map's own.
+  void copy(const MMapInfo& other);
+
+  uint64_t pgoff = 0;
+  uint64_t loadBias = 0;  // run-time address minus loadBias: the address inside the mapped file
+  uint32_t refCount = 0;  // references made while writing samples
+  std::string name;
+  SymbolTable* symbolTable =
+      nullptr;  // borrowed; set when the map is first resolved, reset by both copies
+};

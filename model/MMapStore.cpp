@@ -1,0 +1,136 @@
+#include "model/MMapStore.h"
+
+#include <cinttypes>
+#include <cstdio>
+
+#include "app/PerfSettings.h"
+#include "kestrel/Singleton.h"
+#include "kestrel/json/JsomWriter.h"
+#include "model/DocumentTable.h"
+#include "model/ThreadStore.h"
+#include "perfevents/PerfEventDataMmap.h"
+
+namespace {
+
+constexpr std::size_t SHORTEST_SHOWN_NAME = 4;
+
+bool _isWithin(unsigned long long address, uint64_t start, uint64_t end) {
+  return start <= address && address <= end;
+}
+
+}  // namespace
+
+MMapStore::MMapStore() : settings_(kestrel::Singleton<PerfSettings>::Instance()) {
+  kernelMap_.start = settings_->kernelStartAddress;
+  kernelMap_.size = settings_->kernelEndAddress - settings_->kernelStartAddress;
+  kernelMap_.name = settings_->kernelMapName;
+  stackMap_.start = settings_->stackStartAddress;
+  stackMap_.size = settings_->stackEndAddress - settings_->stackStartAddress;
+  stackMap_.name = settings_->stackMapName;
+  KeyGenerator::next();
+}
+
+MMapStore::~MMapStore() = default;
+
+RangedItemStore& MMapStore::_storeOf(unsigned pid) {
+  std::unique_ptr<RangedItemStore>& store = stores_[pid];
+  if (store == nullptr) {
+    store = std::make_unique<RangedItemStore>(true);
+  }
+  return *store;
+}
+
+MMapInfo* MMapStore::add(const perfevents::PerfEventDataMmap& record) {
+  RangedItemStore& store = _storeOf(record.pid());
+  auto* const map = new MMapInfo();
+  map->copy(record);
+  store.addRangedItem(map);
+  return map;
+}
+
+MMapInfo* MMapStore::add(unsigned pid, const MMapInfo& info) {
+  RangedItemStore& store = _storeOf(pid);
+  auto* const map = new MMapInfo();
+  map->copy(info);
+  store.addRangedItem(map);
+  return map;
+}
+
+MMapInfo* MMapStore::get(unsigned pid, unsigned long long address) {
+  if (_isWithin(address, settings_->kernelStartAddress, settings_->kernelEndAddress)) {
+    return &kernelMap_;
+  }
+  if (_isWithin(address, settings_->stackStartAddress, settings_->stackEndAddress)) {
+    return &stackMap_;
+  }
+  const auto store = stores_.find(pid);
+  return store == stores_.end() ? nullptr
+                                : static_cast<MMapInfo*>(store->second->findRangedItem(address));
+}
+
+MMapInfo* MMapStore::getFake(unsigned pid, unsigned long long address, const std::string& name) {
+  if (MMapInfo* const known = get(pid, address)) {
+    return known;
+  }
+  MMapInfo fake;  // draws a key that no row shows; the stored copy draws another
+  _describeFake(pid, address, name, fake);
+  return add(pid, fake);
+}
+
+void MMapStore::_describeFake(unsigned pid, unsigned long long address, const std::string& name,
+                              MMapInfo& fake) const {
+  fake.name = "{" + (name.empty() ? std::to_string(pid) : name);
+  if (_isWithin(address, settings_->interruptStart64, settings_->interruptEnd64)) {
+    fake.start = settings_->interruptStart64;
+    fake.size = settings_->interruptEnd64 - settings_->interruptStart64;
+    fake.name += "-interrupt}";
+  } else if (_isWithin(address, settings_->interruptStart32, settings_->interruptEnd32)) {
+    fake.start = settings_->interruptStart32;
+    fake.size = settings_->interruptEnd32 - settings_->interruptStart32;
+    fake.name += "-interrupt}";
+  } else {
+    fake.start = address & settings_->fakePageMask;
+    fake.size = settings_->fakePageSize;
+    char suffix[32];
+    std::snprintf(suffix, sizeof(suffix), "-%" PRIx64 "}", fake.start);
+    fake.name += suffix;
+  }
+}
+
+void MMapStore::writeLegacyJsonObject(kestrel::JsomWriter& writer, bool writeAll) const {
+  openDocumentTable(
+      writer, "libraries",
+      {{"key", "db key for this process element used in other structs as a reference"},
+       {"pidkey", "key or reference to the process"},
+       {"name", "name of the library or function"},
+       {"startAddress", "start address of this memory map"},
+       {"sectionSize", "length of the memory map"}});
+  for (const MMapInfo* const fixed : {&kernelMap_, &stackMap_}) {
+    if (writeAll || fixed->refCount != 0) {
+      _writeLegacyJsonObjectForInfo(writer, settings_->kernelPid, *fixed);
+    }
+  }
+  ThreadStore* const threads = kestrel::Singleton<ThreadStore>::Instance();
+  for (const auto& [pid, store] : stores_) {
+    for (const RangedItem* const item : store->items()) {
+      const auto& map = static_cast<const MMapInfo&>(*item);
+      if (writeAll || map.refCount != 0) {
+        _writeLegacyJsonObjectForInfo(writer, pid, map);
+        ++threads->getProcess(pid)->refCount;
+      }
+    }
+  }
+  closeDocumentTable(writer);
+}
+
+void MMapStore::_writeLegacyJsonObjectForInfo(kestrel::JsomWriter& writer, unsigned pid,
+                                              const MMapInfo& info) const {
+  writer.startArray();
+  writer.appendUnsignedLong(info.key);
+  writer.appendUnsignedInt(pid);
+  writer.appendString(info.name.size() < SHORTEST_SHOWN_NAME ? settings_->blankName : info.name,
+                      false);
+  writer.appendUnsignedLong(info.start);
+  writer.appendUnsignedLong(info.size);
+  writer.endArray();
+}

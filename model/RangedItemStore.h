@@ -1,0 +1,34 @@
+// Address ranges in ascending order of their starts, with floor lookup. Equal starts and overlaps
+// are allowed and kept; items are only ever added. Addresses and sizes are bytes. One thread only.
+#pragma once
+
+#include <vector>
+
+#include "model/RangedItem.h"
+
+class RangedItemStore {
+ public:
+  // An owning store deletes its items with itself; otherwise they belong to someone else and must
+  // outlive it.
+  explicit RangedItemStore(bool ownsItems) : ownsItems_(ownsItems) {}
+  RangedItemStore(const RangedItemStore&) = delete;
+  RangedItemStore& operator=(const RangedItemStore&) = delete;
+  virtual ~RangedItemStore();
+
+  // Inserts `item` behind every smaller start and returns it. In constant time when starts arrive
+  // in ascending order.
+  RangedItem* addRangedItem(RangedItem* item);
+  // The item that contains `address`, or null. Only the floor item is asked: where ranges overlap,
+  // an address past the end of the floor item is not found, also when an earlier, longer item holds
+  // it. Deliberately simple.
+  RangedItem* findRangedItem(unsigned long long address) const;
+  // The index of an item with the greatest start not above `address`, or -1. Among equal starts,
+  // the one that the search's probes land on: documents depend on it.
+  int _findRangedItemIndex(unsigned long long address) const;
+
+  const std::vector<RangedItem*>& items() const { return items_; }
+
+ private:
+  std::vector<RangedItem*> items_;
+  bool ownsItems_;
+};

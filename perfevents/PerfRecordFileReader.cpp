@@ -1,0 +1,286 @@
+#include "perfevents/PerfRecordFileReader.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <istream>
+
+#include "kestrel/log/Logger.h"
+#include "perfevents/PerfEventDataListener.h"
+#include "perfevents/PerfEventDataUnknown.h"
+#include "perfevents/PerfRecordEventDataStore.h"
+#include "perfevents/RecordCursor.h"
+
+namespace perfevents {
+
+namespace {
+
+kestrel::Logger& _log() {
+  static kestrel::Logger* const logger = kestrel::Logger::getLogger("PerfRecordFileReader");
+  return *logger;
+}
+
+PerfRecordFileReader::PerfFileSection _takeSection(RecordCursor& in) {
+  PerfRecordFileReader::PerfFileSection section;
+  section.offset = in.take<uint64_t>();
+  section.size = in.take<uint64_t>();
+  return section;
+}
+
+}  // namespace
+
+void handleError(const char* message) {
+  _log().error(message);
+  throw std::ios_base::failure(message);
+}
+
+bool PerfRecordFileReader::openPerfRecordFile(std::ifstream& stream, std::string& path) {
+  std::error_code unknown;  // what cannot be looked at cannot be opened either
+  if (!std::filesystem::is_directory(path, unknown)) {
+    stream.open(path, std::ios::in | std::ios::binary);
+  }
+  if (stream.is_open()) {
+    stream.clear();
+  } else {
+    stream.setstate(std::ios::failbit);
+  }
+  return stream.is_open();
+}
+
+PerfRecordFileReader::PerfRecordFileReader(std::ifstream& stream, bool createStore)
+    : PerfOutputReader(stream), stream_(stream), createStore_(createStore) {
+  _log();
+  if (!stream.is_open()) {
+    handleError("Input file stream has not been opened.");
+  }
+  stream_.seekg(0, std::ios::end);
+  fileSize_ = stream_.tellg();
+  if (!stream_ || fileSize_ < static_cast<std::streamoff>(abi::MINIMUM_FILE_SIZE)) {
+    handleError("Perf file is of insufficient size.");
+  }
+  readHeader();
+  readAttributes();
+  readTraceEventTypes();
+  eventBuffer_.capacity(abi::LARGEST_EVENT_SIZE);
+  eventBuffer_.size(abi::LARGEST_EVENT_SIZE);
+  if (createStore_) {
+    store_ = std::make_unique<PerfRecordEventDataStore>(attributes_);
+  }
+  cueFirstEvent();
+}
+
+bool PerfRecordFileReader::_seek(uint64_t offset) {
+  stream_.seekg(static_cast<std::streamoff>(offset));
+  return !stream_.fail();
+}
+
+bool PerfRecordFileReader::_read(unsigned char* bytes, std::size_t size) {
+  stream_.read(reinterpret_cast<char*>(bytes), static_cast<std::streamsize>(size));
+  return !stream_.fail();
+}
+
+void PerfRecordFileReader::readHeader() {
+  std::array<unsigned char, abi::FILE_HEADER_SIZE> bytes{};
+  if (!_seek(0) || !_read(bytes.data(), bytes.size())) {
+    handleError("Error reading perf file header.");
+  }
+  RecordCursor in(bytes.data(), bytes.size());
+  std::copy_n(bytes.begin(), header_.magic.size(), header_.magic.begin());
+  in.skip(header_.magic.size());
+  header_.size = in.take<uint64_t>();
+  header_.attrSize = in.take<uint64_t>();
+  header_.attrs = _takeSection(in);
+  header_.data = _takeSection(in);
+  header_.eventTypes = _takeSection(in);
+  for (uint64_t& word : header_.features) {
+    word = in.take<uint64_t>();
+  }
+
+  if (header_.size != abi::FILE_HEADER_SIZE) {
+    handleError("Invalid header size recorded in perf file header.  Perf file corrupt.");
+  }
+  if (header_.attrSize < abi::SMALLEST_FILE_ATTR_SIZE ||
+      header_.attrSize > abi::LARGEST_FILE_ATTR_SIZE) {
+    handleError("Invalid attribute size recorded in perf file header.  Perf file corrupt.");
+  }
+  _setAttributeVersion();
+  _checkSection(header_.attrs, "Invalid attribute offset location.  Perf file corrupt.");
+  const char* const eventTypesText =
+      "Invalid trace event types offset location.  Perf file corrupt.";
+  _checkSection(header_.eventTypes, eventTypesText);
+  _checkSection(header_.data, eventTypesText);  // kept: the data section shares the text
+}
+
+void PerfRecordFileReader::_setAttributeVersion() {
+  const uint64_t structureSize = header_.attrSize - abi::FILE_SECTION_SIZE;
+  switch (structureSize) {
+    case abi::ATTR_SIZE_VER0:
+      attributeVersion_ = 0;
+      _log().infof("Older version 0 of perf file attributes used in perf file.");
+      break;
+    case abi::ATTR_SIZE_VER1:
+      attributeVersion_ = 1;
+      _log().infof("Older version 1 of perf file attributes used in perf file.");
+      break;
+    case abi::ATTR_SIZE_VER2:
+      attributeVersion_ = 2;
+      _log().infof("Older version 2 of perf file attributes used in perf file.");
+      break;
+    case abi::ATTR_SIZE_VER3:
+      attributeVersion_ = 3;
+      _log().infof("Current version 3 of perf file attributes used in perf file.");
+      break;
+    default:
+      if (structureSize > abi::ATTR_SIZE_VER3) {
+        attributeVersion_ = 4;
+        _log().warnf(
+            "Perf file attribute may indicate new generation kernel or perf record version was used.");
+      }
+      break;
+  }
+}
+
+// Offset and size are looked at separately; a section that runs past the end is met by the reads.
+void PerfRecordFileReader::_checkSection(const PerfFileSection& section,
+                                         const char* message) const {
+  const auto fileSize = static_cast<uint64_t>(static_cast<std::streamoff>(fileSize_));
+  if (section.offset > fileSize || section.size > fileSize) {
+    handleError(message);
+  }
+}
+
+void PerfRecordFileReader::readAttributes() {
+  const char* const entryText = "Error reading perf file attributes.  Perf file corrupt.";
+  if (!_seek(header_.attrs.offset)) {
+    handleError(entryText);
+  }
+  kestrel::ByteBuffer structure;
+  structure.size(static_cast<unsigned int>(header_.attrSize - abi::FILE_SECTION_SIZE));
+  std::array<unsigned char, abi::FILE_SECTION_SIZE> sectionBytes{};
+  std::vector<PerfFileSection> idSections;
+  attributes_.clear();
+  const uint64_t entries = header_.attrs.size / header_.attrSize;
+  for (uint64_t i = 0; i < entries; ++i) {
+    if (!_read(structure.data(), structure.size()) ||
+        !_read(sectionBytes.data(), sectionBytes.size())) {
+      handleError(entryText);
+    }
+    attributes_.push_back(new PerfEventAttribute(structure, {}));
+    RecordCursor in(sectionBytes.data(), sectionBytes.size());
+    idSections.push_back(_takeSection(in));
+  }
+
+  // No honest file holds more ids than it has room for; without this bound, sections that overlap
+  // would cost the square of the file's size.
+  uint64_t idsLeft =
+      static_cast<uint64_t>(static_cast<std::streamoff>(fileSize_)) / sizeof(uint64_t);
+  for (std::size_t i = 0; i < idSections.size(); ++i) {
+    std::vector<uint64_t> ids = _readIds(idSections[i], idsLeft);
+    idsLeft -= ids.size();
+    attributes_[i].ids(std::move(ids));
+  }
+}
+
+std::vector<uint64_t> PerfRecordFileReader::_readIds(const PerfFileSection& section,
+                                                     uint64_t mostIds) {
+  const char* const idText = "Error reading perf file attribute IDs.  Perf file corrupt.";
+  const uint64_t count = section.size / sizeof(uint64_t);
+  if (!_seek(section.offset) || count > mostIds) {
+    handleError(idText);
+  }
+  std::vector<uint64_t> ids(static_cast<std::size_t>(count));
+  for (uint64_t& id : ids) {
+    std::array<unsigned char, sizeof(uint64_t)> bytes{};
+    if (!_read(bytes.data(), bytes.size())) {
+      handleError(idText);
+    }
+    id = RecordCursor(bytes.data(), bytes.size()).take<uint64_t>();
+  }
+  return ids;
+}
+
+void PerfRecordFileReader::readTraceEventTypes() {
+  if (!_seek(header_.eventTypes.offset)) {
+    handleError("Error reading perf file trace event types.  Perf file corrupt.");
+  }
+  const uint64_t count = header_.eventTypes.size / abi::TRACE_EVENT_TYPE_SIZE;
+  if (count > attributes_.size()) {
+    handleError("Number of trace event types is invalid.  Perf file corrupt.");
+  }
+  traceEventTypes_.clear();
+  for (uint64_t i = 0; i < count; ++i) {
+    std::array<unsigned char, abi::TRACE_EVENT_TYPE_SIZE> bytes{};
+    if (!_read(bytes.data(), bytes.size())) {
+      handleError("Error reading trace event types.  Perf file corrupt.");
+    }
+    bytes.back() = 0;  // the last byte of the name
+    RecordCursor in(bytes.data(), bytes.size());
+    const auto id = in.take<uint64_t>();
+    traceEventTypes_[id] = in.takeString();
+  }
+}
+
+const std::string& PerfRecordFileReader::getTraceEventName(uint64_t id) const {
+  const auto found = traceEventTypes_.find(id);
+  return found == traceEventTypes_.end() ? noName_ : found->second;
+}
+
+void PerfRecordFileReader::cueFirstEvent() {
+  if (!_seek(header_.data.offset)) {
+    handleError("Error cueing read of perf event data.  Perf file corrupt.");
+  }
+}
+
+void PerfRecordFileReader::parseEvents(PerfEventDataListener& listener) {
+  PerfEventDataUnknown* undecoded = nullptr;
+  std::unique_ptr<PerfEventDataUnknown> owned;
+  if (!createStore_) {
+    owned = std::make_unique<PerfEventDataUnknown>(attributes_.at(0));
+    undecoded = owned.get();
+  }
+  auto remaining = static_cast<int64_t>(header_.data.size);
+  uint16_t size = 0;
+  while (remaining >= 1 && _readRecord(size)) {
+    _deliver(size, undecoded, listener);
+    remaining -= size;
+  }
+  listener.onClose();
+}
+
+// The read of the record header is not tested: past the end of the file the bytes of the header
+// before still stand, and they decide which of the two errors is reported.
+bool PerfRecordFileReader::_readRecord(uint16_t& size) {
+  unsigned char* const record = eventBuffer_.data();
+  _read(record, abi::EVENT_HEADER_SIZE);
+  size = RecordCursor::at<uint16_t>(eventBuffer_, abi::EVENT_HEADER_SIZE_OFFSET);
+  if (size < abi::EVENT_HEADER_SIZE) {
+    _log().errorf("Garbled event data header size.  Perf file corrupt.");
+    return false;
+  }
+  if (!_read(record + abi::EVENT_HEADER_SIZE, size - abi::EVENT_HEADER_SIZE)) {
+    _log().errorf("Error reading event data from perf file.  Perf file corrupt.");
+    return false;
+  }
+  return true;
+}
+
+void PerfRecordFileReader::_deliver(uint16_t size, PerfEventData* undecoded,
+                                    PerfEventDataListener& listener) {
+  const auto misc = RecordCursor::at<uint16_t>(eventBuffer_, abi::EVENT_HEADER_MISC_OFFSET);
+  if (undecoded != nullptr) {
+    const kestrel::ByteBufferViewport record(eventBuffer_.data(), eventBuffer_.capacity(), size);
+    if (undecoded->parse(record, misc)) {
+      listener.onEventData(*undecoded);
+    }
+    return;
+  }
+  const auto type = RecordCursor::at<uint32_t>(eventBuffer_, abi::EVENT_HEADER_TYPE_OFFSET);
+  const kestrel::ByteBufferViewport body(eventBuffer_.data() + abi::EVENT_HEADER_SIZE,
+                                         eventBuffer_.capacity() - abi::EVENT_HEADER_SIZE,
+                                         size - abi::EVENT_HEADER_SIZE);
+  if (const PerfEventData* const record =
+          store_->getEventData(static_cast<PerfEventData::Type>(type), body, misc)) {
+    listener.onEventData(*record);
+  }
+}
+
+}  // namespace perfevents

@@ -1,0 +1,104 @@
+#include "symbols/SymbolTableStore.h"
+
+#include "app/PerfSettings.h"
+#include "kestrel/FileUtils.h"
+#include "kestrel/Singleton.h"
+#include "kestrel/log/Logger.h"
+#include "model/DocumentTable.h"
+#include "symbols/SymbolCache.h"
+#include "symbols/SymbolListProcessor.h"
+
+namespace {
+
+// Maps without a file share one table under this path, which never holds symbols.
+const char* const NO_FILE = "";
+
+kestrel::Logger& _log() {
+  static kestrel::Logger* const logger = kestrel::Logger::getLogger("SymbolTableStore");
+  return *logger;
+}
+
+}  // namespace
+
+SymbolTableStore::SymbolTableStore() {
+  _log();
+  const PerfSettings* const settings = kestrel::Singleton<PerfSettings>::Instance();
+  fileFinder_.setCheckAsGiven(settings->onTargetMode);
+  fileFinder_.setSearchPath(settings->symbolFileSeachPath);
+  locations_[NO_FILE] = NO_FILE;
+  tables_[NO_FILE] = std::make_unique<SymbolTable>();
+}
+
+SymbolTable* SymbolTableStore::_tableAt(const std::string& located) const {
+  const auto found = tables_.find(located);
+  return found == tables_.end() ? nullptr : found->second.get();
+}
+
+SymbolTable* SymbolTableStore::getSymbolTable(MMapInfo* map) {
+  if (map->symbolTable != nullptr) {
+    return map->symbolTable;
+  }
+  const auto known = locations_.find(map->name);
+  if (known != locations_.end()) {
+    if (SymbolTable* const table = _tableAt(known->second)) {
+      map->symbolTable = table;
+      return table;
+    }
+  }
+  if (map->name.empty() || map->name.front() == '{') {  // no file: a map made up by the converter
+    locations_[map->name] = NO_FILE;
+    map->symbolTable = _tableAt(NO_FILE);
+    return map->symbolTable;
+  }
+
+  std::string located;
+  _locateFile(map->name, located);
+  SymbolTable* table = _tableAt(located);
+  if (table == nullptr) {
+    table = _createSymbolTable(located);
+    _log().debugf("Created mmap(%p) a new symbol table %p for (\"%s\")", static_cast<void*>(map),
+                  static_cast<void*>(table), located.c_str());
+  } else {
+    locations_[map->name] = located;
+  }
+  table->addMap(map);
+  map->symbolTable = table;
+  return table;
+}
+
+void SymbolTableStore::_locateFile(const std::string& name, std::string& located) const {
+  const auto known = locations_.find(name);
+  if (known != locations_.end()) {
+    located = known->second;
+  } else if (!fileFinder_.findFile(name, located)) {
+    located = name;
+  }
+}
+
+SymbolTable* SymbolTableStore::_createSymbolTable(const std::string& located) {
+  std::unique_ptr<SymbolTable>& entry = tables_[located];
+  entry = std::make_unique<SymbolTable>();
+  SymbolTable* const table = entry.get();
+  locations_[located] = located;
+  std::string listPath;
+  if (kestrel::Singleton<SymbolCache>::Instance()->getSampleDataFile(located, listPath)) {
+    SymbolListProcessor processor(table);
+    kestrel::FileUtils::processFile(listPath, processor);
+    _log().infof("Loaded %u symbols for '%s'", static_cast<unsigned int>(table->items().size()),
+                 located.c_str());
+  }
+  return table;
+}
+
+void SymbolTableStore::writeLegacyJsonObject(kestrel::JsomWriter& writer, bool writeAll) const {
+  openDocumentTable(writer, "functions",
+                    {{"key", "key for this symbol"},
+                     {"name", "name of this symbol"},
+                     {"startAddress", "Base address of this function or symbol"},
+                     {"sectionSize", "Size of this function or symbol"},
+                     {"maps", "array of maps for this sample"}});
+  for (const auto& [located, table] : tables_) {
+    table->writeLegacyJsonObjectEntries(writer, writeAll);
+  }
+  closeDocumentTable(writer);
+}

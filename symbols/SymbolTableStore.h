@@ -1,0 +1,52 @@
+// Finds the functions behind a memory map: locates the map's file, makes the file's symbol table on
+// first use and hands the same table to every later map of the file. Owns all symbol tables of a
+// run. Reached through kestrel::Singleton<SymbolTableStore>::Instance(). One thread only. Log:
+// "SymbolTableStore".
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "kestrel/FileFinder.h"
+#include "symbols/SymbolTable.h"
+
+namespace kestrel {
+class JsomWriter;
+}
+
+class SymbolTableStore {
+ public:
+  // Takes search path and on-target mode from the settings.
+  SymbolTableStore();
+
+  // The table of the map's file; an empty one when there is no file, no list, or no symbol. Never
+  // null. The maps that a table lists as its users are the one that caused its making and those
+  // whose names had to be located first, not those whose name was known already: kept so, documents
+  // carry the list.
+  SymbolTable* getSymbolTable(MMapInfo* map);
+
+  // Names that are known to stand for a path, without a look at the disk. The driver enters the
+  // kernel's.
+  void setLocation(const std::string& name, const std::string& located) {
+    locations_[name] = located;
+  }
+
+  // Writes the "functions" member into the writer's open object, tables in the order of their
+  // paths; only functions in use unless `writeAll`.
+  void writeLegacyJsonObject(kestrel::JsomWriter& writer, bool writeAll) const;
+
+  // Where the file `name` is: a known location, else what the search path yields, else the name
+  // itself.
+  void _locateFile(const std::string& name, std::string& located) const;
+  // Registers a new table under `located` and fills it from the symbol cache's list, if there is
+  // one.
+  SymbolTable* _createSymbolTable(const std::string& located);
+
+ private:
+  SymbolTable* _tableAt(const std::string& located) const;
+
+  kestrel::FileFinder fileFinder_;
+  std::map<std::string, std::unique_ptr<SymbolTable>> tables_;  // key: located path
+  std::map<std::string, std::string> locations_;                // map file name to located path
+};
