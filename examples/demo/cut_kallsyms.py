@@ -37,9 +37,8 @@ def cut_symbols(symbols, sampled):
     ascending = sorted(address for address in symbols if first <= address <= last)
     kept = {first, last}
     for address in sampled:
-        if first <= address < last:
-            at = bisect.bisect_right(ascending, address)
-            kept.update(ascending[at - 1 : at + 1])
+        at = bisect.bisect_right(ascending, address)
+        kept.update(ascending[max(at - 1, 0) : at + 1])
     return {address: symbols[address] for address in sorted(kept)}
 
 

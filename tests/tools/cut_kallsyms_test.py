@@ -14,6 +14,7 @@ LINES = [
     "ffff000000000100 T _text",
     "ffff000000000100 T _stext",
     "ffff000000000200 T first",
+    "ffff000000000280 D data_between",
     "ffff000000000300 t second",
     "ffff000000000300 T second_alias",
     "ffff000000000400 W third",
@@ -46,7 +47,7 @@ class CutKallsymsTest(unittest.TestCase):
         self.assertEqual(symbols[0xFFFF000000000100], ("T", "_text"))
 
     def test_addresses_outside_the_kernel_code_are_not_looked_for(self):
-        self.assertEqual(self.cut(0x1000, 0xFFFF000000000600, 0xFFFF000000000800), ["_text", "_etext"])
+        self.assertEqual(self.cut(0x1000, 0xFFFF000000000080, 0xFFFF000000000800), ["_text", "_etext"])
 
 
 if __name__ == "__main__":

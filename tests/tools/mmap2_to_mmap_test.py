@@ -125,6 +125,16 @@ class RewriteFileTest(unittest.TestCase):
             with self.assertRaises(rewriter.PerfFileError):
                 rewriter.rewrite_file(content)
 
+    def test_records_cut_off_between_two_of_them_are_an_error(self):
+        content = perf_file([mmap2(), mmap2()])
+        with self.assertRaisesRegex(rewriter.PerfFileError, "past the end"):
+            rewriter.rewrite_file(content[: -len(mmap2())])
+
+    def test_sections_behind_the_records_that_would_have_to_move_are_an_error(self):
+        content = perf_file([mmap2()])
+        with self.assertRaisesRegex(rewriter.PerfFileError, "usual order"):
+            rewriter.rewrite_file(content[:56] + struct.pack("<QQ", len(content), 72) + content[72:])
+
     def test_a_big_endian_file_is_an_error(self):
         with self.assertRaisesRegex(rewriter.PerfFileError, "big-endian"):
             rewriter.rewrite_file(b"2ELIFREP" + b"\0" * 200)
