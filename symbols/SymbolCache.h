@@ -13,7 +13,6 @@
 #pragma once
 
 #include <map>
-#include <ostream>
 #include <string>
 
 #include "kestrel/json/JSOM.h"
@@ -42,8 +41,10 @@ class SymbolCache {
   bool createCacheFile(const std::string& sourcePath, const std::string& listPath);
 
  private:
-  bool _findFrozenList(const std::string& sourcePath, kestrel::JSOM entry, std::string& listPath);
-  bool _createList(const std::string& sourcePath, long long modificationTime, kestrel::JSOM entry,
+  bool _findFrozenList(const std::string& sourcePath, kestrel::JSOM& entry,
+                       std::string& listPath) const;
+  bool _findListOf(kestrel::JSOM& entry, std::string& listPath) const;
+  bool _createList(const std::string& sourcePath, long long modificationTime, kestrel::JSOM& entry,
                    std::string& listPath);
   void _writeIndex();
 
