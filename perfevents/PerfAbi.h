@@ -31,7 +31,7 @@ constexpr std::size_t TRACE_EVENT_NAME_OFFSET = 8;
 constexpr std::size_t TRACE_EVENT_NAME_SIZE = 64;
 
 // struct perf_event_header
-constexpr std::size_t EVENT_HEADER_SIZE = 8;
+constexpr unsigned int EVENT_HEADER_SIZE = 8;
 constexpr std::size_t EVENT_HEADER_TYPE_OFFSET = 0;
 constexpr std::size_t EVENT_HEADER_MISC_OFFSET = 4;
 constexpr std::size_t EVENT_HEADER_SIZE_OFFSET = 6;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 #include "kestrel/log/Logger.h"
 #include "perfevents/PerfAbi.h"
@@ -38,7 +39,7 @@ bool PerfEventAttribute::initialize(const kestrel::ByteBufferViewport& data,
     return false;
   }
   ids_ = ids;
-  raw_.initialize(std::as_const(data).data(), data.size(), data.size());
+  raw_.initialize(data.data(), data.size(), data.size());
   const uint64_t flags = RecordCursor::at<uint64_t>(raw_, abi::ATTR_FLAGS);
   _decodeVersion0(flags);
   if (data.size() < abi::ATTR_SIZE_VER1) {
