@@ -19,8 +19,8 @@ target_compile_options(
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(tracemill_flags INTERFACE -Wthread-safety -Wno-cast-align)
 endif()
-# Files over 2 GiB on 32-bit boards.
-target_compile_definitions(tracemill_flags INTERFACE _FILE_OFFSET_BITS=64)
+# Files over 2 GiB and times beyond 2038 on 32-bit boards.
+target_compile_definitions(tracemill_flags INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 
 # tracemill_layer(NAME SOURCES ... HEADERS ... LINKS ...): one static library whose headers are found from the root of
 # the project and must each compile on their own.
