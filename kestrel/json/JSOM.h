@@ -51,6 +51,9 @@ class JSOM {
   JSOM& operator=(const JSOM& other);
   // The same, but a value that is not bound makes this the boolean false.
   void copy(const JSOM& other);
+  // Whether both are bound to the same node, stand for the same missing value, or are null
+  // references.
+  bool operator==(const JSOM& other) const;
 
   // Element i, or the value of member i; -1 or size() is the slot after the last one. JERROR
   // beyond. An unbound handle becomes an array first.
@@ -106,7 +109,8 @@ class JSOM {
   void toString(std::string& out, int precision) const;         // indented
   void toCompactString(std::string& out, int precision) const;  // on one line
   // Parse into this handle's node. This handle, or JERROR on failure. Text after the value is left
-  // alone, as is everything after a zero byte.
+  // alone, as is everything after a zero byte. Characters given by pointer must not belong to the
+  // value of this handle.
   JSOM& fromString(const char* text);
   JSOM& fromString(const std::string& text);
   JSOM& fromFile(const char* path);
@@ -129,11 +133,38 @@ class JSOM {
     const char* key;
     const std::string* keyString;
   };
+  struct Place;
+
+  constexpr explicit JSOM(InfoType infoType) : infoType_(infoType) {}
+
+  JSONData* _node() const { return infoType_ == BOUND ? info_.node : nullptr; }
+  bool _isType(int type) const;
+  void _bind(JSONData* node);
+  // Before every write: the node of this handle, created if there is none and stored in the tree.
+  // `content`, if any, is what it becomes a deep copy of. Null after a message if there is no way
+  // to make one.
+  JSONData* makeInfoNode(const char* operation, const JSONData* content = nullptr);
+  // Before indexing: the node, created as an empty container if there is none. Null after a
+  // message.
+  JSONData* _makeContainer(const char* operation, JSONData::Type type);
+  std::shared_ptr<Place> _placeOfPending() const;
+  void _fillPlaces();
+  JSOM _elementAt(int i, const char* operation, const char* message);
+  JSOM _memberAt(const char* key, const char* operation);
+  JSOM _memberAt(const std::string& key, const char* operation);
+  const std::string* _convertToText() const;
+  static bool _writeFile(const char* path, const std::string& text, const char* operation);
+  static void _reportError(const char* operation, const char* message);
+  static void _expandValues(JSOM& h);
+  static void _expandString(JSOM& h);
 
   JSONData* parent_ =
       nullptr;  // the container the handle was reached from, one reference; null for a root
   InfoType infoType_ = UNBOUND;
   Info info_;
+  // Where the container of this handle, or one around it, goes as soon as something is written;
+  // usually null.
+  std::shared_ptr<Place> place_;
 };
 
 }  // namespace kestrel

@@ -21,6 +21,9 @@
 
 namespace kestrel {
 
+template <typename Source>
+class JSONDataParser;
+
 class JSONData {
  public:
   // The codes that type() gives. A fresh node is NONE.
@@ -96,7 +99,8 @@ class JSONData {
 
   // Parse one value into this node; text after it is left alone. `p` is moved past the value. False
   // on failure: what was complete stays. The text ends at the first zero byte. Members and elements
-  // are added to those of a node that is already an object or array.
+  // are added to those of a node that is already an object or array. The characters at `p` must not
+  // belong to this node or its descendants.
   bool setFromJsonString(const char*& p);
   bool setFromJsonStlString(const std::string& text);
   bool setFromStream(std::istream& in);
@@ -128,6 +132,16 @@ class JSONData {
     Members* members;
     Elements* elements;
   };
+
+  template <typename Source>
+  friend class JSONDataParser;
+
+  bool _giveUpReference();
+  void _dropContent(std::vector<JSONData*>& children);
+  int _findMember(std::string_view key) const;
+  void _appendMember(std::string&& key, JSONData* value);
+  void _copyContent(const JSONData& other);
+  void _copyFlat(const JSONData& other);
 
   std::uint16_t type_ = NONE;
   std::uint16_t refCount_ = 0;

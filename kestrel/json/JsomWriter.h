@@ -12,6 +12,7 @@
 // either. One thread at a time.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <ostream>
 #include <string>
@@ -58,6 +59,33 @@ class JsomWriter {
 
   // False: compact. True: one space of indentation a level. To be set before the first value.
   bool whitespace = false;
+
+ private:
+  struct ValueText;
+
+  bool _beginValue(const char* operation, ValueText& text);
+  void _finishValue(ValueText& text, const char* value, int length);
+  template <typename Integer>
+  void _appendInteger(const char* operation, Integer value);
+  void _appendString(const char* s, std::streamsize length, bool raw);
+  void _appendLabel(const char* label, std::streamsize length, bool raw);
+  void _close(char bracket);
+  void quote(const char* s, std::streamsize length, bool raw);
+  void _putEscaped(const char* s, std::streamsize length);
+  void indent();
+  std::size_t _indentLength() const;  // bytes of the line feed and the spaces
+  void pushState(char state);
+  void popState();
+  void _put(const char* bytes, std::streamsize length);  // does not count
+  void _count(std::streamsize bytes);
+
+  std::ostream* out_;
+  // The innermost open construct: 0 none, '{' object without and '}' with a member, ':' label that
+  // awaits its value,
+  // '[' array without and ']' with an element.
+  char state_ = 0;
+  std::int32_t column_ = 0;  // bytes since the last forced line break, as far as they are counted
+  std::string stateStack_;   // states of the enclosing constructs, the innermost last
 };
 
 }  // namespace kestrel
