@@ -105,6 +105,12 @@ class SysrootTest(unittest.TestCase):
             text = [(o, v) for kind, flags, o, v in headers if kind == 1 and flags & 1]
             self.assertEqual([offset for offset, _ in text], [address for _, address in text])
 
+    def test_every_mapped_file_is_there(self):
+        names = {name for _, _, _, _, name in read_maps(read_records()) if name.startswith("/")}
+        self.assertGreater(len(names), 2)
+        for name in names:
+            self.assertTrue((SYSROOT / name[1:]).is_file(), name)
+
     def test_the_kernel_list_ascends_from_text_alone_to_etext(self):
         symbols = read_kernel_list()
         addresses = [address for address, _ in symbols]
