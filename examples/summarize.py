@@ -44,8 +44,8 @@ def main(arguments):
     with open(arguments[0], encoding="utf-8", errors="replace") as file:
         document = json.load(file)
     hottest = [f"{short_name(name)} {share:.1%}" for name, share in hottest_functions(document, 5)]
-    print(f"It holds {count_tables(document)}.")
-    print(f"Most samples: {', '.join(hottest) or 'no function is known'}.")
+    print(f"It holds {count_tables(document)}; each table says what its columns are.")
+    print(f"Look first at where most samples fell: {', '.join(hottest) or 'no function is known'}.")
     return 0
 
 

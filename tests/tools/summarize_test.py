@@ -47,7 +47,8 @@ class SummarizeTest(unittest.TestCase):
                 self.assertEqual(summarize.main([file.name]), 0)
         self.assertEqual(
             output.getvalue(),
-            "It holds 4 samples, 2 functions.\nMost samples: waves::step 50.0%, main 25.0%.\n",
+            "It holds 4 samples, 2 functions; each table says what its columns are.\n"
+            "Look first at where most samples fell: waves::step 50.0%, main 25.0%.\n",
         )
 
 
