@@ -78,7 +78,7 @@ bool FileUtils::processFile(const std::string& path, BlockProcessor& processor) 
 }
 
 bool FileUtils::processStream(std::istream& in, BlockProcessor& processor) {
-  if (!in.good()) {
+  if (in.bad()) {
     return false;
   }
   char block[BLOCK_SIZE];

@@ -32,7 +32,7 @@ class Thread : public SelfDestructingObject {
 
   // Starts the thread unless it was started before. False when the system gives no thread; then the
   // thread's own reference is released again, which deletes an object that nobody else holds.
-  virtual bool start();
+  bool start();
   // What the thread does: runs the runnable, if one was given.
   virtual void run();
   // Only for a thread that has been started and has not ended; the system may refuse, silently.

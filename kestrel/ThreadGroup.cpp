@@ -36,7 +36,7 @@ ThreadGroup::~ThreadGroup() {
 }
 
 bool ThreadGroup::spawn(Runnable* runner, bool deleteRunner) {
-  WorkerThread* const worker = getWorker();
+  WorkerThread* const worker = runner == nullptr ? nullptr : getWorker();
   if (worker == nullptr) {
     return false;
   }

@@ -31,10 +31,10 @@ class ThreadGroup {
 
   const std::string& getName() const { return name_; }
 
-  // Hands the runner to an idle or a new worker. False when the group is closed or no thread can be
-  // had: the runner will not run and is untouched. True when a worker took it; a worker that is
-  // stopped before the runner has begun does not run it any more, and deletes it if `deleteRunner`
-  // is set. A runner that has run is never deleted by the group.
+  // Hands the runner to an idle or a new worker. False when the group is closed, the runner is null
+  // or no thread can be had: the runner will not run and is untouched. True when a worker took it;
+  // a worker that is stopped before the runner has begun does not run it any more, and deletes it
+  // if `deleteRunner` is set. A runner that has run is never deleted by the group.
   bool spawn(Runnable* runner, bool deleteRunner);
 
   // Takes a worker out of the group's idle ones, or creates one. Null when the group is closed or

@@ -158,20 +158,29 @@ void Logger::setLogAdapter(LogAdapter* adapter) {
 }
 
 void Logger::log(const LogLevel& level, const char* message) {
-  const bool buffering = isBufferingEnabled();
   if (const std::shared_ptr<LogAdapter> adapter = _adapter()) {
-    adapter->log(level, name_, message, buffering);
-    return;
-  }
-  const LogStamp stamp = LogStamp::now();
-  printf("%s.%03ld [%s]: %s %s\n", stamp.text, stamp.milliseconds, name_.c_str(),
-         level.getName().c_str(), message);
-  if (!buffering) {
-    fflush(stdout);
+    adapter->log(level, name_, message, isBufferingEnabled());
+  } else {
+    _print(level, message);
   }
 }
 
-void Logger::log(const LogLevel& level, const std::string& message) { log(level, message.c_str()); }
+void Logger::log(const LogLevel& level, const std::string& message) {
+  if (const std::shared_ptr<LogAdapter> adapter = _adapter()) {
+    adapter->log(level, name_, message, isBufferingEnabled());
+  } else {
+    _print(level, message.c_str());
+  }
+}
+
+void Logger::_print(const LogLevel& level, const char* message) const {
+  const LogStamp stamp = LogStamp::now();
+  printf("%s.%03ld [%s]: %s %s\n", stamp.text, stamp.milliseconds, name_.c_str(),
+         level.getName().c_str(), message);
+  if (!isBufferingEnabled()) {
+    fflush(stdout);
+  }
+}
 
 void Logger::vlog(const LogLevel& level, const char* format, va_list arguments) {
   char message[MESSAGE_SIZE];

@@ -95,6 +95,7 @@ class Logger {
   struct Shared;
   static Shared& _shared();
   static std::shared_ptr<LogAdapter> _adapter();
+  void _print(const LogLevel& level, const char* message) const;  // to standard output
   static void _useAdapterConfig(const JSOM& config);
   static void _useCategories(const JSOM& config);
 
