@@ -274,9 +274,9 @@ void PerfRecordFileReader::_deliver(uint16_t size, PerfEventData* undecoded,
     return;
   }
   const auto type = RecordCursor::at<uint32_t>(eventBuffer_, abi::EVENT_HEADER_TYPE_OFFSET);
-  const kestrel::ByteBufferViewport body(eventBuffer_.data() + abi::EVENT_HEADER_SIZE,
-                                         eventBuffer_.capacity() - abi::EVENT_HEADER_SIZE,
-                                         size - abi::EVENT_HEADER_SIZE);
+  constexpr unsigned int HEADER = abi::EVENT_HEADER_SIZE;
+  const kestrel::ByteBufferViewport body(eventBuffer_.data() + HEADER,
+                                         eventBuffer_.capacity() - HEADER, size - HEADER);
   if (const PerfEventData* const record =
           store_->getEventData(static_cast<PerfEventData::Type>(type), body, misc)) {
     listener.onEventData(*record);
