@@ -154,9 +154,9 @@ unsigned LinuxSelector::getWakeUpCountForTest() {
   return wakeUpCount_;
 }
 
-void LinuxSelector::breakControlPipeForTest() {
+int LinuxSelector::getControlFdForTest() {
   const ScopedLock guard(lock_);
-  controlWriteEnd_->close();
+  return controlWriteEnd_->getFd();
 }
 
 // False with errno set when there is no pipe or select() could not watch it.

@@ -39,8 +39,8 @@ class LinuxSelector final : public PortableSelector, public LinuxSelectorExt, pu
   std::size_t getFileCountForTest();
   // How often select() has returned.
   unsigned getWakeUpCountForTest();
-  // Closes the write end of the control pipe, as a fault would.
-  void breakControlPipeForTest();
+  // The write end of the control pipe.
+  int getControlFdForTest();
 
  private:
   struct Entry {
