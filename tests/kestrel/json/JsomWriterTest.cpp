@@ -1,0 +1,442 @@
+#include <fstream>
+#include <functional>
+#include <ios>
+#include <memory>
+#include <sstream>
+#include <streambuf>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "kestrel/json/JsomWriter.h"
+#include "tests/support/StreamCapture.h"
+
+using kestrel::JsomWriter;
+
+namespace {
+
+using Calls = std::function<void(JsomWriter&)>;
+
+// What the calls write, without the brackets that end() would add.
+std::string written(const Calls& calls, bool whitespace = false) {
+  std::ostringstream out;
+  JsomWriter writer(&out);
+  writer.whitespace = whitespace;
+  calls(writer);
+  return out.str();
+}
+
+std::string indented(const Calls& calls) { return written(calls, true); }
+
+// What the calls print on standard error; they must write nothing on top of `before`.
+std::string misuse(const std::string& before, const Calls& prepare, const Calls& wrong) {
+  std::ostringstream out;
+  JsomWriter writer(&out);
+  prepare(writer);
+  EXPECT_EQ(before, out.str());
+  StderrCapture errors;
+  wrong(writer);
+  EXPECT_EQ(before, out.str());
+  return errors.end();
+}
+
+void nothing(JsomWriter&) {}
+void openObject(JsomWriter& writer) { writer.startObject(); }
+void openArray(JsomWriter& writer) { writer.startArray(); }
+
+}  // namespace
+
+TEST(JsomWriter, WhitespaceIsOffAtFirst) {
+  std::ostringstream out;
+  EXPECT_FALSE(JsomWriter(&out).whitespace);
+}
+
+TEST(JsomWriter, CompactLayoutHasNoSpacesAndNoLineFeeds) {
+  EXPECT_EQ(R"({"a":[1,2],"b":{}})", written([](JsomWriter& writer) {
+              writer.startObject();
+              writer.appendLabel("a", true);
+              writer.startArray();
+              writer.appendInt(1);
+              writer.appendInt(2);
+              writer.endArray();
+              writer.appendLabel("b", true);
+              writer.startObject();
+              writer.endObject();
+              writer.endObject();
+            }));
+}
+
+TEST(JsomWriter, IndentedLayoutHasOneSpaceALevel) {
+  EXPECT_EQ(
+      "{\n"
+      " \"a\": [\n"
+      "  1,\n"
+      "  2\n"
+      " ],\n"
+      " \"b\": {\n"
+      " }\n"
+      "}",
+      indented([](JsomWriter& writer) {
+        writer.startObject();
+        writer.appendLabel("a", true);
+        writer.startArray();
+        writer.appendInt(1);
+        writer.appendInt(2);
+        writer.endArray();
+        writer.appendLabel("b", true);
+        writer.startObject();
+        writer.endObject();
+        writer.endObject();
+      }));
+}
+
+TEST(JsomWriter, TopLevelValuesFollowEachOtherWithoutSeparator) {
+  const Calls calls = [](JsomWriter& writer) {
+    writer.appendInt(1);
+    writer.appendNull();
+    writer.startArray();
+    writer.endArray();
+    writer.appendBoolean(true);
+  };
+  EXPECT_EQ("1null[]true", written(calls));
+  EXPECT_EQ("1null[\n]true", indented(calls));
+}
+
+TEST(JsomWriter, EmptyContainersStandOnTwoLinesWhenIndented) {
+  EXPECT_EQ("[\n {\n },\n [\n ]\n]", indented([](JsomWriter& writer) {
+              writer.startArray();
+              writer.startObject();
+              writer.endObject();
+              writer.startArray();
+              writer.endArray();
+              writer.endArray();
+            }));
+}
+
+TEST(JsomWriter, ScalarValues) {
+  EXPECT_EQ("[null,true,false,-1,4294967295,-9223372036854775808,18446744073709551615]",
+            written([](JsomWriter& writer) {
+              writer.startArray();
+              writer.appendNull();
+              writer.appendBoolean(true);
+              writer.appendBoolean(false);
+              writer.appendInt(-1);
+              writer.appendUnsignedInt(4294967295U);
+              writer.appendLong(-9223372036854775807LL - 1);
+              writer.appendUnsignedLong(18446744073709551615ULL);
+              writer.endArray();
+            }));
+}
+
+TEST(JsomWriter, JsonValueIsWrittenVerbatim) {
+  EXPECT_EQ("[{\"x\" : 1},2]", written([](JsomWriter& writer) {
+              writer.startArray();
+              writer.appendJsonValue("{\"x\" : 1} and more", 9);
+              writer.appendJsonValue("2", 1);
+              writer.endArray();
+            }));
+}
+
+TEST(JsomWriter, SevenBytesAreEscaped) {
+  EXPECT_EQ(R"("\b\t\n\f\r\"\\")",
+            written([](JsomWriter& writer) { writer.appendString("\b\t\n\f\r\"\\", 7, false); }));
+}
+
+TEST(JsomWriter, OtherControlBytesTheSlashAndHighBytesStayAsTheyAre) {
+  const std::string text("\x01/\x7f\xc3\xa9\xff\0\x1f", 8);
+  EXPECT_EQ("\"" + text + "\"",
+            written([&](JsomWriter& writer) { writer.appendString(text, false); }));
+}
+
+TEST(JsomWriter, RunsBetweenEscapesAreKept) {
+  EXPECT_EQ(R"("ab\ncd\\e")", written([](JsomWriter& writer) {
+              writer.appendString(std::string("ab\ncd\\e"), false);
+            }));
+}
+
+TEST(JsomWriter, RawStringsAndLabelsAreNotEscaped) {
+  EXPECT_EQ("{\"a\tb\":\"c\\d\"", written([](JsomWriter& writer) {
+              writer.startObject();
+              writer.appendLabel("a\tb", true);
+              writer.appendString(std::string("c\\d"), true);
+            }));
+}
+
+TEST(JsomWriter, LabelsAreEscapedUnlessRaw) {
+  EXPECT_EQ(R"({"a\tb":1,"c\"":2)", written([](JsomWriter& writer) {
+              writer.startObject();
+              writer.appendLabel("a\tb", false);
+              writer.appendInt(1);
+              writer.appendLabel("c\"more", 2, false);
+              writer.appendInt(2);
+            }));
+}
+
+TEST(JsomWriter, NullStringIsWrittenAsNullWithoutQuotes) {
+  EXPECT_EQ("[null,null]", written([](JsomWriter& writer) {
+              writer.startArray();
+              writer.appendString(nullptr, 5, false);
+              writer.appendString(nullptr, 5, true);
+              writer.endArray();
+            }));
+}
+
+TEST(JsomWriter, NullLabelIsWrittenAsNullAndColon) {
+  EXPECT_EQ("{null:1,null:2", written([](JsomWriter& writer) {
+              writer.startObject();
+              writer.appendLabel(nullptr, 3, true);
+              writer.appendInt(1);
+              writer.appendLabel(nullptr, false);
+              writer.appendInt(2);
+            }));
+}
+
+TEST(JsomWriter, EmptyAndNegativeLengthsGiveTwoQuotes) {
+  EXPECT_EQ(R"(["","","",""])", written([](JsomWriter& writer) {
+              writer.startArray();
+              writer.appendString("abc", 0, false);
+              writer.appendString("abc", -1, false);
+              writer.appendString("abc", -1, true);
+              writer.appendString(std::string(), false);
+              writer.endArray();
+            }));
+}
+
+TEST(JsomWriter, NegativeLengthsOfRawOutputWriteNothing) {
+  EXPECT_EQ("", written([](JsomWriter& writer) {
+              writer.write("abc", -3);
+              writer.write(nullptr, 3);
+              writer.appendJsonValue("abc", -1);
+            }));
+}
+
+TEST(JsomWriter, RawOutputGoesStraightThrough) {
+  EXPECT_EQ("{xyz!", written([](JsomWriter& writer) {
+              writer.startObject();
+              writer.write("xyz", 3);
+              writer.writeChar('!');
+            }));
+}
+
+TEST(JsomWriter, ValueWithoutLabelPrintsItsOperationName) {
+  const struct {
+    Calls wrong;
+    const char* name;
+  } cases[] = {
+      {[](JsomWriter& writer) { writer.appendNull(); }, "appendNull"},
+      {[](JsomWriter& writer) { writer.appendBoolean(true); }, "appendBoolean"},
+      {[](JsomWriter& writer) { writer.appendString("a", 1, true); }, "appendString"},
+      {[](JsomWriter& writer) { writer.appendString(std::string("a"), false); }, "appendString"},
+      {[](JsomWriter& writer) { writer.appendLong(1); }, "appendLong"},
+      {[](JsomWriter& writer) { writer.appendUnsignedLong(1); }, "appendUnsignedLong"},
+      {[](JsomWriter& writer) { writer.appendInt(1); }, "appendInt"},
+      {[](JsomWriter& writer) { writer.appendUnsignedInt(1); }, "appendUnsignedInt"},
+      {[](JsomWriter& writer) { writer.appendJsonValue("1", 1); }, "appendJsonValue"},
+      {[](JsomWriter& writer) { writer.appendDouble(1, 1); }, "appendDouble"},
+      {[](JsomWriter& writer) { writer.startObject(); }, "startObject"},
+      {[](JsomWriter& writer) { writer.startArray(); }, "startArray"},
+  };
+  for (const auto& test : cases) {
+    const std::string text =
+        std::string("ERROR: JsonWriter::") + test.name + "() Invalid sequence. state: ";
+    EXPECT_EQ(text + "{\n", misuse("{", openObject, test.wrong));
+    const Calls withMember = [](JsomWriter& writer) {
+      writer.startObject();
+      writer.appendLabel("a", true);
+      writer.appendInt(1);
+    };
+    EXPECT_EQ(text + "}\n", misuse("{\"a\":1", withMember, test.wrong));
+  }
+}
+
+TEST(JsomWriter, AfterAValueWithoutLabelTheDocumentGoesOnAsIfNothingHappened) {
+  StderrCapture errors;
+  EXPECT_EQ(R"({"a":1})", written([](JsomWriter& writer) {
+              writer.startObject();
+              writer.appendInt(7);
+              writer.appendLabel("a", true);
+              writer.appendInt(1);
+              writer.startArray();
+              writer.endObject();
+            }));
+}
+
+TEST(JsomWriter, LabelOutsideAnObjectIsRefused) {
+  const std::string text = "ERROR: JsonWriter::appendLabel() No current object on stack. state: ";
+  const Calls label = [](JsomWriter& writer) { writer.appendLabel("a", true); };
+  const Calls sizedLabel = [](JsomWriter& writer) { writer.appendLabel("a", 1, true); };
+  EXPECT_EQ(text + std::string("\0\n", 2), misuse("", nothing, label));
+  EXPECT_EQ(text + "[\n", misuse("[", openArray, sizedLabel));
+  EXPECT_EQ(text + ":\n", misuse(
+                              "{\"a\":",
+                              [&](JsomWriter& writer) {
+                                writer.startObject();
+                                writer.appendLabel("a", true);
+                              },
+                              label));
+}
+
+TEST(JsomWriter, EndObjectAtTheTopLevelPrintsAZeroByteAsState) {
+  EXPECT_EQ(
+      std::string("ERROR: JsonWriter::endObject() No current object on stack. state: \0\n", 68),
+      misuse("", nothing, [](JsomWriter& writer) { writer.endObject(); }));
+}
+
+TEST(JsomWriter, EndObjectIsRefusedInArraysAndAfterALabel) {
+  const std::string text = "ERROR: JsonWriter::endObject() No current object on stack. state: ";
+  const Calls close = [](JsomWriter& writer) { writer.endObject(); };
+  EXPECT_EQ(text + "[\n", misuse("[", openArray, close));
+  EXPECT_EQ(text + "]\n", misuse(
+                              "[1",
+                              [](JsomWriter& writer) {
+                                writer.startArray();
+                                writer.appendInt(1);
+                              },
+                              close));
+  EXPECT_EQ(text + ":\n", misuse(
+                              "{\"a\":",
+                              [](JsomWriter& writer) {
+                                writer.startObject();
+                                writer.appendLabel("a", true);
+                              },
+                              close));
+}
+
+TEST(JsomWriter, EndArrayIsRefusedOutsideArrays) {
+  const std::string text = "ERROR: JsonWriter::endArray() No current array on stack. state: ";
+  const Calls close = [](JsomWriter& writer) { writer.endArray(); };
+  EXPECT_EQ(text + std::string("\0\n", 2), misuse("", nothing, close));
+  EXPECT_EQ(text + "{\n", misuse("{", openObject, close));
+  EXPECT_EQ(text + "}\n", misuse(
+                              "{\"a\":1",
+                              [](JsomWriter& writer) {
+                                writer.startObject();
+                                writer.appendLabel("a", true);
+                                writer.appendInt(1);
+                              },
+                              close));
+}
+
+TEST(JsomWriter, EndGivesAPendingLabelNullAndClosesEverything) {
+  const Calls calls = [](JsomWriter& writer) {
+    writer.startObject();
+    writer.appendLabel("a", true);
+    writer.startArray();
+    writer.appendInt(1);
+    writer.startObject();
+    writer.appendLabel("b", true);
+    writer.end();
+  };
+  EXPECT_EQ(R"({"a":[1,{"b":null}]})", written(calls));
+  EXPECT_EQ("{\n \"a\": [\n  1,\n  {\n   \"b\": null\n  }\n ]\n}", indented(calls));
+}
+
+TEST(JsomWriter, EndAtTheTopLevelWritesNothing) {
+  EXPECT_EQ("", written([](JsomWriter& writer) { writer.end(); }));
+}
+
+TEST(JsomWriter, CanBeUsedAgainAfterEnd) {
+  EXPECT_EQ("[][2]", written([](JsomWriter& writer) {
+              writer.startArray();
+              writer.end();
+              writer.startArray();
+              writer.appendInt(2);
+              writer.end();
+            }));
+}
+
+TEST(JsomWriter, DestructorClosesWhatIsOpen) {
+  std::ostringstream out;
+  {
+    JsomWriter writer(&out);
+    writer.startObject();
+    writer.appendLabel("a", true);
+    writer.startArray();
+  }
+  EXPECT_EQ(R"({"a":[]})", out.str());
+}
+
+TEST(JsomWriter, DestructorIsVirtual) {
+  struct Derived : JsomWriter {
+    using JsomWriter::JsomWriter;
+  };
+  std::ostringstream out;
+  std::unique_ptr<JsomWriter> writer = std::make_unique<Derived>(&out);
+  writer->startArray();
+  writer.reset();
+  EXPECT_EQ("[]", out.str());
+}
+
+TEST(JsomWriter, EndFlushesTheStream) {
+  struct CountingBuffer : std::stringbuf {
+    int sync() override {
+      ++flushes;
+      return 0;
+    }
+    int flushes = 0;
+  } buffer;
+  std::ostream out(&buffer);
+  JsomWriter writer(&out);
+  writer.appendInt(1);
+  EXPECT_EQ(0, buffer.flushes);
+  writer.flush();
+  EXPECT_EQ(1, buffer.flushes);
+  writer.end();
+  EXPECT_EQ(2, buffer.flushes);
+}
+
+TEST(JsomWriter, EveryValueReachesTheStreamAtOnce) {
+  std::ostringstream out;
+  JsomWriter writer(&out);
+  writer.startArray();
+  EXPECT_EQ("[", out.str());
+  writer.appendInt(1);
+  EXPECT_EQ("[1", out.str());
+  writer.appendString(std::string("x"), false);
+  EXPECT_EQ("[1,\"x\"", out.str());
+}
+
+TEST(JsomWriter, AFailedStreamDoesNoHarm) {
+  std::ofstream out("/nowhere/at/all");
+  ASSERT_FALSE(out);
+  JsomWriter writer(&out);
+  writer.startObject();
+  writer.appendLabel("a", true);
+  writer.appendDouble(1.5, 3);
+  writer.end();
+  EXPECT_FALSE(out);
+}
+
+TEST(JsomWriter, DestructionOverAThrowingStreamDoesNotThrow) {
+  struct FullBuffer : std::streambuf {};  // takes nothing
+  FullBuffer full;
+  std::ostream out(&full);
+  out.exceptions(std::ios::badbit);
+  {
+    JsomWriter writer(&out);
+    EXPECT_THROW(writer.startArray(), std::ios_base::failure);
+  }
+  EXPECT_TRUE(out.bad());
+}
+
+TEST(JsomWriter, AtADepthOf47TheIndentationIs47SpacesAndAt48AlsoAZeroByte) {
+  std::ostringstream out;
+  JsomWriter writer(&out);
+  writer.whitespace = true;
+  for (int i = 0; i < 47; ++i) writer.startArray();
+  out.str("");
+  writer.appendInt(1);
+  EXPECT_EQ("\n" + std::string(47, ' ') + "1", out.str());
+
+  out.str("");
+  writer.startArray();
+  EXPECT_EQ(",\n" + std::string(47, ' ') + "[", out.str());
+  out.str("");
+  writer.appendInt(1);
+  EXPECT_EQ("\n" + std::string(47, ' ') + std::string(1, '\0') + "1", out.str());
+
+  writer.startArray();
+  out.str("");
+  writer.appendInt(1);
+  EXPECT_EQ("\n" + std::string(47, ' ') + std::string(1, '\0') + "1", out.str());
+}
