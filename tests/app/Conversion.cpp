@@ -46,6 +46,16 @@ LogTexts ConversionResult::complaints() const {
   return linesThat(messages(), [](const std::string& line) { return !line.starts_with("INFO "); });
 }
 
+std::string ConversionResult::sampleRows() const {
+  const std::string before = "\"bt.mapkey\":\"backtrace map key\"},\"data\":[";
+  const std::size_t from = document.find(before);
+  const std::size_t to = document.find("]},\"libraries\"");
+  if (from == std::string::npos || to == std::string::npos) {
+    return "no table in " + document;
+  }
+  return document.substr(from + before.size(), to - from - before.size());
+}
+
 Conversion::Conversion(const std::string& recording) { folder_.write("recording.perf", recording); }
 
 Conversion& Conversion::setting(const std::string& members) {

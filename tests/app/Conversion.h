@@ -31,6 +31,8 @@ struct ConversionResult {
   LogTexts linesOf(const std::string& logger) const;
   // The lines at WARN and ERROR.
   LogTexts complaints() const;
+  // The text of the rows of "samples" in a compact document.
+  std::string sampleRows() const;
 };
 
 class Conversion {

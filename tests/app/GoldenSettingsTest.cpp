@@ -10,17 +10,6 @@
 
 namespace {
 
-// The text of the rows of "samples".
-std::string sampleRows(const std::string& document) {
-  const std::string before = "\"bt.mapkey\":\"backtrace map key\"},\"data\":[";
-  const std::size_t from = document.find(before);
-  const std::size_t to = document.find("]},\"libraries\"");
-  if (from == std::string::npos || to == std::string::npos) {
-    return "no table in " + document;
-  }
-  return document.substr(from + before.size(), to - from - before.size());
-}
-
 PerfFileBuilder timesRecording() {
   PerfFileBuilder recording = recordingOf(IP_TID_TIME_CPU);
   recording.comm(1, 1, "a").mmap(1, 1, 0x8000, 0x1000, 0, "/nowhere/app");
@@ -44,7 +33,7 @@ std::string timesRows(const std::vector<std::string>& times) {
 std::string rowsAtPrecision(const std::string& precision) {
   Conversion conversion(timesRecording());
   conversion.setting("\"timePrecision\": " + precision);
-  return sampleRows(conversion.run().document);
+  return conversion.run().sampleRows();
 }
 
 // A chain of `count` addresses 32768, 32772, ...: what the back trace shows of it.
@@ -58,7 +47,7 @@ std::string backTraceOf(const std::string& maxBackTrace, uint64_t count) {
   recording.sample(withChain(at(SECOND, 0x8000, 1, 1), chain));
   Conversion conversion(recording);
   conversion.setting("\"maxBackTrace\": " + maxBackTrace);
-  const std::string rows = sampleRows(conversion.run().document);
+  const std::string rows = conversion.run().sampleRows();
   const std::string before = "[1,32768,3,0,0,1,1,";
   EXPECT_TRUE(rows.starts_with(before)) << rows;
   return rows.substr(before.size());
@@ -77,7 +66,7 @@ std::string entries(uint64_t count) {
 
 TEST(GoldenSettingsTest, TimePrecisionDefault) {
   const ConversionResult result = Conversion(timesRecording()).run();
-  EXPECT_EQ(sampleRows(result.document), timesRows({"0", "0.5", "100", "0", "1.2503"}));
+  EXPECT_EQ(result.sampleRows(), timesRows({"0", "0.5", "100", "0", "1.2503"}));
 }
 
 TEST(GoldenSettingsTest, TimePrecisionOneAndThree) {

@@ -42,9 +42,14 @@ inline SampleFields withChain(SampleFields fields, std::vector<uint64_t> chain) 
   return fields;
 }
 
-// Two threads of one process, in the program and in a library; `layout` may have more than the
+// The third sample of simpleRecording().
+inline SampleFields thirdSample() {
+  return withChain(at(3 * SECOND + 2 * EIGHTH, 0x8fff, 10, 10, 0), {0x8fff});
+}
+
+// Two threads of one process, in the program and in a library. `layout` may have more than the
 // document shows.
-inline PerfFileBuilder simpleRecording(uint64_t layout) {
+inline PerfFileBuilder simpleRecordingWithoutThird(uint64_t layout) {
   PerfFileBuilder recording = recordingOf(layout);
   recording.comm(10, 10, "app").comm(10, 11, "worker");
   recording.mmap(10, 10, 0x8000, 0x1000, 0, "/nowhere/app");
@@ -52,6 +57,9 @@ inline PerfFileBuilder simpleRecording(uint64_t layout) {
   recording.mmap(20, 20, 0x8000, 0x1000, 0, "/nowhere/other");
   recording.sample(withChain(at(2 * SECOND, 0x8010, 10, 10, 0), {0x8010}));
   recording.sample(withChain(at(2 * SECOND + 4 * EIGHTH, 0x40000100, 10, 11, 1), {0x40000100}));
-  recording.sample(withChain(at(3 * SECOND + 2 * EIGHTH, 0x8fff, 10, 10, 0), {0x8fff}));
   return recording;
+}
+
+inline PerfFileBuilder simpleRecording(uint64_t layout) {
+  return simpleRecordingWithoutThird(layout).sample(thirdSample());
 }
