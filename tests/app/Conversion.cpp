@@ -29,16 +29,32 @@ LogTexts linesThat(const LogTexts& log, Test test) {
 
 }  // namespace
 
-LogTexts ConversionResult::messages() const {
-  return linesThat(log, [](const std::string& line) {
-    return !line.starts_with("DEBUG ") && !line.starts_with("TRACE ");
-  });
+LogTexts readLog(const std::string& log) {
+  static const std::regex pattern(LINE);
+  LogTexts texts;
+  std::istringstream in(log);
+  for (std::string line; std::getline(in, line);) {
+    std::smatch parts;
+    if (std::regex_match(line, parts, pattern)) {
+      texts.push_back(parts.str(2) + " [" + parts.str(1) + "] " +
+                      withoutChangingParts(parts.str(3)));
+    } else {
+      texts.push_back("not a log line: " + line);
+    }
+  }
+  return texts;
 }
 
-LogTexts ConversionResult::linesOf(const std::string& logger) const {
+LogTexts linesOf(const LogTexts& log, const std::string& logger) {
   const std::string name = " [" + logger + "] ";
   return linesThat(log, [&](const std::string& line) {
     return line.compare(line.find(' '), name.size(), name) == 0;
+  });
+}
+
+LogTexts ConversionResult::messages() const {
+  return linesThat(log, [](const std::string& line) {
+    return !line.starts_with("DEBUG ") && !line.starts_with("TRACE ");
   });
 }
 
@@ -87,21 +103,6 @@ ConversionResult Conversion::run() const {
   words.insert(words.end(), arguments_.begin(), arguments_.end());
   const ProgramResult run =
       ProgramRun(folder_.path()).arguments(std::move(words)).lister(lister_).run();
-  return {run.status, folder_.read("document.json"), run.out, run.err, _takeLog()};
-}
-
-LogTexts Conversion::_takeLog() const {
-  static const std::regex pattern(LINE);
-  LogTexts texts;
-  std::istringstream log(folder_.read("run.log"));
-  for (std::string line; std::getline(log, line);) {
-    std::smatch parts;
-    if (std::regex_match(line, parts, pattern)) {
-      texts.push_back(parts.str(2) + " [" + parts.str(1) + "] " +
-                      withoutChangingParts(parts.str(3)));
-    } else {
-      texts.push_back("not a log line: " + line);
-    }
-  }
-  return texts;
+  return {run.status, folder_.read("document.json"), run.out, run.err,
+          readLog(folder_.read("run.log"))};
 }

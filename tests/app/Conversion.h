@@ -18,6 +18,11 @@
 // run to run stands as a '#': pointers, and the seconds that a conversion took.
 using LogTexts = std::vector<std::string>;
 
+// The lines of a log as it was written.
+LogTexts readLog(const std::string& log);
+// Those of them that one logger wrote.
+LogTexts linesOf(const LogTexts& log, const std::string& logger);
+
 struct ConversionResult {
   int status = -1;
   std::string document;
@@ -28,7 +33,7 @@ struct ConversionResult {
   // The lines at INFO and above.
   LogTexts messages() const;
   // All lines of one logger.
-  LogTexts linesOf(const std::string& logger) const;
+  LogTexts linesOf(const std::string& logger) const { return ::linesOf(log, logger); }
   // The lines at WARN and ERROR.
   LogTexts complaints() const;
   // The text of the rows of "samples" in a compact document.
@@ -52,8 +57,6 @@ class Conversion {
   ConversionResult run() const;
 
  private:
-  LogTexts _takeLog() const;
-
   TempDir folder_;
   std::string settings_;
   std::vector<std::string> arguments_;
