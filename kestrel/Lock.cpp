@@ -35,9 +35,10 @@ timespec timeAfter(int milliseconds) {
 
 }  // namespace
 
+// Usable also when the calls that initialise it fail, since execution goes on.
 struct Lock::Block {
-  pthread_mutex_t mutex;
-  pthread_cond_t condition;
+  pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+  pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
 };
 
 Lock::Lock() : block_(new (std::nothrow) Block) {

@@ -112,10 +112,11 @@ ThreadGroup::WorkerThread::WorkerThread(const std::string& name, ThreadGroup& gr
 bool ThreadGroup::WorkerThread::assign(Runnable* runner, bool deleteRunner) {
   {
     const ScopedLock guard(workLock_);
+    _awaitEndOfRunner();
     if (!stopping_) {
       runner_ = runner;
       deleteRunner_ = deleteRunner;
-      workLock_.notify();
+      workLock_.notifyAll();
       return true;
     }
   }
@@ -126,22 +127,33 @@ bool ThreadGroup::WorkerThread::assign(Runnable* runner, bool deleteRunner) {
 }
 
 void ThreadGroup::WorkerThread::run() {
-  const ScopedLock guard(workLock_);
+  ScopedLock guard(workLock_);
   while (!stopping_) {
     if (runner_ == nullptr) {
       workLock_.wait();
-    } else {
-      _runAssigned();
+      continue;
     }
+    Runnable* const runner = runner_;
+    busy_ = true;
+    guard.unlock();
+    runner->run();  // may delete itself
+    group_.putWorker(this);
+    guard.lock();
+    runner_ = nullptr;
+    busy_ = false;
+    workLock_.notifyAll();
   }
   _dropPending();
   workLock_.notifyAll();
 }
 
-void ThreadGroup::WorkerThread::_runAssigned() {
-  runner_->run();
-  runner_ = nullptr;
-  group_.putWorker(this);
+// Being busy stands for the worker lock, which nobody gets while a runner runs. Not the lock
+// itself: a runner that spawns takes the lock of another worker, whose runner may spawn on this one
+// later.
+void ThreadGroup::WorkerThread::_awaitEndOfRunner() {
+  while (busy_) {
+    workLock_.wait();
+  }
 }
 
 void ThreadGroup::WorkerThread::_dropPending() {
@@ -153,6 +165,7 @@ void ThreadGroup::WorkerThread::_dropPending() {
 
 void ThreadGroup::WorkerThread::stop() {
   const ScopedLock guard(workLock_);
+  _awaitEndOfRunner();
   if (stopping_) {
     return;
   }

@@ -63,8 +63,8 @@ class ThreadGroup {
   std::unique_ptr<Metric> countMetric_;
 };
 
-// One thread of a group. It holds its own lock while a runner runs, so assign() and stop() wait for
-// that runner to end.
+// One thread of a group. It is busy from the start of a runner until it has gone back to the group;
+// assign() and stop() wait for the end of that. No lock is held while a runner runs.
 class ThreadGroup::WorkerThread : public Thread {
  public:
   WorkerThread(const std::string& name, ThreadGroup& group);
@@ -79,12 +79,13 @@ class ThreadGroup::WorkerThread : public Thread {
   void run() override;
 
  private:
-  void _runAssigned() REQUIRES(workLock_);
+  void _awaitEndOfRunner() REQUIRES(workLock_);
   void _dropPending() REQUIRES(workLock_);
 
   ThreadGroup& group_;  // not touched once stopping_ is set: it may be gone
   Lock workLock_;
   bool stopping_ GUARDED_BY(workLock_) = false;
+  bool busy_ GUARDED_BY(workLock_) = false;
   bool deleteRunner_ GUARDED_BY(workLock_) = false;
   Runnable* runner_ GUARDED_BY(workLock_) = nullptr;  // null when idle
 };
