@@ -1,5 +1,6 @@
 // The grammar, for both forms of the parser: every test runs over a buffer and over a stream.
 #include <cmath>
+#include <ostream>
 #include <sstream>
 #include <string>
 
@@ -14,6 +15,11 @@ using kestrel::JSONData;
 namespace {
 
 enum class Form { BUFFER, STREAM };
+
+std::string nameOf(Form form) { return form == Form::BUFFER ? "Buffer" : "Stream"; }
+void PrintTo(Form form, std::ostream* out) {
+  *out << nameOf(form);
+}  // for GoogleTest, in its style
 
 class JSONDataParser : public testing::TestWithParam<Form> {
  protected:
@@ -82,7 +88,7 @@ class JSONDataParser : public testing::TestWithParam<Form> {
 
 INSTANTIATE_TEST_SUITE_P(Forms, JSONDataParser, testing::Values(Form::BUFFER, Form::STREAM),
                          [](const testing::TestParamInfo<Form>& form) {
-                           return form.param == Form::BUFFER ? "Buffer" : "Stream";
+                           return nameOf(form.param);
                          });
 
 }  // namespace
