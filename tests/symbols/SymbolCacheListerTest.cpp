@@ -1,0 +1,369 @@
+// How the cache runs the lister, and what it does with quick, slow, failing and missing ones.
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <signal.h>
+#include <string>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include "tests/symbols/SymbolCacheFixture.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+class SymbolCacheListerTest : public SymbolCacheFixture {
+ protected:
+  static double secondsOf(const std::function<void()>& work) {
+    const auto begin = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  }
+  static LogLine warnOption(const std::string& path) {
+    return line("WARN", "Not listing '" + path + "', its name reads as an option");
+  }
+  LogLine warnOutput(const std::string& path) {
+    return line("WARN", "Error creating symbol output file '" + listPath(path) + "'");
+  }
+  // Asks for a list that is not to be had, and checks that nothing of it stays.
+  void expectRefused(const std::string& path) {
+    const LogCapture log;
+    EXPECT_EQ("none", ask(path));
+    EXPECT_THAT(log.lines("SymbolCache"), ElementsAre(traceAsk(path), warnOption(path)));
+    EXPECT_EQ(0, listerRuns());
+    EXPECT_THAT(cacheFiles(), testing::IsEmpty());
+  }
+  // The lister's arguments for a file of this name, each in brackets.
+  std::string argumentsFor(const std::string& name) {
+    setLister("for a in \"$@\"; do printf '[%s]' \"$a\"; done");
+    const std::string list = ask(source(name));
+    return list == "none" ? list : read(list);
+  }
+};
+
+TEST_F(SymbolCacheListerTest, CommandIsSplitIntoArgumentsAndTheFileIsTheLast) {
+  setLister("for a in \"$@\"; do printf '[%s]' \"$a\"; done");
+  settings().symbolListCommand += " -nCgl '--two words' \"\"";
+  const std::string path = source("x.so");
+  EXPECT_EQ("[-nCgl][--two words][][" + path + "]", read(ask(path)));
+}
+
+TEST_F(SymbolCacheListerTest, ListerIsSearchedOnThePath) {
+  setLister("echo found");
+  settings().symbolListCommand = "lister.sh";
+  const std::string path = temp.path() + ":" + std::getenv("PATH");
+  ASSERT_EQ(0, setenv("PATH", path.c_str(), 1));
+  EXPECT_EQ("found\n", read(ask(source("x.so"))));
+}
+
+TEST_F(SymbolCacheListerTest, ListerRunsWithTheEnvironmentAndTheWorkingDirectory) {
+  ASSERT_EQ(0, setenv("LISTER_TEST", "a value", 1));
+  ASSERT_EQ(0, chdir(temp.path().c_str()));
+  setLister("echo \"$LISTER_TEST\"; pwd -P");
+  char working[4096];
+  ASSERT_NE(nullptr, getcwd(working, sizeof working));
+  EXPECT_EQ(std::string("a value\n") + working + "\n", read(ask(source("x.so"))));
+}
+
+TEST_F(SymbolCacheListerTest, NameIsNotReadByAShell) {
+  EXPECT_EQ("[" + temp.file("$HOME;`x`&*") + "]", argumentsFor("$HOME;`x`&*"));
+}
+
+TEST_F(SymbolCacheListerTest, NameWithABlankIsSplitAsTheCommandLineIs) {
+  EXPECT_EQ("[" + temp.file("a") + "][b]", argumentsFor("a b"));
+}
+
+TEST_F(SymbolCacheListerTest, HyphensAndAtSignsInsideWordsAreNoOptions) {
+  EXPECT_EQ("[" + temp.file("a-b@c") + "][d-@]", argumentsFor("a-b@c d-@"));
+}
+
+TEST_F(SymbolCacheListerTest, NameThatBeginsWithAHyphenIsNotListed) {
+  ASSERT_EQ(0, chdir(temp.path().c_str()));
+  source("-x");
+  expectRefused("-x");
+}
+
+TEST_F(SymbolCacheListerTest, NameThatIsAHyphenIsNotListed) {
+  ASSERT_EQ(0, chdir(temp.path().c_str()));
+  source("-");
+  expectRefused("-");
+}
+
+TEST_F(SymbolCacheListerTest, NameThatBeginsWithAnAtSignIsNotListed) {
+  ASSERT_EQ(0, chdir(temp.path().c_str()));
+  source("@options");
+  expectRefused("@options");
+}
+
+TEST_F(SymbolCacheListerTest, NameWithALaterWordThatReadsAsAnOptionIsNotListed) {
+  expectRefused(source("a --plugin=x.so"));
+}
+
+TEST_F(SymbolCacheListerTest, NameWithALaterWordOfAnAtSignIsNotListed) {
+  expectRefused(source("a @x"));
+}
+
+TEST_F(SymbolCacheListerTest, TabsSplitWordsToo) { expectRefused(source("a\t-x")); }
+
+TEST_F(SymbolCacheListerTest, LineFeedsSplitNoWords) {
+  EXPECT_EQ("[" + temp.file("a\n-x") + "]", argumentsFor("a\n-x"));
+}
+
+TEST_F(SymbolCacheListerTest, QuotedWordThatReadsAsAnOptionIsNotListed) {
+  expectRefused(source("a '-x'"));
+}
+
+TEST_F(SymbolCacheListerTest, WordThatBeginsWithEmptyQuotesAndReadsAsAnOptionIsNotListed) {
+  expectRefused(source("a \"\"-x"));
+}
+
+TEST_F(SymbolCacheListerTest, OptionInsideAQuotedWordIsNone) {
+  EXPECT_EQ("[" + temp.file("a -x") + "]", argumentsFor("'a -x'"));
+}
+
+TEST_F(SymbolCacheListerTest, BackslashBeforeAHyphenStaysInTheWordAndMakesItNoOption) {
+  EXPECT_EQ("[" + temp.file("a") + "][\\-x]", argumentsFor("a \\-x"));
+}
+
+TEST_F(SymbolCacheListerTest, RefusedNameLeavesAnEntryAndItsListAlone) {
+  ASSERT_EQ(0, chdir(temp.path().c_str()));
+  source("-x");
+  const std::string before = "{\"-x\":{\"file\":\"mine.nm\",\"mtime\":5,\"size\":9}}";
+  writeIndex(before);
+  temp.write("cache/mine.nm", "1000 T f\n");
+  EXPECT_EQ("none", ask("-x"));
+  EXPECT_EQ(before, index());
+  EXPECT_EQ("1000 T f\n", temp.read("cache/mine.nm"));
+}
+
+TEST_F(SymbolCacheListerTest, CachedListOfANameThatReadsAsAnOptionIsServed) {
+  ASSERT_EQ(0, chdir(temp.path().c_str()));
+  source("-x");
+  writeIndex("{\"-x\":{\"file\":\"mine.nm\",\"mtime\":1000000000,\"size\":9}}");
+  temp.write("cache/mine.nm", "1000 T f\n");
+  EXPECT_EQ(temp.file("cache/mine.nm"), ask("-x"));
+}
+
+TEST_F(SymbolCacheListerTest, MissingListerIsAnErrorThatLeavesAnEmptyListAndNoEntry) {
+  settings().symbolListCommand = "/nonexistent/lister -n";
+  const std::string path = source("x.so");
+  const LogCapture log;
+  EXPECT_EQ("none", ask(path));
+  EXPECT_THAT(log.lines("SymbolCache"), ElementsAre(traceAsk(path), traceCreate(path),
+                                                    debugCommand(path), errorRunning(path, -5)));
+  EXPECT_THAT(cacheFiles(), ElementsAre(listName(path)));
+  EXPECT_EQ("", read(listPath(path)));
+}
+
+TEST_F(SymbolCacheListerTest, MissingListerIsTriedAgainForEveryFileAndEveryTime) {
+  settings().symbolListCommand = "/nonexistent/lister";
+  const std::string path = source("x.so");
+  EXPECT_EQ("none", ask(path));
+  setLister("cat \"$1\"");
+  EXPECT_EQ(listPath(path), ask(path));
+  EXPECT_EQ("{" + wholeEntry(path, 1000000000, 9) + "}", index());
+}
+
+TEST_F(SymbolCacheListerTest, ListerThatIsNoProgramIsAMissingOne) {
+  settings().symbolListCommand = temp.write("text", "no program");
+  const std::string path = source("x.so");
+  const LogCapture log;
+  EXPECT_EQ("none", ask(path));
+  EXPECT_EQ(errorRunning(path, -5), log.lines("SymbolCache").back());
+}
+
+TEST_F(SymbolCacheListerTest, FailureEmptiesAnOlderListAndKeepsItsEntry) {
+  const std::string path = source("x.so");
+  ask(path);
+  const std::string before = index();
+  touch(path, 5);
+  settings().symbolListCommand = "/nonexistent/lister";
+  EXPECT_EQ("none", ask(path));
+  EXPECT_EQ(before, index());
+  EXPECT_EQ("", read(listPath(path)));
+  EXPECT_THAT(cacheFiles(), ElementsAre(listName(path), "symbolcache.json"));
+}
+
+TEST_F(SymbolCacheListerTest, FailedListerWithoutOutputMeansNoSymbols) {
+  setLister("exit 3");
+  const std::string path = source("x.so");
+  EXPECT_EQ("none", ask(path));
+  EXPECT_EQ("{" + entry(path, "\"mtime\":1000000000,\"size\":0") + "}", index());
+}
+
+TEST_F(SymbolCacheListerTest, ExitStatusDoesNotMatter) {
+  setLister("echo 1000 T f; exit 3");
+  const std::string path = source("x.so");
+  EXPECT_EQ("1000 T f\n", read(ask(path)));
+  EXPECT_EQ("{" + wholeEntry(path, 1000000000, 9) + "}", index());
+}
+
+TEST_F(SymbolCacheListerTest, KilledListersOutputIsKept) {
+  setLister("echo 1000 T f; kill -9 $$");
+  const std::string path = source("x.so");
+  const LogCapture log;
+  EXPECT_EQ("1000 T f\n", read(ask(path)));
+  EXPECT_EQ(infoCreated(path, 9), log.lines("SymbolCache").back());
+}
+
+TEST_F(SymbolCacheListerTest, QuickListersAreListedWholeEveryTimeAndAtOnce) {
+  setLister("echo 1000 T f");
+  for (int i = 0; i < 100; ++i) {
+    const std::string path = source("x" + std::to_string(i));
+    std::string list;
+    EXPECT_LT(secondsOf([&] { list = ask(path); }), 3.0);
+    ASSERT_EQ("1000 T f\n", read(list));
+  }
+  EXPECT_EQ(100, listerRuns());
+}
+
+TEST_F(SymbolCacheListerTest, QuickSilentListersEndAtOnce) {
+  settings().symbolListCommand = "/bin/true";
+  for (int i = 0; i < 100; ++i) {
+    const std::string path = source("x" + std::to_string(i));
+    EXPECT_LT(secondsOf([&] { EXPECT_EQ("none", ask(path)); }), 3.0);
+  }
+}
+
+TEST_F(SymbolCacheListerTest, SlowListerIsWaitedFor) {
+  setLister("echo 1000 T first; sleep 1; echo 2000 T second; sleep 1; echo 3000 T third");
+  EXPECT_EQ("1000 T first\n2000 T second\n3000 T third\n", read(ask(source("x.so"))));
+}
+
+TEST_F(SymbolCacheListerTest, ListerThatIsSilentForLongerThanTheDrainLimitIsWaitedFor) {
+  setLister("sleep 6; echo 1000 T f");
+  EXPECT_EQ("1000 T f\n", read(ask(source("x.so"))));
+}
+
+TEST_F(SymbolCacheListerTest, ListerThatClosesItsOutputEarlyIsWaitedFor) {
+  setLister("echo 1000 T f; exec >&-; sleep 1; echo done > '" + temp.file("done") + "'");
+  EXPECT_EQ("1000 T f\n", read(ask(source("x.so"))));
+  EXPECT_TRUE(temp.has("done"));
+}
+
+TEST_F(SymbolCacheListerTest, OutputThatNeverEndsAfterTheListerIsNeverIndexed) {
+  setLister("echo $$ > '" + temp.file("pid") + "'; sleep 30 & echo $! > '" + temp.file("sleeper") +
+            "'; echo 1000 T f");
+  const std::string path = source("x.so");
+  const LogCapture log;
+  const double seconds = secondsOf([&] { EXPECT_EQ("none", ask(path)); });
+  kill(static_cast<pid_t>(std::strtol(temp.read("sleeper").c_str(), nullptr, 10)), SIGKILL);
+  EXPECT_GE(seconds, 4.9);
+  EXPECT_LT(seconds, 15.0);
+  EXPECT_EQ(errorRunning(path, 0), log.lines("SymbolCache").back());
+  EXPECT_EQ("", index());
+  EXPECT_THAT(cacheFiles(), ElementsAre(listName(path)));
+  EXPECT_EQ("", read(listPath(path)));
+}
+
+TEST_F(SymbolCacheListerTest, AMegabyteOnStandardErrorDoesNotBlockTheLister) {
+  setLister("head -c 1048576 /dev/zero >&2; echo 1000 T f; head -c 1048576 /dev/zero >&2");
+  EXPECT_EQ("1000 T f\n", read(ask(source("x.so"))));
+}
+
+TEST_F(SymbolCacheListerTest, StandardErrorIsNotInTheList) {
+  setLister("echo 'nm: warning' >&2; echo 1000 T f; echo 'nm: another' >&2");
+  EXPECT_EQ("1000 T f\n", read(ask(source("x.so"))));
+}
+
+TEST_F(SymbolCacheListerTest, HugeOutputArrivesWhole) {
+  constexpr std::size_t BYTES = 200'000'000;
+  setLister("head -c " + std::to_string(BYTES) + " /dev/zero | tr '\\0' x; printf end");
+  const std::string path = source("x.so");
+  const LogCapture log(*kestrel::LogLevel::LVL_INFO);
+  const std::string list = ask(path);
+  ASSERT_EQ(listPath(path), list);
+  EXPECT_EQ(infoCreated(path, BYTES + 3), log.lines("SymbolCache").back());
+  std::FILE* const file = std::fopen(list.c_str(), "rb");
+  ASSERT_NE(nullptr, file);
+  std::size_t others = 0;
+  std::size_t total = 0;
+  static char block[1 << 16];
+  for (std::size_t size; (size = std::fread(block, 1, sizeof block, file)) > 0; total += size) {
+    others += size - static_cast<std::size_t>(std::count(block, block + size, 'x'));
+  }
+  std::fclose(file);
+  EXPECT_EQ(BYTES + 3, total);
+  EXPECT_EQ(3u, others);
+}
+
+TEST_F(SymbolCacheListerTest, ListNameOf255BytesWorks) {
+  const std::string path = source(std::string(252 - temp.path().size() - 1, 'n'));
+  ASSERT_EQ(255u, listName(path).size());
+  EXPECT_EQ("1000 T f\n", read(ask(path)));
+  EXPECT_THAT(cacheFiles(), ElementsAre(listName(path), "symbolcache.json"));
+}
+
+TEST_F(SymbolCacheListerTest, ListNameOf256BytesCannotBeOpened) {
+  const std::string path = source(std::string(253 - temp.path().size() - 1, 'n'));
+  ASSERT_EQ(256u, listName(path).size());
+  const LogCapture log;
+  EXPECT_EQ("none", ask(path));
+  EXPECT_THAT(log.lines("SymbolCache"),
+              ElementsAre(traceAsk(path), traceCreate(path), debugCommand(path), warnOutput(path)));
+  EXPECT_EQ(0, listerRuns());
+  EXPECT_THAT(cacheFiles(), testing::IsEmpty());
+}
+
+TEST_F(SymbolCacheListerTest, ListPathThatIsADirectoryCannotBeOpened) {
+  const std::string path = source("x.so");
+  ASSERT_EQ(0, mkdir(listPath(path).c_str(), 0777));
+  const LogCapture log;
+  EXPECT_EQ("none", ask(path));
+  EXPECT_THAT(log.lines("SymbolCache"),
+              ElementsAre(traceAsk(path), traceCreate(path), debugCommand(path), warnOutput(path)));
+  EXPECT_EQ(0, listerRuns());
+  EXPECT_THAT(cacheFiles(), ElementsAre(listName(path)));
+}
+
+TEST_F(SymbolCacheListerTest, CacheDirectoryThatIsGoneCannotTakeAList) {
+  cache();
+  ASSERT_EQ(0, rmdir(temp.file("cache").c_str()));
+  const std::string path = source("x.so");
+  const LogCapture log;
+  EXPECT_EQ("none", ask(path));
+  EXPECT_EQ(warnOutput(path), log.lines("SymbolCache").back());
+  EXPECT_EQ(0, listerRuns());
+}
+
+TEST_F(SymbolCacheListerTest, FailureToOpenTheListLeavesTheEntryAlone) {
+  const std::string path = source("x.so");
+  ask(path);
+  const std::string before = index();
+  touch(path, 5);
+  unlink(listPath(path).c_str());
+  ASSERT_EQ(0, mkdir(listPath(path).c_str(), 0777));
+  EXPECT_EQ("none", ask(path));
+  EXPECT_EQ(before, index());
+}
+
+TEST_F(SymbolCacheListerTest, CreateCacheFileListsAnyFileToAnyPath) {
+  const std::string path = source("x.so");
+  const std::string list = temp.file("elsewhere.nm");
+  const LogCapture log;
+  EXPECT_TRUE(cache().createCacheFile(path, list));
+  EXPECT_EQ("1000 T f\n", read(list));
+  EXPECT_THAT(log.lines("SymbolCache"),
+              ElementsAre(line("TRACE", "createCacheFile '" + path + "' '" + list + "'"),
+                          debugCommand(path)));
+  EXPECT_EQ("", index());
+}
+
+TEST_F(SymbolCacheListerTest, CreateCacheFileCutsAnOlderListToTheNewOutput) {
+  const std::string list = temp.write("elsewhere.nm", std::string(100, 'x'));
+  EXPECT_TRUE(cache().createCacheFile(source("x.so"), list));
+  EXPECT_EQ("1000 T f\n", read(list));
+}
+
+TEST_F(SymbolCacheListerTest, ListIsNotSeenBeforeItIsComplete) {
+  const std::string path = source("x.so");
+  ask(path);
+  touch(path, 5);
+  setLister("echo 2000 T new; cat '" + listPath(path) + "' > '" + temp.file("seen") + "'");
+  EXPECT_EQ("2000 T new\n", read(ask(path)));
+  EXPECT_EQ("1000 T f\n", temp.read("seen"));
+}
+
+}  // namespace
