@@ -82,6 +82,12 @@ class SymbolCacheFixture : public testing::Test {
     std::string list = "what was there";
     return cache().getSampleDataFile(path, list) ? list : "none";
   }
+  // What the cache logs when it is asked, and answers this.
+  std::vector<LogLine> logOf(const std::string& path, const std::string& answer) {
+    const LogCapture log;
+    EXPECT_EQ(answer, ask(path));
+    return log.lines("SymbolCache");
+  }
   static std::string read(const std::string& path) {
     std::string text;
     if (std::FILE* const file = std::fopen(path.c_str(), "rb")) {

@@ -26,11 +26,6 @@ class SymbolCacheTest : public SymbolCacheFixture {
   static LogLine infoFrozenNone(const std::string& path) {
     return line("INFO", "Cache Freeze: Skipping... no cached version of '" + path + "'");
   }
-  std::vector<LogLine> logOf(const std::string& path, const std::string& answer) {
-    const LogCapture log;
-    EXPECT_EQ(answer, ask(path));
-    return log.lines("SymbolCache");
-  }
 };
 
 // Names of list files
@@ -463,103 +458,6 @@ TEST_F(SymbolCacheTest, FrozenCacheSkipsANameThatReadsAsAnOptionLikeAnyOther) {
   ASSERT_EQ(0, chdir(temp.path().c_str()));
   source("-x");
   EXPECT_THAT(logOf("-x", "none"), ElementsAre(traceAsk("-x"), infoFrozenNone("-x")));
-}
-
-// Odd indexes
-
-TEST_F(SymbolCacheTest, EntryThatIsNoObjectCountsAsAbsent) {
-  for (const char* const value : {"null", "true", "5", "1.5", "\"text\"", "[1,2]"}) {
-    const std::string path = source("x.so");
-    writeIndex("{\"" + path + "\":" + value + "}");
-    restart();
-    EXPECT_THAT(logOf(path, listPath(path)), ElementsAre(traceAsk(path), traceCreate(path),
-                                                         debugCommand(path), infoCreated(path, 9)))
-        << value;
-    EXPECT_EQ("{" + wholeEntry(path, 1000000000, 9) + "}", index()) << value;
-  }
-}
-
-TEST_F(SymbolCacheTest, MembersOfWrongTypesCountAsTheirDefaults) {
-  const std::string path = source("x.so", "1000 T f\n", 0);
-  writeIndex("{" + entry(path, "\"file\":\"mine.nm\",\"mtime\":[],\"size\":null") + "}");
-  const std::string list = temp.write("cache/mine.nm", "");
-  EXPECT_EQ(list, ask(path));  // time 0, size -1
-  writeIndex("{" + entry(path, "\"file\":{},\"mtime\":0,\"size\":9") + "}");
-  restart();
-  EXPECT_EQ(listPath(path), ask(path));
-  EXPECT_EQ(1, listerRuns());
-}
-
-TEST_F(SymbolCacheTest, MalformedIndexPrintsTheMessageKeepsWholeMembersAndIsRewrittenWhole) {
-  const std::string path = source("x.so");
-  writeIndex("{\"/lib/a\":{\"file\":\"a.nm\",\"mtime\":1,\"size\":2},\"/lib/b\":{\"file\":?");
-  StderrCapture errors;
-  cache();
-  EXPECT_EQ("JSONData::setFromJsonString(): syntax error: missing value\n", errors.end());
-  EXPECT_EQ(listPath(path), ask(path));
-  EXPECT_EQ("{\"/lib/a\":{\"file\":\"a.nm\",\"mtime\":1,\"size\":2}," +
-                wholeEntry(path, 1000000000, 9) + "}",
-            index());
-}
-
-TEST_F(SymbolCacheTest, MalformedIndexStillServesItsWholeMembers) {
-  const std::string path = source("x.so");
-  writeIndex("{" + entry(path, "\"file\":\"mine.nm\",\"mtime\":1000000000,\"size\":9") + ",5");
-  const std::string list = temp.write("cache/mine.nm", "");
-  StderrCapture errors;
-  EXPECT_EQ(list, ask(path));
-  EXPECT_EQ("JSONData::setFromJsonString(): syntax error: object key must be a string\n",
-            errors.end());
-  EXPECT_EQ(0, listerRuns());
-}
-
-TEST_F(SymbolCacheTest, EmptyIndexFileIsAnEmptyIndex) {
-  writeIndex("");
-  const std::string path = source("x.so");
-  EXPECT_EQ(listPath(path), ask(path));
-  EXPECT_EQ("{" + wholeEntry(path, 1000000000, 9) + "}", index());
-}
-
-TEST_F(SymbolCacheTest, IndexThatIsNoObjectIsReplacedByOne) {
-  for (const char* const text : {"[1,2]", "5", "\"x\"", "null", "true"}) {
-    const std::string path = source("x.so");
-    writeIndex(text);
-    restart();
-    EXPECT_EQ(listPath(path), ask(path)) << text;
-    EXPECT_EQ("{" + wholeEntry(path, 1000000000, 9) + "}", index()) << text;
-  }
-}
-
-TEST_F(SymbolCacheTest, LaterDuplicateOfAMemberCounts) {
-  const std::string path = source("x.so");
-  writeIndex("{" + entry(path, "\"file\":\"one.nm\",\"mtime\":1000000000") + "," +
-             entry(path, "\"file\":\"two.nm\",\"mtime\":1000000000") + "}");
-  temp.write("cache/one.nm", "");
-  temp.write("cache/two.nm", "");
-  EXPECT_EQ(temp.file("cache/two.nm"), ask(path));
-}
-
-TEST_F(SymbolCacheTest, NamesAreEscapedInTheIndex) {
-  const std::string path = source("a\"b\\c.so");
-  setLister("echo 1000 T f");
-  ask(path);
-  EXPECT_EQ("{\"" + temp.file("a\\\"b\\\\c.so") + "\":{\"file\":\"" + listName(path) +
-                "\",\"mtime\":1000000000,\"size\":9}}",
-            index());
-  restart();
-  EXPECT_EQ(listPath(path), ask(path));
-  EXPECT_EQ(1, listerRuns());
-}
-
-TEST_F(SymbolCacheTest, CollidingNamesShareOneListFile) {
-  const std::string first = source("a-b", "1000 T first\n");
-  const std::string second = source("a_b", "1000 T second_one\n");
-  const std::string list = ask(first);
-  EXPECT_EQ(list, ask(second));
-  EXPECT_EQ("1000 T second_one\n", read(listPath(first)));
-  EXPECT_EQ(
-      "{" + wholeEntry(first, 1000000000, 13) + "," + wholeEntry(second, 1000000000, 18) + "}",
-      index());
 }
 
 }  // namespace
