@@ -216,3 +216,43 @@ TEST(DriverConfigurationTest, SettingsHoldForTheRun) {
   EXPECT_FALSE(driver.folder().has("cache"));
   EXPECT_FALSE(driver.folder().has("symbols"));
 }
+
+TEST(DriverConfigurationTest, EachRunBeginsANewLogFile) {
+  const DriverRun driver;
+  driver.configure(
+      "\"log\": {\"level\": \"INFO\", \"adapter\": {\"type\": \"file\", \"fileCount\": 2, "
+      "\"baseName\": \"logs/run.log\"}}");
+  driver.run({"-c", "test.conf", "-i", "nowhere.perf"});
+  const std::string first = driver.folder().read("logs/run.log");
+  EXPECT_FALSE(driver.folder().has("logs/run.log.1"));
+  driver.run({"-c", "test.conf"});
+  EXPECT_EQ(driver.folder().read("logs/run.log.1"), first);
+  EXPECT_THAT(linesOf(readLog(driver.folder().read("logs/run.log")), "main"),
+              ElementsAre(NO_KERNEL, "ERROR [main] No input file specified, aborting.."));
+  driver.run({"-c", "test.conf"});
+  EXPECT_FALSE(driver.folder().has("logs/run.log.2"));
+}
+
+TEST(DriverConfigurationTest, AdapterOfAnUnknownTypeLeavesLinesOnStandardOutput) {
+  const DriverRun driver;
+  driver.configure("\"log\": {\"adapter\": {\"type\": \"socket\"}}");
+  const ProgramResult result = driver.run({"-c", "test.conf"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "");
+  EXPECT_THAT(linesOf(readLog(result.out), "main"),
+              ElementsAre(NO_KERNEL, "ERROR [main] No input file specified, aborting.."));
+}
+
+TEST(DriverConfigurationTest, LogFileThatCannotBeMadeLosesTheLinesOnly) {
+  const DriverRun driver;
+  driver.folder().write("occupied", "");
+  driver.configure(
+      "\"log\": {\"adapter\": {\"type\": \"file\", \"baseName\": \"occupied/run.log\"}}");
+  const ProgramResult result =
+      driver.run({"-c", "test.conf", "-i", "recording.perf", "-o", "document.json"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "");
+  EXPECT_THAT(result.err,
+              testing::StartsWith("FileLogAdapter: Cannot create log file occupied/run.log\n"));
+  EXPECT_TRUE(matchesGolden("simple", driver.folder().read("document.json")));
+}

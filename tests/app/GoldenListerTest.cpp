@@ -238,3 +238,44 @@ TEST(GoldenListerTest, KernelFunctionsAndSourceFiles) {
                        "kernel.syms"));
   EXPECT_EQ(symbols.takeListerRuns(), "-x bin/app\n");
 }
+
+TEST(GoldenListerTest, NamesOfOneFileShareItsTable) {
+  // Under its own name, and under one that has to be located first: both are maps of the table. A
+  // name that has been located before adds none.
+  PerfFileBuilder recording = recordingOf(IP_TID_TIME_CPU);
+  recording.mmap(1, 1, 0x40000000, 0x3000, 0, "sysroot/one.so");
+  recording.mmap(1, 1, 0x50000000, 0x3000, 0, "one.so");
+  recording.mmap(1, 1, 0x60000000, 0x3000, 0, "one.so");
+  recording.sample(at(SECOND, 0x40001000, 1, 1)).sample(at(SECOND, 0x50001000, 1, 1));
+  recording.sample(at(SECOND, 0x60001000, 1, 1));
+  SymbolRun symbols(recording);
+  symbols.conversion().setting("\"symbolFileSeachPath\": \"sysroot\"");
+  std::filesystem::create_directory(symbols.folder().file("sysroot"));
+  symbols.addFile("sysroot/one.so", LIBRARY_LIST, LIBRARY_TIME);
+  EXPECT_THAT(symbols.run().document, HasSubstr("\"data\":[[6,\"alpha\",4096,256,[3,4]]]"));
+  EXPECT_EQ(symbols.takeListerRuns(), "-x sysroot/one.so\n");
+}
+
+TEST(GoldenListerTest, MissingKernelListLetsAFileOfTheKernelsNameBeListed) {
+  const SymbolRun symbols(mappingOf("/nowhere/app"));
+  symbols.addFile("kernel", "c0008000 T _text\nc0008100 T do_work\n", APP_TIME);
+  const ConversionResult result = symbols.run();
+  EXPECT_THAT(result.messages(),
+              Contains("INFO [main] Loaded kernel symbols.  size:2 range:c0008000-c0008101 from "
+                       "kernel.syms"));
+  EXPECT_EQ(symbols.takeListerRuns(), "-x kernel\n");
+  EXPECT_EQ(symbols.cacheNames(), "kernel.nm symbolcache.json ");
+}
+
+TEST(GoldenListerTest, KernelListWinsEvenIfTheCacheIsFrozen) {
+  SymbolRun symbols(mappingOf("/nowhere/app"));
+  symbols.addFile("kernel", "c0008000 T _text\n", APP_TIME);
+  symbols.folder().write("kernel.syms", "c0009000 T _text\n");
+  symbols.conversion().setting("\"freezeSymbolCache\": true");
+  EXPECT_THAT(symbols.run().messages(),
+              testing::IsSupersetOf(
+                  {"INFO [SymbolCache] Using override for 'kernel' in 'kernel.syms'",
+                   "INFO [main] Loaded kernel symbols.  size:1 range:c0009000-c0009001 from "
+                   "kernel.syms"}));
+  EXPECT_EQ(symbols.takeListerRuns(), "");
+}
