@@ -33,14 +33,14 @@ ENTRY = re.compile(r"\s+([0-9a-f]+)\s*$")
 
 
 def read_maps(recording):
-    """(pid, start, end, file offset) of each MMAP record."""
+    """(start, end, file offset) of each MMAP record."""
     content = recording.read_bytes()
     data = rewriter.read_header(content).data
     maps = []
     for record in rewriter.split_records(content[data.offset : data.end]):
         if rewriter.RECORD_HEADER.unpack_from(record)[0] == rewriter.RECORD_MMAP:
-            pid, _, start, length, offset = struct.unpack_from("<IIQQQ", record, 8)
-            maps.append((pid, start, start + length, offset))
+            start, length, offset = struct.unpack_from("<QQQ", record, 16)
+            maps.append((start, start + length, offset))
     return maps
 
 
@@ -101,22 +101,25 @@ def read_document(document):
     return samples
 
 
-def prints_as(address, printed, pid, maps):
-    """Whether perf prints `address` so: newer versions print the place in the mapped file."""
+def prints_as(address, printed, maps):
+    """Whether perf prints `address` so: newer versions print the place in the mapped file.
+
+    The map may be that of another process: children inherit those of their parents.
+    """
     return printed == address or any(
-        pid == owner and start <= address < end and printed == address - start + offset
-        for owner, start, end, offset in maps
+        start <= address < end and printed == address - start + offset
+        for start, end, offset in maps
     )
 
 
 def chain_agrees(sample, printed, maps):
     """`printed` is the whole chain without markers, of which the kernel always writes one first."""
-    pid, entries = sample[1], sample[5]
+    entries = sample[5]
     shown = [entry for entry in entries if entry < CONTEXT_MARKERS]
     if len(entries) < MOST_ENTRIES and len(shown) != len(printed):
         return False
     return len(shown) <= len(printed) and all(
-        prints_as(address, number, pid, maps) for address, number in zip(shown, printed)
+        prints_as(address, number, maps) for address, number in zip(shown, printed)
     )
 
 
