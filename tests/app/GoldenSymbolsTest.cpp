@@ -1,4 +1,6 @@
 // Whole runs with functions and source files: the symbol cache cold, warm, frozen and outdated.
+#include <csignal>
+#include <cstdlib>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -281,4 +283,37 @@ TEST(GoldenSymbolsTest, IndexThatIsNoObjectIsReplaced) {
     EXPECT_EQ(symbols.takeListerRuns(), BOTH_LISTED) << index;
     EXPECT_EQ(symbols.folder().read("cache/symbolcache.json"), wholeIndex()) << index;
   }
+}
+
+TEST(GoldenSymbolsTest, RunThatDiesLeavesNothingHalfMade) {
+  SymbolRun symbols;
+  // The lister ends its parent, with half a list printed.
+  symbols.replaceLister("head -n 2 \"$2.list\"\nsleep 0.2\nkill -9 $PPID\n");
+  EXPECT_EQ(symbols.conversion().run().status, 1000 + SIGKILL);
+  symbols.takeListerRuns();
+  EXPECT_FALSE(symbols.folder().has("cache/bin_app.nm"));
+  EXPECT_FALSE(symbols.folder().has("cache/symbolcache.json"));
+  symbols.replaceLister("exec cat \"$2.list\"\n");
+  EXPECT_TRUE(matchesGolden("symbols", symbols.run().document));
+  EXPECT_EQ(symbols.takeListerRuns(), BOTH_LISTED);
+  EXPECT_EQ(symbols.cacheNames(), CACHE_NAMES);
+}
+
+TEST(GoldenSymbolsTest, SeveralRunsAtOnceShareTheCache) {
+  const SymbolRun symbols;
+  symbols.replaceLister("sleep 0.05\nexec cat \"$2.list\"\n");
+  symbols.folder().write("several.conf",
+                         "{\"kernelSymbolFile\": \"kernel.syms\", \"symbolCacheDir\": \"cache\"}");
+  const std::string program = std::string("\"") + TRACEMILL_WITH_LISTER + "\" './lister -x' ";
+  const std::string command = "cd \"" + symbols.folder().path() + "\" && for i in 1 2 3 4; do " +
+                              program +
+                              "-c several.conf -i recording.perf -o several$i.json >/dev/null & "
+                              "done; wait";
+  EXPECT_EQ(std::system(command.c_str()), 0);
+  for (const char* name : {"several1.json", "several2.json", "several3.json", "several4.json"}) {
+    EXPECT_TRUE(matchesGolden("symbols", symbols.folder().read(name))) << name;
+  }
+  EXPECT_EQ(symbols.cacheNames(), CACHE_NAMES);
+  EXPECT_EQ(symbols.folder().read("cache/symbolcache.json"), wholeIndex());
+  EXPECT_EQ(symbols.folder().read("cache/lib_libx.so.nm"), LIBRARY_LIST);
 }

@@ -197,6 +197,24 @@ TEST_F(PerfInputRunnerPassTest, Pass2WithoutCommRecordsMakesNamelessThreads) {
   EXPECT_EQ(thread->name, "");
 }
 
+TEST_F(PerfInputRunnerPassTest, Pass2CountsUsesOfThreadsAndOfProcessesWithMadeUpMaps) {
+  PerfFileBuilder recording = recordingOf(WITH_CALLCHAIN);
+  recording.mmap(5, 5, 0x8000, 0x1000, 0, "/nowhere/app");
+  recording.sample(withChain(at(SECOND, 0x8000, 5, 7), {0, 0x8004}));
+  recording.sample(withChain(at(SECOND, 0x8000, 5, 7), {0}));
+  recording.sample(withChain(at(SECOND, 0x90000000, 5, 7), {0, 0x90000004, 0x98000000}));
+  open(recording);
+  pass1();
+  pass2();
+  ThreadStore* const threads = Singleton<ThreadStore>::Instance();
+  EXPECT_EQ(threads->getThread(5, 7)->refCount, 3U);
+  EXPECT_EQ(threads->getProcess(5)->refCount, 2U);  // for two maps made up
+  MMapStore* const maps = Singleton<MMapStore>::Instance();
+  EXPECT_EQ(maps->get(5, 0x8000)->refCount, 3U);
+  EXPECT_EQ(maps->get(5, 0x90000000)->refCount, 2U);
+  EXPECT_EQ(maps->get(5, 0x98000000)->refCount, 1U);
+}
+
 TEST_F(PerfInputRunnerPassTest, Pass2IgnoresOtherRecords) {
   PerfFileBuilder recording = recordingOf(IP_TID_TIME_CPU);
   recording.comm(10, 10, "app").mmap(10, 10, 0x8000, 0x1000, 0, "/nowhere/app");
