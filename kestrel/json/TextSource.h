@@ -27,17 +27,18 @@ class StreamSource {
   explicit StreamSource(std::istream& in) : in_(in) {}
 
   char peek() {
-    if (ended_)
-      return 0;  // asking a stream again at its end would turn a value parsed there into a failure
+    // Asking a stream again at its end would turn a value that was parsed there into a failure.
+    if (ended_) return 0;
     const std::istream::int_type byte = in_.peek();
-    if (byte != std::istream::traits_type::eof())
-      return std::istream::traits_type::to_char_type(byte);
+    if (byte != Traits::eof()) return Traits::to_char_type(byte);
     ended_ = true;
     return 0;
   }
   void next() { in_.get(); }
 
  private:
+  using Traits = std::istream::traits_type;
+
   std::istream& in_;
   bool ended_ = false;
 };

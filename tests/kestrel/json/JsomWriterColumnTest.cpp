@@ -195,6 +195,21 @@ TEST(JsomWriterColumn, InTheIndentedLayoutTheBreakFollowsTheSpaceAfterTheLabel) 
                                               true));
 }
 
+TEST(JsomWriterColumn, TheSpaceAfterTheLabelIsCounted) {
+  // { + line feed and space + quotes and label + : + space
+  for (const std::size_t missing : {1U, 0U}) {
+    const std::string label = letters(BREAK - 7 - missing);
+    EXPECT_EQ("{\n \"" + label + "\": " + (missing == 0 ? "\n1" : "1"),
+              written(
+                  [&](JsomWriter& writer) {
+                    writer.startObject();
+                    writer.appendLabel(label.c_str(), true);
+                    writer.appendInt(1);
+                  },
+                  true));
+  }
+}
+
 TEST(JsomWriterColumn, ReturnToTheTopLevelStartsALineOnlyInTheIndentedLayout) {
   const std::string text = letters(30000);
   const Calls calls = [&](JsomWriter& writer) {

@@ -82,6 +82,15 @@ TEST(NumberText, DigitsBeyondTheBufferChangeNothingInIt) {
   }
 }
 
+TEST(NumberText, DigitsBeyondTheBufferAreNotRoundedIntoIt) {
+  // About one in a thousand has 999 behind the last digit kept, and more digits after that.
+  std::mt19937_64 random(11);
+  for (int i = 0; i < 20000; ++i) {
+    const double value = std::ldexp(static_cast<double>(random() >> 11), -250);
+    ASSERT_EQ(printed(value, 1000, 64), fixedText(value, 1000, 64));
+  }
+}
+
 TEST(NumberText, TextIsKeptUpToTheBufferOnly) {
   EXPECT_EQ("12855504354071922204335696738729300820177623950262342682411008",
             fixedText(std::ldexp(1.0, 203), 0, 64));
