@@ -4,8 +4,8 @@
 #include <cerrno>
 #include <new>
 
+#include "kestrel/BackgroundTasks.h"
 #include "kestrel/Deadline.h"
-#include "kestrel/ThreadGroup.h"
 #include "kestrel/log/Logger.h"
 
 namespace kestrel {
@@ -57,7 +57,7 @@ LinuxSelector::LinuxSelector() {
       return;
     }
   }
-  if (!DefaultThreadGroup::Instance()->spawn(this, false)) {
+  if (!BackgroundTasks::start(this)) {
     const ScopedLock guard(lock_);
     closed_ = true;
   }
@@ -139,6 +139,7 @@ void LinuxSelector::run() {
     _close(entry);
   }
   entries_.clear();
+  BackgroundTasks::markEnding();
   closed_ = true;
   // Whoever waits may delete the selector as soon as the lock is free: nothing may follow.
   lock_.notifyAll();

@@ -47,6 +47,34 @@ class Stopwatch {
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
+// Which sanitizer is at work; the undefined behaviour sanitizer comes with the one for addresses.
+#if defined(__SANITIZE_ADDRESS__)
+#define EXEC_TESTS_WITH_ASAN 1
+#elif defined(__SANITIZE_THREAD__)
+#define EXEC_TESTS_WITH_TSAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define EXEC_TESTS_WITH_ASAN 1
+#elif __has_feature(thread_sanitizer)
+#define EXEC_TESTS_WITH_TSAN 1
+#endif
+#endif
+
+// The undefined behaviour sanitizer opens pipes of its own to look at objects, and takes all
+// objects for broken when it gets none.
+#ifdef EXEC_TESTS_WITH_ASAN
+#define SKIP_UNLESS_DESCRIPTORS_MAY_RUN_OUT() GTEST_SKIP() << "the sanitizer needs descriptors"
+#else
+#define SKIP_UNLESS_DESCRIPTORS_MAY_RUN_OUT() static_cast<void>(0)
+#endif
+
+// Sanitizers keep tables far larger than any limit on memory.
+#if defined(EXEC_TESTS_WITH_ASAN) || defined(EXEC_TESTS_WITH_TSAN)
+#define SKIP_UNLESS_MEMORY_MAY_RUN_OUT() GTEST_SKIP() << "the sanitizer needs memory"
+#else
+#define SKIP_UNLESS_MEMORY_MAY_RUN_OUT() static_cast<void>(0)
+#endif
+
 // Takes descriptors until none is left but `spare`, and gives them back at the end of the scope.
 // With `limit` the soft limit is that many descriptors meanwhile.
 class DescriptorShortage {

@@ -445,6 +445,7 @@ TEST(LinuxSelectorTest, TheStopIsWrittenAgainWhenTheControlPipeWasFull) {
 }
 
 TEST(LinuxSelectorTest, WithoutAControlPipeTheSelectorIsClosed) {
+  SKIP_UNLESS_DESCRIPTORS_MAY_RUN_OUT();
   const std::size_t before = countDescriptors();
   const LogCapture log;
   Recorder recorder;

@@ -141,13 +141,7 @@ TEST(ListerRunTest, ADescendantThatKeepsStandardErrorOpenDoesNotDelayTheEnd) {
 }
 
 TEST(ListerRunTest, AThousandRunsLeaveNothingBehindAndNeverStall) {
-  // Runs that overlap first, so that the pool has its spare workers before anything is measured: a
-  // worker needs a moment to come back after its runner has been seen to end.
   const std::size_t threadsAtStart = countThreads();
-  std::thread other([] { runLister({"true"}); });
-  runLister({"true"});
-  other.join();
-
   const std::size_t descriptorsAtStart = countDescriptors();
   std::size_t threadsAtRun100 = 0;
   double longest = 0;
