@@ -48,7 +48,8 @@ T clamped(long long value, T least, T most) {
       std::clamp(value, static_cast<long long>(least), static_cast<long long>(most)));
 }
 
-// The number at the end of a name "<prefix><number>", as "%u" writes it; 0 if it is no such name.
+// The number at the end of a name "<prefix><number>"; 0 if it is no such name. Leading zeros do no
+// harm: the number then names another file, which is moved anyway or does not exist.
 std::uint32_t numberOf(std::string_view name, std::string_view prefix) {
   if (name.size() <= prefix.size() || name.substr(0, prefix.size()) != prefix) {
     return 0;
@@ -56,8 +57,7 @@ std::uint32_t numberOf(std::string_view name, std::string_view prefix) {
   const std::string_view digits = name.substr(prefix.size());
   std::uint32_t number = 0;
   const auto [end, error] = std::from_chars(digits.begin(), digits.end(), number);
-  const bool asWritten = error == std::errc() && end == digits.end() && digits.front() != '0';
-  return asWritten ? number : 0;
+  return error == std::errc() && end == digits.end() ? number : 0;
 }
 
 }  // namespace

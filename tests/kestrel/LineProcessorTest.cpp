@@ -88,6 +88,10 @@ TEST(LineProcessorTest, ResetForgetsTheUnfinishedLineAndItsPendingCharacters) {
   processor.reset();
   processor.processEOF();
   EXPECT_THAT(processor.lines, ElementsAre("x"));
+  processor.reset();
+  processor.push("y\n");
+  EXPECT_THAT(processor.lines, ElementsAre("x", "y"));
+  EXPECT_THAT(processor.numbers, ElementsAre(1u, 1u));  // the count starts again
 }
 
 TEST(LineProcessorTest, TwoLineFeedsInARowDeliverAnEmptyLine) {

@@ -109,6 +109,26 @@ TEST_F(FileLogAdapterTest, WithTwoFilesTheCurrentOneReplacesTheOld) {
   EXPECT_EQ(temp_.read("base.2"), "not ours");
 }
 
+TEST_F(FileLogAdapterTest, LastFileIsDeletedAlsoWhenNoneFollowsIt) {
+  temp_.write("base", "current");
+  temp_.write("base.3", "last");
+  const auto adapter = make("\"fileCount\": 4");
+  log(*adapter, "new");
+  EXPECT_THAT(names(), testing::ElementsAre("base", "base.1"));
+}
+
+TEST_F(FileLogAdapterTest, WhatCannotBeDeletedStays) {
+  for (const char* count : {"4", "1000000"}) {
+    const TempDir temp;
+    const std::string last = "base." + std::to_string(std::stoi(count) - 1);
+    fs::create_directory(temp.file(last));
+    temp.write("base.1", "1");
+    log(*makeNamed(temp.file("base"), std::string("\"fileCount\": ") + count), "new");
+    EXPECT_TRUE(fs::is_directory(temp.file(last))) << count;
+    EXPECT_EQ(temp.read("base.2"), "1") << count;
+  }
+}
+
 TEST_F(FileLogAdapterTest, WithOneFileThePreviousOneIsTruncated) {
   for (const char* count : {"1", "0", "-1", "-5000000000"}) {
     temp_.write("base", "current");

@@ -1,4 +1,5 @@
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <latch>
 #include <memory>
@@ -13,49 +14,18 @@
 
 #include "kestrel/MetricRegistry.h"
 #include "kestrel/ThreadGroup.h"
+#include "kestrel/log/LogAdapter.h"
 #include "kestrel/log/Logger.h"
+#include "tests/kestrel/threads/GroupSupport.h"
 #include "tests/support/LogCapture.h"
 
 namespace {
 
 using kestrel::ThreadGroup;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
 using testing::SizeIs;
-
-class Task : public kestrel::Runnable {
- public:
-  explicit Task(std::function<void()> work) : work_(std::move(work)) {}
-  void run() override { work_(); }
-
- private:
-  const std::function<void()> work_;
-};
-
-// Tells whether it ran and when it is destroyed.
-class WatchedTask : public kestrel::Runnable {
- public:
-  WatchedTask(std::atomic<int>& runs, std::atomic<int>& destroyed)
-      : runs_(runs), destroyed_(destroyed) {}
-  ~WatchedTask() override { ++destroyed_; }
-  void run() override { ++runs_; }
-
- private:
-  std::atomic<int>& runs_;
-  std::atomic<int>& destroyed_;
-};
-
-// A task that can be held while it runs.
-struct Held {
-  std::latch begun{1};
-  std::latch end{1};
-  Task task{[this] {
-    begun.count_down();
-    end.wait();
-  }};
-};
 
 void spawnAndWait(ThreadGroup& group, const std::function<void()>& work) {
   std::latch done(1);
@@ -66,35 +36,6 @@ void spawnAndWait(ThreadGroup& group, const std::function<void()>& work) {
   ASSERT_TRUE(group.spawn(&task, false));
   done.wait();
   group.close();  // the task is on this stack: its worker must be through with it
-}
-
-double metricOf(const std::string& instance, const std::string& name) {
-  class Reader : public kestrel::MetricRegistry::Visitor {
-   public:
-    Reader(const std::string& instance, const std::string& name)
-        : instance_(instance), name_(name) {}
-    bool visit(kestrel::Metric* metric) override {
-      if (metric->getGroup() == "Thread Group" && metric->getInstance() == instance_ &&
-          metric->getName() == name_) {
-        value = metric->collect();
-        return true;
-      }
-      return false;
-    }
-    double value = -1.0;  // not registered
-
-   private:
-    const std::string instance_;
-    const std::string name_;
-  } reader(instance, name);
-  kestrel::MetricRegistry::Instance()->visit(reader);
-  return reader.value;
-}
-
-void awaitMetric(const std::string& instance, const std::string& name, double value) {
-  while (metricOf(instance, name) != value) {
-    std::this_thread::yield();
-  }
 }
 
 TEST(ThreadGroupTest, RunsARunnerOnAWorkerNamedAfterTheGroup) {
@@ -401,6 +342,41 @@ TEST(ThreadGroupTest, CloseWhileRunnersArePendingAndOthersSpawn) {
   }
 }
 
+// Closes the group between the moment at which spawn() has its worker, which it logs, and the
+// assignment.
+class ClosingAdapter : public kestrel::LogAdapter {
+ public:
+  explicit ClosingAdapter(ThreadGroup& group) : group_(group) {}
+  void log(const kestrel::LogLevel&, std::string&, const char* message, bool) override {
+    if (std::string(message).rfind("spawn: ", 0) == 0) {
+      group_.close();
+    }
+  }
+  void log(const kestrel::LogLevel&, std::string&, const std::string&, bool) override {}
+  void flush() override {}
+
+ private:
+  ThreadGroup& group_;
+};
+
+TEST(ThreadGroupTest, SpawnWhoseWorkerIsStoppedBeforeTheAssignmentSaysWhoOwnsTheRunner) {
+  for (const bool deleteRunner : {false, true}) {
+    std::atomic<int> runs{0};
+    std::atomic<int> destroyed{0};
+    ThreadGroup group("Stopped");
+    kestrel::Logger::getLogger("ThreadGroup")->setLevel(*kestrel::LogLevel::LVL_DEBUG);
+    kestrel::Logger::setLogAdapter(new ClosingAdapter(group));
+    kestrel::Runnable* const runner = new WatchedTask(runs, destroyed);
+    EXPECT_EQ(group.spawn(runner, deleteRunner), deleteRunner);
+    kestrel::Logger::resetForTest();
+    EXPECT_EQ(destroyed, deleteRunner ? 1 : 0);
+    EXPECT_EQ(runs, 0);
+    if (!deleteRunner) {
+      delete runner;  // untouched, and still ours
+    }
+  }
+}
+
 TEST(ThreadGroupTest, GroupMayDieWhileItsWorkersReturn) {
   for (int round = 0; round < 200; ++round) {
     Task task([] {});
@@ -427,119 +403,6 @@ TEST(ThreadGroupTest, MetricsCanBeReadWhileGroupsComeAndGo) {
   }
   stop = true;
   reader.join();
-}
-
-class WorkerThreadTest : public testing::Test {
- protected:
-  WorkerThreadTest() { worker_->reserve(); }
-  ~WorkerThreadTest() override { worker_->release(); }
-
-  ThreadGroup group_{"Owner"};
-  ThreadGroup::WorkerThread* const worker_ = new ThreadGroup::WorkerThread("by hand", group_);
-  std::atomic<int> runs_{0};
-  std::atomic<int> destroyed_{0};
-};
-
-// The worker is started only after the runner was assigned and the stop has come.
-TEST_F(WorkerThreadTest, RunnerAssignedButNotBegunIsDeletedByAStopAndNotRun) {
-  EXPECT_TRUE(worker_->assign(new WatchedTask(runs_, destroyed_), true));
-  std::thread stopper([this] { worker_->stop(); });
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  worker_->start();
-  stopper.join();
-  EXPECT_EQ(runs_, 0);
-  EXPECT_EQ(destroyed_, 1);
-}
-
-TEST_F(WorkerThreadTest, RunnerAssignedButNotBegunIsLeftAloneByAStopWithoutDeleteRunner) {
-  WatchedTask task(runs_, destroyed_);
-  EXPECT_TRUE(worker_->assign(&task, false));
-  std::thread stopper([this] { worker_->stop(); });
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  worker_->start();
-  stopper.join();
-  EXPECT_EQ(runs_, 0);
-  EXPECT_EQ(destroyed_, 0);
-}
-
-TEST_F(WorkerThreadTest, StoppingWorkerDeletesWhatItIsAssignedOnlyWithDeleteRunner) {
-  worker_->stop();
-  WatchedTask kept(runs_, destroyed_);
-  EXPECT_FALSE(worker_->assign(&kept, false));
-  EXPECT_EQ(destroyed_, 0);
-  EXPECT_FALSE(worker_->assign(new WatchedTask(runs_, destroyed_), true));
-  EXPECT_EQ(destroyed_, 1);
-  EXPECT_FALSE(worker_->assign(nullptr, true));
-  EXPECT_EQ(runs_, 0);
-}
-
-TEST_F(WorkerThreadTest, SecondStopReturnsAtOnce) {
-  worker_->stop();
-  worker_->stop();
-}
-
-TEST_F(WorkerThreadTest, AssignToABusyWorkerWaitsForItsRunner) {
-  Held first;
-  worker_->start();
-  worker_->assign(&first.task, false);
-  first.begun.wait();
-  std::atomic<bool> assigned{false};
-  WatchedTask second(runs_, destroyed_);
-  std::thread assigner([&] {
-    worker_->assign(&second, false);
-    assigned = true;
-  });
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  EXPECT_FALSE(assigned);
-  first.end.count_down();
-  assigner.join();
-  while (runs_ == 0) {
-    std::this_thread::yield();
-  }
-  worker_->stop();
-}
-
-TEST(DefaultThreadGroupTest, IsOneGroupNamedDefault) {
-  kestrel::DefaultThreadGroup* const group = kestrel::DefaultThreadGroup::Instance();
-  EXPECT_EQ(kestrel::DefaultThreadGroup::Instance(), group);
-  EXPECT_EQ(group->getName(), "Default");
-  std::latch done(1);
-  Task task([&done] { done.count_down(); });
-  EXPECT_TRUE(group->spawn(&task, false));
-  done.wait();
-  awaitMetric("Default", "Busy Count", 0.0);
-}
-
-TEST(DefaultThreadGroupTest, IsMadeOnceByThreadsThatAskAtOnce) {
-  std::vector<std::thread> threads;
-  std::vector<kestrel::DefaultThreadGroup*> groups(4);
-  for (std::size_t i = 0; i < groups.size(); ++i) {
-    threads.emplace_back([&groups, i] { groups[i] = kestrel::DefaultThreadGroup::Instance(); });
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
-  EXPECT_THAT(groups, testing::Each(kestrel::DefaultThreadGroup::Instance()));
-}
-
-// The process ends while a worker of the default group still runs its runner.
-TEST(DefaultThreadGroupTest, MayStillRunWhenTheProcessEnds) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(
-      {
-        static std::latch begun(1);
-        static Task task([] {
-          begun.count_down();
-          for (;;) {
-            kestrel::Logger::getLogger("late")->debugf("still here");
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-          }
-        });
-        kestrel::DefaultThreadGroup::Instance()->spawn(&task, false);
-        begun.wait();
-        exit(0);
-      },
-      testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
