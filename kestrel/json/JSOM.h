@@ -29,10 +29,14 @@ namespace kestrel {
 
 class JSOM {
  public:
-  static int defaultPrecision;  // fraction digits of a number that stringValue() turns into text
-  static const JSOM BLANK;      // unbound
-  static JSOM JERROR;  // the null reference that failed operations return; it takes no value
-  static const std::string EMPTY_STRING;  // the usual default for stringValue()
+  // Fraction digits of a number that stringValue() turns into text.
+  static int defaultPrecision;
+  // Unbound: to be copied.
+  static const JSOM BLANK;
+  // The null reference that failed operations return; it takes no value.
+  static JSOM JERROR;
+  // The usual default for stringValue().
+  static const std::string EMPTY_STRING;
 
   JSOM() = default;  // unbound: a root to be written to
   // Bound to the node, or a null reference. The handle takes references of its own on node and
@@ -158,8 +162,8 @@ class JSOM {
   static void _expandValues(JSOM& h);
   static void _expandString(JSOM& h);
 
-  JSONData* parent_ =
-      nullptr;  // the container the handle was reached from, one reference; null for a root
+  // The container the handle was reached from, one reference; null for a root.
+  JSONData* parent_ = nullptr;
   InfoType infoType_ = UNBOUND;
   Info info_;
   // Where the container of this handle, or one around it, goes as soon as something is written;
