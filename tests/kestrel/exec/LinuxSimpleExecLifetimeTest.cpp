@@ -78,7 +78,7 @@ TEST(LinuxSimpleExecLifetimeTest, TheListenerIsToldBeforeTheStatusIsStored) {
 TEST(LinuxSimpleExecLifetimeTest, TheListenerIsToldOfACommandThatCouldNotBeExecuted) {
   Listener listener;
   const ExecPtr exec = makeExec();
-  exec->exec({"/no/such/command"}, "", &listener);
+  exec->exec({"/no/such/command", "argument"}, &listener);
   exec->waitTilDone(0);
   EXPECT_EQ(listener.calls, 1);
   EXPECT_EQ(listener.status, -5);

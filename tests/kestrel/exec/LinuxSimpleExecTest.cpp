@@ -89,7 +89,7 @@ TEST(LinuxSimpleExecTest, AFileThatIsNoCommandCannotBeExecuted) {
 
 TEST(LinuxSimpleExecTest, AWorkingDirectoryThatDoesNotExistIsAFailureToExecute) {
   const ExecPtr exec = makeExec();
-  EXPECT_EQ(exec->exec({"/bin/true"}, "/no/such/directory", nullptr), -1);
+  EXPECT_EQ(exec->exec("/bin/true", "/no/such/directory", nullptr), -1);
   exec->waitTilDone(0);
   EXPECT_EQ(exec->getExitStatus(), -5);
   EXPECT_EQ(exec->getErrorNumber(), ENOENT);
@@ -155,7 +155,7 @@ TEST(LinuxSimpleExecTest, NoCommandIsMinusTwo) {
   const char* const none[] = {nullptr};
   const char* const one[] = {"true"};
   EXPECT_EQ(exec->exec({}, nullptr), -2);
-  EXPECT_EQ(exec->exec({}, "/", nullptr), -2);
+  EXPECT_EQ(exec->exec(std::vector<std::string>(), std::string("/"), nullptr), -2);
   EXPECT_EQ(exec->exec("", nullptr, nullptr), -2);
   EXPECT_EQ(exec->exec(" \t", nullptr, nullptr), -2);
   EXPECT_EQ(exec->exec(static_cast<const char*>(nullptr), nullptr, nullptr), -2);

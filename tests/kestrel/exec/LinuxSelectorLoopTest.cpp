@@ -1,0 +1,287 @@
+#include <atomic>
+#include <fcntl.h>
+#include <limits>
+#include <memory>
+#include <string>
+#include <sys/select.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "kestrel/LinuxPipe.h"
+#include "kestrel/LinuxSelector.h"
+#include "kestrel/ThreadGroup.h"
+#include "tests/kestrel/exec/ExecSupport.h"
+#include "tests/kestrel/exec/SelectorSupport.h"
+#include "tests/support/LogCapture.h"
+
+// The loop of the selector: when it wakes up, how it ends, and several threads around it.
+namespace {
+
+using kestrel::LinuxPipe;
+using kestrel::LinuxSelector;
+using kestrel::PortableFile;
+using kestrel::PortableSelector;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr const char* LOGGER = "LinuxSelector";
+
+TEST(LinuxSelectorLoopTest, WithoutAnIntervalTheLoopSleepsUntilSomethingIsReady) {
+  Recorder recorder;
+  const WatchedPipe source;
+  LinuxSelector selector;
+  ASSERT_TRUE(addPipe(selector, source, recorder));
+  EXPECT_TRUE(eventually([&] { return selector.getWakeUpCountForTest() == 1; }));  // the update
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  EXPECT_EQ(selector.getWakeUpCountForTest(), 1U);
+  source.write('a');
+  EXPECT_TRUE(eventually([&] { return selector.getWakeUpCountForTest() == 2; }));
+}
+
+// Sets an interval and wakes the loop so that it is taken up.
+void applyInterval(LinuxSelector& selector, Recorder& recorder, const WatchedPipe& source,
+                   double seconds) {
+  dynamic_cast<kestrel::PortableSelectorExt*>(selector.ext())->setWakeUpInterval(seconds);
+  const int reads = recorder.reads;
+  source.write('x');
+  EXPECT_TRUE(eventually([&] { return recorder.reads == reads + 1; }));
+}
+
+TEST(LinuxSelectorLoopTest, WithAnIntervalTheLoopWakesUpAgainAndAgain) {
+  Recorder recorder;
+  const WatchedPipe source;
+  LinuxSelector selector;
+  ASSERT_TRUE(addPipe(selector, source, recorder));
+  applyInterval(selector, recorder, source, 0.01);
+  const unsigned before = selector.getWakeUpCountForTest();
+  const Stopwatch watch;
+  EXPECT_TRUE(eventually([&] { return selector.getWakeUpCountForTest() >= before + 20; }));
+  EXPECT_GE(watch.seconds(), 0.15);
+  applyInterval(selector, recorder, source, 1.5);
+  const unsigned after = selector.getWakeUpCountForTest();
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_LE(selector.getWakeUpCountForTest(), after + 1);
+  source.write('y');  // still reacts at once
+  EXPECT_TRUE(eventually([&] { return recorder.lastByte == 'y'; }));
+}
+
+TEST(LinuxSelectorLoopTest, IntervalsThatAreNoneOrHugeDoNotDisturbTheLoop) {
+  const LogCapture log(*kestrel::LogLevel::LVL_WARN);
+  Recorder recorder;
+  const WatchedPipe source;
+  LinuxSelector selector;
+  ASSERT_TRUE(addPipe(selector, source, recorder));
+  for (const double seconds :
+       {-1.0, std::numeric_limits<double>::quiet_NaN(), 1e300, -1e300, 0.0,
+        std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity()}) {
+    applyInterval(selector, recorder, source, seconds);
+    // At most the update of addFile() and the one time-out of the interval before may still come.
+    const unsigned before = selector.getWakeUpCountForTest();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_LE(selector.getWakeUpCountForTest(), before + 2) << seconds;
+  }
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST(LinuxSelectorLoopTest, ATinyIntervalDoesNotMakeTheLoopSpin) {
+  Recorder recorder;
+  const WatchedPipe source;
+  LinuxSelector selector;
+  ASSERT_TRUE(addPipe(selector, source, recorder));
+  applyInterval(selector, recorder, source, 1e-12);
+  const unsigned before = selector.getWakeUpCountForTest();
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  EXPECT_LE(selector.getWakeUpCountForTest(), before + 400);
+  EXPECT_GE(selector.getWakeUpCountForTest(), before + 2);
+}
+
+TEST(LinuxSelectorLoopTest, ClosingClosesEveryFile) {
+  const std::size_t before = countDescriptors();
+  {
+    std::vector<WatchedPipe> sources(20);
+    std::vector<Recorder> recorders(20);
+    LinuxSelector selector;
+    for (std::size_t i = 0; i < sources.size(); ++i) {
+      ASSERT_TRUE(addPipe(selector, sources[i], recorders[i]));
+    }
+    selector.closeSelector();
+    for (const Recorder& recorder : recorders) {
+      EXPECT_EQ(recorder.closes, 1);
+    }
+    selector.closeSelector();
+  }
+  EXPECT_EQ(countDescriptors(), before);
+}
+
+TEST(LinuxSelectorLoopTest, ABrokenControlPipeEndsTheLoopAndClosingReturnsAtOnce) {
+  const LogCapture log;
+  Recorder recorder;
+  const WatchedPipe source;
+  LinuxSelector selector;
+  ASSERT_TRUE(addPipe(selector, source, recorder));
+  const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  ASSERT_NE(dup2(nothing, selector.getControlFdForTest()), -1);
+  close(nothing);
+  EXPECT_TRUE(eventually([&] { return recorder.closes == 1; }));
+  const Stopwatch watch;
+  selector.closeSelector();
+  EXPECT_LT(watch.seconds(), 1);
+  WatchedPipe late;
+  EXPECT_FALSE(addPipe(selector, late, recorder));
+  delete late.reader;
+  EXPECT_THAT(log.messages(LOGGER, "WARN"),
+              ElementsAre(text(&selector) + " Control pipe is broken, closing..."));
+}
+
+TEST(LinuxSelectorLoopTest, AnInvalidDescriptorEndsTheLoop) {
+  const LogCapture log;
+  Recorder recorder;
+  Recorder other;
+  const WatchedPipe source;
+  const WatchedPipe second;
+  LinuxSelector selector;
+  ASSERT_TRUE(addPipe(selector, source, recorder));
+  ASSERT_TRUE(addPipe(selector, second, other));
+  EXPECT_TRUE(eventually([&] { return selector.getWakeUpCountForTest() >= 1; }));
+  close(second.reader->getFd());
+  source.write('a');
+  EXPECT_TRUE(eventually([&] { return other.closes == 1; }));
+  EXPECT_EQ(recorder.closes, 1);
+  selector.closeSelector();
+  EXPECT_THAT(log.messages(LOGGER, "WARN"),
+              ElementsAre(text(&selector) + " Select error: invalid file descriptor was given."));
+}
+
+TEST(LinuxSelectorLoopTest, TheStopIsWrittenAgainWhenTheControlPipeWasFull) {
+  // Holds the loop in a call, and so its lock, until told otherwise.
+  class Holder : public Recorder {
+   public:
+    bool onCanRead(PortableSelector* selector, PortableFile* file) override {
+      entered = true;
+      eventually([this] { return released.load(); });
+      return Recorder::onCanRead(selector, file);
+    }
+    std::atomic<bool> entered{false};
+    std::atomic<bool> released{false};
+  };
+  Holder holder;
+  const WatchedPipe source;
+  LinuxSelector selector;
+  ASSERT_TRUE(addPipe(selector, source, holder));
+  const int control = selector.getControlFdForTest();
+  source.write('a');
+  ASSERT_TRUE(eventually([&] { return holder.entered.load(); }));
+  const std::string ignored(4096, 'x');
+  while (write(control, ignored.data(), ignored.size()) > 0) {
+  }
+  while (write(control, "x", 1) > 0) {
+  }
+  std::thread closer([&selector] { selector.closeSelector(); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  const Stopwatch watch;
+  holder.released = true;
+  closer.join();
+  EXPECT_LT(watch.seconds(), 10);
+  EXPECT_EQ(holder.closes, 1);
+}
+
+TEST(LinuxSelectorLoopTest, WithoutAControlPipeTheSelectorIsClosed) {
+  SKIP_UNLESS_DESCRIPTORS_MAY_RUN_OUT();
+  const std::size_t before = countDescriptors();
+  const LogCapture log;
+  Recorder recorder;
+  WatchedPipe source;
+  std::string address;
+  {
+    const DescriptorShortage shortage(1, 64);
+    LinuxSelector selector;
+    address = text(&selector);
+    EXPECT_FALSE(addPipe(selector, source, recorder));
+    selector.closeSelector();
+  }
+  EXPECT_THAT(log.messages(LOGGER, "ERROR"),
+              ElementsAre(address + " Cannot create anonymous pipe! errno=24"));
+  EXPECT_THAT(log.messages(LOGGER, "TRACE"), Not(Contains(address + " run()")));
+  delete source.reader;
+  source.writer.reset();
+  EXPECT_EQ(countDescriptors(), before);
+}
+
+TEST(LinuxSelectorLoopTest, AControlPipeOutsideTheSelectSetCountsAsFailed) {
+  Recorder recorder;
+  WatchedPipe source;
+  const LogCapture log;
+  const SelectSetFilled filled;
+  const std::size_t before = countDescriptors();
+  {
+    LinuxSelector selector;
+    EXPECT_FALSE(addPipe(selector, source, recorder));
+    EXPECT_THAT(log.messages(LOGGER, "ERROR"),
+                ElementsAre(text(&selector) + " Cannot create anonymous pipe! errno=24"));
+  }
+  EXPECT_EQ(countDescriptors(), before);
+  delete source.reader;
+}
+
+std::string selectWithoutThreads() {
+  kestrel::DefaultThreadGroup::Instance()->close();
+  Recorder recorder;
+  WatchedPipe source;
+  LinuxSelector selector;
+  if (addPipe(selector, source, recorder)) {
+    return "a selector without a thread took a file";
+  }
+  delete source.reader;
+  selector.closeSelector();
+  return "";
+}
+
+TEST(LinuxSelectorLoopTest, WithoutAThreadTheSelectorIsClosed) {
+  EXPECT_WELL_IN_FRESH_PROCESS(selectWithoutThreads());
+}
+
+TEST(LinuxSelectorLoopTest, SeveralThreadsAddAndCloseFiles) {
+  LinuxSelector selector;
+  std::atomic<int> problems{0};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&selector, &problems] {
+      for (int round = 0; round < 50; ++round) {
+        Recorder recorder;
+        const WatchedPipe source;
+        bool well = addPipe(selector, source, recorder);
+        source.write('a');
+        well = well && eventually([&] { return recorder.reads == 1; });
+        selector.closeFile(source.reader);
+        well = well && eventually([&] { return recorder.closes == 1; });
+        problems += well ? 0 : 1;
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(problems, 0);
+  EXPECT_TRUE(eventually([&] { return selector.getFileCountForTest() == 0; }));
+}
+
+TEST(LinuxSelectorLoopTest, ManySelectorsComeAndGo) {
+  const std::size_t before = countDescriptors();
+  for (int i = 0; i < 500; ++i) {
+    const std::unique_ptr<PortableSelector> selector(
+        kestrel::PortableSelectorFactory::createSelector());
+    ASSERT_NE(selector, nullptr);
+    if (i % 2 == 0) {
+      selector->closeSelector();
+    }
+  }
+  EXPECT_EQ(countDescriptors(), before);
+}
+
+}  // namespace
