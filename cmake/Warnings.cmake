@@ -13,11 +13,11 @@ target_compile_options(
             -Wformat=2
             -Wnon-virtual-dtor
             -Woverloaded-virtual
-            -Wcast-align=strict
+            $<$<CXX_COMPILER_ID:GNU>:-Wcast-align=strict>
             -ffp-contract=off # fused operations would change digits between Arm and x86
             $<$<BOOL:${TRACEMILL_WERROR}>:-Werror>)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-  target_compile_options(tracemill_flags INTERFACE -Wthread-safety -Wno-cast-align)
+  target_compile_options(tracemill_flags INTERFACE -Wthread-safety)
 endif()
 # Files over 2 GiB and times beyond 2038 on 32-bit boards.
 target_compile_definitions(tracemill_flags INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
