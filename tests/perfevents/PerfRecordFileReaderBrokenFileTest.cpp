@@ -1,7 +1,9 @@
 // Broken files: how opening them fails, and how a walk over them ends.
+#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -228,6 +230,20 @@ TEST_F(PerfRecordFileReaderBrokenFileTest, EnormousClaimsOfIdsFailAtOnce) {
   for (const uint64_t size : {0x100000000ULL, 0x8000000000000000ULL, 0xFFFFFFFFFFFFFFFFULL}) {
     expectFailure(PerfFileBuilder().attribute(Attr().idsSection(0, size)), IDS_READ);
   }
+}
+
+// A large file with holes costs nothing to make, and its size says nothing about what can be read.
+TEST_F(PerfRecordFileReaderBrokenFileTest, ClaimOfIdsIsNotAllocatedBeforeItIsRead) {
+  constexpr uint64_t TEBIBYTE = uint64_t{1} << 40;
+  const std::string path =
+      PerfFileBuilder().attribute(Attr().idsSection(TEBIBYTE, TEBIBYTE)).writeTo(folder_);
+  std::error_code error;
+  std::filesystem::resize_file(path, TEBIBYTE, error);
+  if (error) {
+    GTEST_SKIP() << "no files of this size here: " << error.message();
+  }
+  std::ifstream stream(path, std::ios::in | std::ios::binary);
+  expectFailure(stream, IDS_READ);
 }
 
 TEST_F(PerfRecordFileReaderBrokenFileTest, AllIdsTogetherAreAtMostTheFilesSizeBy8) {

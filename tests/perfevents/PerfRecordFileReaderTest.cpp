@@ -284,11 +284,12 @@ TEST_F(PerfRecordFileReaderTest, WhatFollowsTheDataIsNotRead) {
   EXPECT_THAT(seen.errors, IsEmpty());
 }
 
-TEST_F(PerfRecordFileReaderTest, DataMayComeFirst) {
-  PerfFileBuilder builder = file().comm(1, 2, "app");
-  const std::string data = builder.bytes().substr(builder.dataOffset());
-  builder.trailer(data).header(Header::DATA_OFFSET, builder.dataOffset() + data.size());
-  EXPECT_THAT(walk(builder).records, ElementsAre("3 app"));
+TEST_F(PerfRecordFileReaderTest, DataIsFoundByItsOffset) {
+  PerfFileBuilder builder = file().comm(1, 2, "not this");
+  const std::string sought = file().comm(1, 2, "but this").bytes().substr(builder.dataOffset());
+  builder.header(Header::DATA_OFFSET, builder.bytes().size());
+  builder.header(Header::DATA_SIZE, sought.size()).trailer(sought);
+  EXPECT_THAT(walk(builder).records, ElementsAre("3 but this"));
 }
 
 TEST_F(PerfRecordFileReaderTest, SecondWalkNeedsCueing) {
@@ -400,6 +401,20 @@ TEST_F(PerfRecordFileReaderTest, StepsCanBeRepeated) {
   ASSERT_THAT(reader.getAttributes(), SizeIs(1));
   EXPECT_THAT(reader.getAttributes()[0].ids(), ElementsAre(7));
   EXPECT_THAT(reader.getTraceEventTypes(), ElementsAre(Pair(3, "three")));
+}
+
+TEST_F(PerfRecordFileReaderTest, RepeatedStepsReplaceWhatTheyLoaded) {
+  const PerfFileBuilder builder =
+      PerfFileBuilder().attribute(Attr().config(1)).eventType(3, "three");
+  PerfRecordFileReader reader(open(builder), false);
+  // The same file, under the reader's stream, now says something else.
+  PerfFileBuilder().attribute(Attr().config(2)).eventType(4, "four").writeTo(folder_);
+  reader.readHeader();
+  reader.readAttributes();
+  reader.readTraceEventTypes();
+  ASSERT_THAT(reader.getAttributes(), SizeIs(1));
+  EXPECT_EQ(reader.getAttributes()[0].config(), 2U);
+  EXPECT_THAT(reader.getTraceEventTypes(), ElementsAre(Pair(4, "four")));
 }
 
 TEST_F(PerfRecordFileReaderTest, OpeningAFileClearsTheStreamsState) {
