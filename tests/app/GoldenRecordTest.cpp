@@ -93,6 +93,9 @@ TEST(GoldenRecordTest, AttributesOfDifferentLayoutsAreWarnedOfOncePerPass) {
   const ConversionResult result = Conversion(recording).run();
   EXPECT_THAT(result.complaints(), ElementsAre(warning, warning));
   EXPECT_EQ(result.sampleRows(), "[1,32768,3,0,0,1,1,[]]");
+  const Attr other = Attr().sampleType(WITH_CALLCHAIN);
+  EXPECT_THAT(Conversion(withAttributes({plain, other, plain, other})).run().complaints(),
+              ElementsAre(warning, warning));
   EXPECT_THAT(Conversion(withAttributes({plain, plain, plain})).run().complaints(), IsEmpty());
 }
 

@@ -69,6 +69,12 @@ TEST(GoldenSettingsTest, TimePrecisionDefault) {
   EXPECT_EQ(result.sampleRows(), timesRows({"0", "0.5", "100", "0", "1.2503"}));
 }
 
+TEST(GoldenSettingsTest, WithoutAWindowSkewCountsButOffsetAndBaseCancelOut) {
+  Conversion conversion(timesRecording());
+  conversion.arguments({"-A", "4", "-B", "1000", "-C", "0.25", "-d", "0.125"});
+  EXPECT_EQ(conversion.run().sampleRows(), timesRows({"0", "2", "400", "0.000002", "5.0012"}));
+}
+
 TEST(GoldenSettingsTest, TimePrecisionOneAndThree) {
   EXPECT_EQ(rowsAtPrecision("1"), timesRows({"0", "0.5", "100", "0", "1.3"}));
   EXPECT_EQ(rowsAtPrecision("3"), timesRows({"0", "0.5", "100", "0", "1.25"}));
