@@ -297,6 +297,15 @@ TEST_F(SampleWriterTest, FakeMapBelongsToThePidThatTheThreadIsKnownBy) {
   EXPECT_EQ(nullptr, maps().get(9, 0x12345));
 }
 
+TEST_F(SampleWriterTest, FakeMapBelongsToThePidOfTheEntryThatTheProcessIsKnownBy) {
+  addComm(5, 5, "app");
+  addComm(5, 7, "worker");
+  table({sample(7, 8, 0x12345)});  // the entry of tid 7 has pid 5
+  EXPECT_EQ("{worker-10000}", maps().get(5, 0x12345)->name);
+  EXPECT_EQ(nullptr, maps().get(7, 0x12345));
+  EXPECT_EQ(1u, threads().getThread(5, 7)->refCount);
+}
+
 TEST_F(SampleWriterTest, LastAddressOfTheInterruptVectorsMakesAnotherFakeMapEachTime) {
   EXPECT_EQ(expected("[1,4294967295,4,1.25,3,5,5,[]],[2,4294967295,6,1.25,3,5,5,[]]"),
             table({sample(5, 5, 0xFFFFFFFF), sample(5, 5, 0xFFFFFFFF)}));

@@ -103,4 +103,15 @@ TEST_F(SymbolCacheIndexTest, CollidingNamesShareOneListFile) {
       index());
 }
 
+TEST_F(SymbolCacheIndexTest, ListThatIsAPipeIsNotServed) {
+  const std::string path = source("x.so");
+  writeIndex("{" + entry(path, "\"file\":\"pipe.nm\",\"mtime\":1000000000,\"size\":9") + "}");
+  ASSERT_EQ(0, mkfifo(temp.file("cache/pipe.nm").c_str(), 0666));
+  settings().freezeSymbolCache = true;
+  EXPECT_EQ("none", ask(path));
+  settings().freezeSymbolCache = false;
+  EXPECT_EQ(listPath(path), ask(path));
+  EXPECT_EQ(1, listerRuns());
+}
+
 }  // namespace

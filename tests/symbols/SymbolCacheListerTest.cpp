@@ -6,6 +6,7 @@
 #include <string>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "tests/symbols/SymbolCacheFixture.h"
@@ -166,6 +167,25 @@ TEST_F(SymbolCacheListerTest, MissingListerIsTriedAgainForEveryFileAndEveryTime)
   EXPECT_EQ("{" + wholeEntry(path, 1000000000, 9) + "}", index());
 }
 
+TEST_F(SymbolCacheListerTest, StatusOfAMissingListerIsAlwaysKnownWhenItIsReported) {
+  settings().symbolListCommand = "/nonexistent/lister";
+  const std::string path = source("x.so");
+  const LogCapture log(*kestrel::LogLevel::LVL_ERROR);
+  for (int i = 0; i < 200; ++i) {
+    EXPECT_EQ("none", ask(path));
+    ASSERT_EQ(errorRunning(path, -5), log.lines("SymbolCache").back()) << "run " << i;
+  }
+}
+
+TEST_F(SymbolCacheListerTest, FailedFileIsNotInTheIndexThatALaterListWrites) {
+  settings().symbolListCommand = "/nonexistent/lister";
+  ask(source("failed.so"));
+  setLister("cat \"$1\"");
+  const std::string path = source("x.so");
+  ask(path);
+  EXPECT_EQ("{" + wholeEntry(path, 1000000000, 9) + "}", index());
+}
+
 TEST_F(SymbolCacheListerTest, ListerThatIsNoProgramIsAMissingOne) {
   settings().symbolListCommand = temp.write("text", "no program");
   const std::string path = source("x.so");
@@ -268,6 +288,11 @@ TEST_F(SymbolCacheListerTest, StandardErrorIsNotInTheList) {
   EXPECT_EQ("1000 T f\n", read(ask(source("x.so"))));
 }
 
+TEST_F(SymbolCacheListerTest, ListerThatReadsItsStandardInputMeetsItsEndAtOnce) {
+  setLister("cat; echo 1000 T f");
+  EXPECT_EQ("1000 T f\n", read(ask(source("x.so"))));
+}
+
 TEST_F(SymbolCacheListerTest, HugeOutputArrivesWhole) {
   constexpr std::size_t BYTES = 200'000'000;
   setLister("head -c " + std::to_string(BYTES) + " /dev/zero | tr '\\0' x; printf end");
@@ -364,6 +389,53 @@ TEST_F(SymbolCacheListerTest, ListIsNotSeenBeforeItIsComplete) {
   setLister("echo 2000 T new; cat '" + listPath(path) + "' > '" + temp.file("seen") + "'");
   EXPECT_EQ("2000 T new\n", read(ask(path)));
   EXPECT_EQ("1000 T f\n", temp.read("seen"));
+}
+
+// Runs that share a cache directory: the other run is a process of its own.
+class SymbolCacheOtherRunTest : public SymbolCacheListerTest {
+ protected:
+  // Asks for the list of `path` in another process, and returns once its lister has started.
+  pid_t askElsewhere(const std::string& path) {
+    const pid_t other = fork();
+    if (other == 0) {
+      ask(path);
+      _exit(0);
+    }
+    for (int i = 0; i < 1000 && listerRuns() == 0; ++i) {
+      usleep(10000);
+    }
+    EXPECT_EQ(1, listerRuns());
+    return other;
+  }
+};
+
+TEST_F(SymbolCacheOtherRunTest, ListOfARunThatDiedIsNeverTakenAndItsTemporaryFileIsRemoved) {
+  setLister("echo 1000 T partial; echo $$ > '" + temp.file("lister") + "'; exec sleep 30");
+  const std::string path = source("x.so");
+  const pid_t other = askElsewhere(path);
+  for (int i = 0; i < 1000 && temp.read("lister").empty(); ++i) {
+    usleep(10000);
+  }
+  kill(other, SIGKILL);
+  waitpid(other, nullptr, 0);
+  kill(static_cast<pid_t>(std::strtol(temp.read("lister").c_str(), nullptr, 10)), SIGKILL);
+  EXPECT_EQ(1u, cacheFiles().size());
+  cache();
+  EXPECT_THAT(cacheFiles(), testing::IsEmpty());
+  setLister("cat \"$1\"");
+  EXPECT_EQ("1000 T f\n", read(ask(path)));
+  EXPECT_EQ(2, listerRuns());
+}
+
+TEST_F(SymbolCacheOtherRunTest, TemporaryFileOfARunThatGoesOnStays) {
+  setLister("sleep 2; cat \"$1\"");
+  const std::string path = source("x.so");
+  const pid_t other = askElsewhere(path);
+  cache();
+  EXPECT_EQ(1u, cacheFiles().size());
+  waitpid(other, nullptr, 0);
+  EXPECT_THAT(cacheFiles(), ElementsAre(listName(path), "symbolcache.json"));
+  EXPECT_EQ("1000 T f\n", read(listPath(path)));
 }
 
 }  // namespace
