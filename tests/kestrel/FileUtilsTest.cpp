@@ -110,10 +110,13 @@ TEST(FileUtilsMkpathTest, EndlessPathsFailWithoutExhaustingTheStack) {
 TEST(FileUtilsMkpathTest, CreatesWhateverThePathLimitAllows) {
   const TempDir temp;
   std::string path = temp.path();
-  while (path.size() + 2 < PATH_MAX) {
+  while (path.size() + 3 < PATH_MAX) {
     path += "/d";
   }
+  path.resize(PATH_MAX - 1, 'd');  // with its end the longest path there is
   EXPECT_TRUE(FileUtils::mkpath(path, true));
+  EXPECT_TRUE(fs::is_directory(path));
+  EXPECT_FALSE(FileUtils::mkpath(path + "d", true));
   EXPECT_FALSE(FileUtils::mkpath(path + "/d", true));
 }
 
