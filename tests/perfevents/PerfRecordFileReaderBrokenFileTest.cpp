@@ -205,7 +205,7 @@ TEST_F(PerfRecordFileReaderBrokenFileTest, AttributesThatCannotBeSought) {
 }
 
 TEST_F(PerfRecordFileReaderBrokenFileTest, IdsThatReachBeyondTheEnd) {
-  const auto withIds = [this](uint64_t offset, uint64_t size) {
+  const auto withIds = [](uint64_t offset, uint64_t size) {
     return PerfFileBuilder().attribute(Attr().idsSection(offset, size)).fileSize(256);
   };
   EXPECT_EQ(idsOf(withIds(248, 8)), 1U);
