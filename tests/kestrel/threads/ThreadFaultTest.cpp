@@ -42,12 +42,21 @@ extern "C" {
 
 #define WRAPPED __attribute__((used))
 
+// What the linker calls the function where a 64-bit time is not the system's first choice.
+#ifdef __USE_TIME_BITS64
+#define WRAPPED_TIMED_WAIT __wrap___pthread_cond_timedwait64
+#define REAL_TIMED_WAIT __real___pthread_cond_timedwait64
+#else
+#define WRAPPED_TIMED_WAIT __wrap_pthread_cond_timedwait
+#define REAL_TIMED_WAIT __real_pthread_cond_timedwait
+#endif
+
 int __real_pthread_mutex_init(pthread_mutex_t*, const pthread_mutexattr_t*);
 int __real_pthread_cond_init(pthread_cond_t*, const pthread_condattr_t*);
 int __real_pthread_mutex_lock(pthread_mutex_t*);
 int __real_pthread_mutex_unlock(pthread_mutex_t*);
 int __real_pthread_cond_wait(pthread_cond_t*, pthread_mutex_t*);
-int __real_pthread_cond_timedwait(pthread_cond_t*, pthread_mutex_t*, const timespec*);
+int REAL_TIMED_WAIT(pthread_cond_t*, pthread_mutex_t*, const timespec*);
 int __real_pthread_cond_signal(pthread_cond_t*);
 int __real_pthread_cond_broadcast(pthread_cond_t*);
 int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
@@ -69,11 +78,10 @@ WRAPPED int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
 WRAPPED int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
   return waitFault != 0 ? waitFault : __real_pthread_cond_wait(condition, mutex);
 }
-WRAPPED int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
-                                          const timespec* deadline) {
+WRAPPED int WRAPPED_TIMED_WAIT(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                               const timespec* deadline) {
   lastDeadline = *deadline;
-  return timedWaitFault != 0 ? timedWaitFault
-                             : __real_pthread_cond_timedwait(condition, mutex, deadline);
+  return timedWaitFault != 0 ? timedWaitFault : REAL_TIMED_WAIT(condition, mutex, deadline);
 }
 WRAPPED int __wrap_pthread_cond_signal(pthread_cond_t* condition) {
   return signalFault != 0 ? signalFault : __real_pthread_cond_signal(condition);
