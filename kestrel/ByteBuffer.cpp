@@ -31,8 +31,8 @@ ByteBuffer& ByteBuffer::operator=(const ByteBuffer& other) {
 ByteBuffer::~ByteBuffer() { delete[] data_; }
 
 void ByteBuffer::initialize(const unsigned char* data, unsigned int capacity, unsigned int size) {
-  size_ = std::min(size, capacity);
   resizeCapacity(capacity, false);
+  size_ = std::min(size, capacity);
   if (size_ > 0) {
     std::memcpy(data_, data, size_);
   }
@@ -55,21 +55,23 @@ void ByteBuffer::resizeCapacity(unsigned int newCapacity, bool keep) {
   if (newCapacity == capacity_) {
     return;
   }
-  if (!keep) {  // before the allocation, so that both never stand in memory at once
+  const uint32_t kept = std::min(size_, newCapacity);
+  if (!keep) {  // released first, so that both never stand in memory at once
     delete[] data_;
     data_ = nullptr;
     capacity_ = 0;
+    size_ = 0;
   }
   unsigned char* const storage = new unsigned char[newCapacity]();
-  size_ = std::min(size_, newCapacity);
   if (keep) {
-    if (size_ > 0) {
-      std::memcpy(storage, data_, size_);
+    if (kept > 0) {
+      std::memcpy(storage, data_, kept);
     }
     delete[] data_;
   }
   data_ = storage;
   capacity_ = newCapacity;
+  size_ = kept;
 }
 
 }  // namespace kestrel

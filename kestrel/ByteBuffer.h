@@ -17,7 +17,6 @@ class ByteBuffer : public ByteBufferViewport {
   ByteBuffer(const ByteBuffer& other);
   explicit ByteBuffer(const ByteBufferViewport& other);
   ByteBuffer& operator=(const ByteBufferViewport& other) override;
-  virtual ByteBuffer& operator=(const ByteBuffer& other);
   ~ByteBuffer() override;
 
   // The inherited form points the buffer at foreign storage, which the buffer would later free as
@@ -26,6 +25,7 @@ class ByteBuffer : public ByteBufferViewport {
   // Takes a copy of `size` bytes of `data` into storage of `capacity` bytes; a `size` above
   // `capacity` is clamped.
   virtual void initialize(const unsigned char* data, unsigned int capacity, unsigned int size);
+  virtual ByteBuffer& operator=(const ByteBuffer& other);
 
   using ByteBufferViewport::size;
   // Sets the used size, growing the storage when needed; growth drops the old contents. Never

@@ -34,16 +34,16 @@ void handleError(const char* message) {
 }
 
 bool PerfRecordFileReader::openPerfRecordFile(std::ifstream& stream, std::string& path) {
+  stream.clear();
   std::error_code unknown;  // what cannot be looked at cannot be opened either
   if (!std::filesystem::is_directory(path, unknown)) {
     stream.open(path, std::ios::in | std::ios::binary);
   }
-  if (stream.is_open()) {
-    stream.clear();
-  } else {
+  const bool isOpened = stream.is_open() && !stream.fail();
+  if (!isOpened) {
     stream.setstate(std::ios::failbit);
   }
-  return stream.is_open();
+  return isOpened;
 }
 
 PerfRecordFileReader::PerfRecordFileReader(std::ifstream& stream, bool createStore)
@@ -187,13 +187,13 @@ std::vector<uint64_t> PerfRecordFileReader::_readIds(const PerfFileSection& sect
   if (!_seek(section.offset) || count > mostIds) {
     handleError(idText);
   }
-  std::vector<uint64_t> ids(static_cast<std::size_t>(count));
-  for (uint64_t& id : ids) {
+  std::vector<uint64_t> ids;  // grows as it is read: the count is a claim
+  for (uint64_t i = 0; i < count; ++i) {
     std::array<unsigned char, sizeof(uint64_t)> bytes{};
     if (!_read(bytes.data(), bytes.size())) {
       handleError(idText);
     }
-    id = RecordCursor(bytes.data(), bytes.size()).take<uint64_t>();
+    ids.push_back(RecordCursor(bytes.data(), bytes.size()).take<uint64_t>());
   }
   return ids;
 }
