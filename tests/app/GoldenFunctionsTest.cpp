@@ -1,5 +1,4 @@
 // Whole runs: what the lines of a symbol list become in the "functions" and "files" tables.
-#include <filesystem>
 #include <string>
 #include <vector>
 

@@ -179,7 +179,7 @@ TEST(GoldenListerTest, ListFileThatCannotBeOpened) {
 TEST(GoldenListerTest, SysrootIsSearchedInOrder) {
   SymbolRun symbols(sysrootRecording());
   symbols.conversion().setting(
-      "\"onTargetMode\": false, \"symbolFileSeachPath\": \"nowhere:sysroot\"");
+      "\"onTargetMode\": false, \"symbolFileSeachPath\": \"nowhere:sysroot:elsewhere\"");
   std::filesystem::create_directories(symbols.folder().file("sysroot/lib"));
   symbols.addFile("sysroot/lib/libx.so", LIBRARY_LIST, LIBRARY_TIME);
   const ConversionResult result = symbols.run();
@@ -277,5 +277,17 @@ TEST(GoldenListerTest, KernelListWinsEvenIfTheCacheIsFrozen) {
                   {"INFO [SymbolCache] Using override for 'kernel' in 'kernel.syms'",
                    "INFO [main] Loaded kernel symbols.  size:1 range:c0009000-c0009001 from "
                    "kernel.syms"}));
+  EXPECT_EQ(symbols.takeListerRuns(), "");
+}
+
+TEST(GoldenListerTest, TheKernelIsNeverLookedForOnTheSearchPath) {
+  SymbolRun symbols(mappingOf("/nowhere/app"));
+  std::filesystem::create_directory(symbols.folder().file("sysroot"));
+  symbols.addFile("sysroot/kernel", "c0008000 T _text\n", APP_TIME);
+  symbols.folder().write("kernel.syms", "c0009000 T _text\n");
+  symbols.conversion().setting("\"onTargetMode\": false, \"symbolFileSeachPath\": \"sysroot\"");
+  EXPECT_THAT(symbols.run().messages(),
+              Contains("INFO [main] Loaded kernel symbols.  size:1 range:c0009000-c0009001 from "
+                       "kernel.syms"));
   EXPECT_EQ(symbols.takeListerRuns(), "");
 }
