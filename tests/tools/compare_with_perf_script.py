@@ -151,7 +151,8 @@ def main(arguments):
         print("perf is not installed: nothing compared")
         return SKIPPED
     recording = Path(arguments[1]).resolve()
-    ours = read_document(convert(arguments[0], recording))
+    tracemill = str(Path(arguments[0]).resolve())
+    ours = read_document(convert(tracemill, recording))
     places = run_perf(recording, ["-G"])
     chains = run_perf(recording, ["--no-inline"])
     difference = compare(ours, places, chains, read_maps(recording))
