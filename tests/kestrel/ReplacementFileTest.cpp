@@ -1,0 +1,121 @@
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "kestrel/ReplacementFile.h"
+#include "tests/support/TempDir.h"
+
+namespace fs = std::filesystem;
+
+using kestrel::ReplacementFile;
+
+namespace {
+
+void put(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
+
+std::size_t filesIn(const TempDir& temp) {
+  const fs::directory_iterator entries(temp.path());
+  return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+TEST(ReplacementFileTest, TheFileKeepsItsContentUntilTheCommit) {
+  const TempDir temp;
+  temp.write("list", "old");
+  ReplacementFile replacement(temp.file("list"));
+  ASSERT_TRUE(replacement.isOpen());
+  put(replacement.temporaryPath(), "new");
+  EXPECT_EQ("old", temp.read("list"));
+  EXPECT_TRUE(replacement.commit());
+  EXPECT_EQ("new", temp.read("list"));
+  EXPECT_EQ(1U, filesIn(temp));
+}
+
+TEST(ReplacementFileTest, NothingIsLeftWithoutACommit) {
+  const TempDir temp;
+  {
+    const ReplacementFile replacement(temp.file("list"));
+    ASSERT_TRUE(replacement.isOpen());
+    EXPECT_EQ(1U, filesIn(temp));
+  }
+  EXPECT_EQ(0U, filesIn(temp));
+}
+
+TEST(ReplacementFileTest, CommitEmptyDropsWhatWasWritten) {
+  const TempDir temp;
+  temp.write("list", "old");
+  ReplacementFile replacement(temp.file("list"));
+  put(replacement.temporaryPath(), "half of the ne");
+  EXPECT_TRUE(replacement.commitEmpty());
+  EXPECT_EQ("", temp.read("list"));
+  EXPECT_EQ(1U, filesIn(temp));
+}
+
+TEST(ReplacementFileTest, ASecondCommitFails) {
+  const TempDir temp;
+  ReplacementFile replacement(temp.file("list"));
+  EXPECT_TRUE(replacement.commit());
+  EXPECT_FALSE(replacement.commit());
+}
+
+TEST(ReplacementFileTest, ANewFileHasTheModeThatTheMaskLeaves) {
+  const TempDir temp;
+  umask(022);
+  ReplacementFile replacement(temp.file("list"));
+  ASSERT_TRUE(replacement.commit());
+  struct stat status {};
+  ASSERT_EQ(0, stat(temp.file("list").c_str(), &status));
+  EXPECT_EQ(0644U, status.st_mode & 0777U);
+}
+
+TEST(ReplacementFileTest, ANameOf255BytesIsReplacedAndOneOf256IsNot) {
+  const TempDir temp;
+  ReplacementFile longest(temp.file(std::string(255, 'n')));
+  EXPECT_TRUE(longest.isOpen());
+  EXPECT_TRUE(longest.commit());
+  EXPECT_FALSE(ReplacementFile(temp.file(std::string(256, 'n'))).isOpen());
+}
+
+TEST(ReplacementFileTest, ADirectoryAPipeAndAMissingFolderCannotBeReplaced) {
+  const TempDir temp;
+  fs::create_directory(temp.file("folder"));
+  ASSERT_EQ(0, mkfifo(temp.file("pipe").c_str(), 0600));
+  EXPECT_FALSE(ReplacementFile(temp.file("folder")).isOpen());
+  EXPECT_FALSE(ReplacementFile(temp.file("pipe")).isOpen());
+  EXPECT_FALSE(ReplacementFile(temp.file("missing/list")).isOpen());
+  EXPECT_FALSE(ReplacementFile(temp.file("missing/list")).commit());
+}
+
+TEST(ReplacementFileTest, TwoOfOneFileDoNotMeetAndTheLaterCommitStays) {
+  const TempDir temp;
+  ReplacementFile one(temp.file("list"));
+  ReplacementFile other(temp.file("list"));
+  EXPECT_NE(one.temporaryPath(), other.temporaryPath());
+  put(one.temporaryPath(), "one");
+  put(other.temporaryPath(), "other");
+  EXPECT_TRUE(one.commit());
+  EXPECT_TRUE(other.commit());
+  EXPECT_EQ("other", temp.read("list"));
+}
+
+TEST(ReplacementFileTest, RemoveAbandonedTakesWhatTheDeadLeftAndNothingElse) {
+  const TempDir temp;
+  temp.write(".replacement-1-0", "of a process that died");
+  temp.write("list.nm", "a list");
+  ReplacementFile running(temp.file("other.nm"));
+  ReplacementFile::removeAbandoned(temp.path());
+  EXPECT_FALSE(fs::exists(temp.file(".replacement-1-0")));
+  EXPECT_TRUE(fs::exists(temp.file("list.nm")));
+  EXPECT_TRUE(fs::exists(running.temporaryPath()));
+  EXPECT_TRUE(running.commit());
+}
+
+TEST(ReplacementFileTest, RemoveAbandonedOfAMissingFolderDoesNothing) {
+  const TempDir temp;
+  ReplacementFile::removeAbandoned(temp.file("missing"));
+}
+
+}  // namespace
