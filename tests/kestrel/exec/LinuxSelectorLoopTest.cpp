@@ -145,11 +145,12 @@ TEST(LinuxSelectorLoopTest, AnInvalidDescriptorEndsTheLoop) {
   Recorder other;
   const WatchedPipe source;
   const WatchedPipe second;
+  const int secondFd = second.reader->getFd();  // the pipe is the selector's soon
   LinuxSelector selector;
   ASSERT_TRUE(addPipe(selector, source, recorder));
   ASSERT_TRUE(addPipe(selector, second, other));
   EXPECT_TRUE(eventually([&] { return selector.getWakeUpCountForTest() >= 1; }));
-  close(second.reader->getFd());
+  close(secondFd);
   source.write('a');
   EXPECT_TRUE(eventually([&] { return other.closes == 1; }));
   EXPECT_EQ(recorder.closes, 1);
