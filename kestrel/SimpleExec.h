@@ -70,7 +70,7 @@ class SimpleExec {
   virtual int getExitStatus() const = 0;
   // Of the last child; -1 when there was none.
   virtual int getPid() const = 0;
-  // The command without its directory.
+  // The last command without its directory. This and getArgv() not during exec().
   virtual const std::string& getName() const = 0;
   // Null-terminated, owned by the object; null before the first exec().
   virtual const char* const* getArgv() const = 0;
