@@ -250,7 +250,6 @@ TEST(LinuxSimpleExecTest, WaitingIsBounded) {
   const ExecPtr exec = makeExec();
   exec->exec({"sleep", "60"}, nullptr);
   ASSERT_TRUE(exec->waitTilExecuted());
-  log.messages(LOGGER, "DEBUG");
   const Stopwatch watch;
   EXPECT_EQ(exec->waitTilDone(120), -1);
   EXPECT_GE(watch.seconds(), 0.11);
@@ -261,7 +260,7 @@ TEST(LinuxSimpleExecTest, WaitingIsBounded) {
   const std::string self = text(exec.get()) + " [sleep] ";
   const auto debug = log.messages(LOGGER, "DEBUG");
   EXPECT_THAT(debug, Contains(self + "waitTilDone: waiting 120 msecs"));
-  EXPECT_THAT(debug, Contains(self + "waitTilDone: i am awake").Times(2));
+  EXPECT_THAT(debug, Contains(self + "waitTilDone: i am awake"));
   const auto trace = log.messages(LOGGER, "TRACE");
   EXPECT_THAT(trace, Contains(self + "waitTilDone(120)"));
   EXPECT_THAT(trace, Contains(self + "waitTilDone(60000)"));

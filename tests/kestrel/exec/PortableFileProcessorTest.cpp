@@ -129,6 +129,8 @@ TEST(PortableFileProcessorTest, AWriterThatClosesItsEndGivesEndOfDataExactlyOnce
   EXPECT_TRUE(processor.waitTilDone(10000));
   EXPECT_EQ(collector.all(), "x");
   EXPECT_EQ(collector.ends, 1);
+  processor.onClose(nullptr, nullptr);
+  EXPECT_EQ(collector.ends, 1);
   processor.close();
   EXPECT_EQ(collector.ends, 1);
   EXPECT_TRUE(processor.waitTilDone(0));
