@@ -14,6 +14,8 @@ target_compile_options(
             -Wnon-virtual-dtor
             -Woverloaded-virtual
             $<$<CXX_COMPILER_ID:GNU>:-Wcast-align=strict>
+            # installed libraries must link in projects that are not linked as one
+            $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:${CMAKE_INTERPROCEDURAL_OPTIMIZATION}>>:-ffat-lto-objects>
             -ffp-contract=off # fused operations would change digits between Arm and x86
             $<$<BOOL:${TRACEMILL_WERROR}>:-Werror>)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
@@ -23,12 +25,18 @@ endif()
 target_compile_definitions(tracemill_flags INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 
 # tracemill_layer(NAME SOURCES ... HEADERS ... LINKS ...): one static library whose headers are found from the root of
-# the project and must each compile on their own.
+# the project and must each compile on their own. Other projects know it as tracemill::NAME.
 function(tracemill_layer name)
   cmake_parse_arguments(arg "" "" "SOURCES;HEADERS;LINKS" ${ARGN})
   add_library(${name} STATIC ${arg_SOURCES})
   target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${arg_HEADERS})
   target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
   target_link_libraries(${name} PUBLIC ${arg_LINKS} PRIVATE $<BUILD_INTERFACE:tracemill_flags>)
+  target_compile_features(${name} PUBLIC cxx_std_20)
   set_target_properties(${name} PROPERTIES VERIFY_INTERFACE_HEADER_SETS ON)
+  install(
+    TARGETS ${name}
+    EXPORT tracemill
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}/tracemill COMPONENT development
+    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tracemill COMPONENT development)
 endfunction()
