@@ -2,36 +2,29 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdio>
+#include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
-#include <memory>
+#include <filesystem>
+#include <grp.h>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <utility>
+
+#include "tests/support/OrdinaryUser.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 
 constexpr unsigned LONGEST_RUN = 120;  // seconds
 constexpr int SIGNAL_BASE = 1000;
 
-using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
-
-File makeCapture() {
-  File file(std::tmpfile(), &std::fclose);
-  if (file == nullptr) {
-    throw std::runtime_error("cannot create a temporary file");
-  }
-  return file;
-}
-
-std::string contentOf(const File& file) {
+std::string contentOf(std::FILE* file) {
   std::string content;
   std::array<char, 65536> block{};
   ssize_t count = 0;
   off_t at = 0;
-  while ((count = pread(fileno(file.get()), block.data(), block.size(), at)) > 0) {
+  while ((count = pread(fileno(file), block.data(), block.size(), at)) > 0) {
     content.append(block.data(), static_cast<std::size_t>(count));
     at += count;
   }
@@ -58,17 +51,81 @@ int openOutput(ProgramRun::Output output, int capture) {
   return -1;
 }
 
-int statusOf(pid_t child) {
+// Makes them the ordinary user's.
+void giveAway(const std::filesystem::path& folder) {
+  const auto give = [](const std::filesystem::path& path) {
+    if (lchown(path.c_str(), OrdinaryUser::ID, OrdinaryUser::ID) != 0) {
+      throw std::runtime_error("cannot give away " + path.string());
+    }
+  };
+  give(folder);
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+    give(entry.path());
+  }
+}
+
+// A copy of the program that every user can reach.
+std::string copyForEveryUser(const std::string& program, const TempDir& folder) {
+  using std::filesystem::perms;
+  constexpr perms RUNNABLE = perms::owner_all | perms::group_read | perms::group_exec |
+                             perms::others_read | perms::others_exec;
+  std::filesystem::permissions(folder.path(), RUNNABLE);
+  std::filesystem::copy_file(program, folder.file("program"));
+  std::filesystem::permissions(folder.file("program"), RUNNABLE);
+  return folder.file("program");
+}
+
+bool becomeOrdinaryUser() {
+  return setgroups(0, nullptr) == 0 && setgid(OrdinaryUser::ID) == 0 &&
+         setuid(OrdinaryUser::ID) == 0;
+}
+
+}  // namespace
+
+RunningProgram::RunningProgram()
+    : out_(std::tmpfile(), &std::fclose), err_(std::tmpfile(), &std::fclose) {
+  if (out_ == nullptr || err_ == nullptr) {
+    throw std::runtime_error("cannot create a temporary file");
+  }
+}
+
+RunningProgram::RunningProgram(RunningProgram&& other) noexcept
+    : child_(std::exchange(other.child_, -1)),
+      out_(std::move(other.out_)),
+      err_(std::move(other.err_)),
+      programFolder_(std::move(other.programFolder_)) {}
+
+RunningProgram::~RunningProgram() {
+  if (child_ != -1) {
+    sendSignal(SIGKILL);
+    waitpid(child_, nullptr, 0);
+  }
+}
+
+bool RunningProgram::isRunning() const {
+  siginfo_t end{};
+  return waitid(P_PID, static_cast<id_t>(child_), &end, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+         end.si_pid == 0;
+}
+
+void RunningProgram::sendSignal(int number) const { kill(child_, number); }
+
+ProgramResult RunningProgram::wait() {
   int state = 0;
-  while (waitpid(child, &state, 0) < 0) {
+  rusage usage{};
+  while (wait4(child_, &state, 0, &usage) < 0) {
     if (errno != EINTR) {
       throw std::runtime_error("cannot wait for the program");
     }
   }
-  return WIFSIGNALED(state) ? SIGNAL_BASE + WTERMSIG(state) : WEXITSTATUS(state);
+  child_ = -1;
+  ProgramResult result;
+  result.status = WIFSIGNALED(state) ? SIGNAL_BASE + WTERMSIG(state) : WEXITSTATUS(state);
+  result.out = contentOf(out_.get());
+  result.err = contentOf(err_.get());
+  result.peakMemory = static_cast<std::size_t>(usage.ru_maxrss) * 1024;
+  return result;
 }
-
-}  // namespace
 
 ProgramRun& ProgramRun::arguments(std::vector<std::string> arguments) {
   arguments_ = std::move(arguments);
@@ -90,21 +147,32 @@ ProgramRun& ProgramRun::lister(const std::string& command) {
   return *this;
 }
 
-ProgramResult ProgramRun::run() const {
-  const File out = makeCapture();
-  const File err = makeCapture();
-  const pid_t child = fork();
-  if (child < 0) {
+ProgramRun& ProgramRun::asOrdinaryUser() {
+  asOrdinaryUser_ = geteuid() == 0;
+  return *this;
+}
+
+ProgramRun& ProgramRun::limit(Resource resource, rlim_t value) {
+  limits_.emplace_back(resource, value);
+  return *this;
+}
+
+RunningProgram ProgramRun::start() const {
+  RunningProgram running;
+  std::vector<std::string> words = _words();
+  if (asOrdinaryUser_) {
+    running.programFolder_ = std::make_unique<TempDir>();
+    words[0] = copyForEveryUser(words[0], *running.programFolder_);
+    giveAway(folder_);
+  }
+  running.child_ = fork();
+  if (running.child_ < 0) {
     throw std::runtime_error("cannot fork");
   }
-  if (child == 0) {
-    _becomeProgram(fileno(out.get()), fileno(err.get()));
+  if (running.child_ == 0) {
+    _becomeProgram(std::move(words), fileno(running.out_.get()), fileno(running.err_.get()));
   }
-  ProgramResult result;
-  result.status = statusOf(child);
-  result.out = contentOf(out);
-  result.err = contentOf(err);
-  return result;
+  return running;
 }
 
 std::vector<std::string> ProgramRun::_words() const {
@@ -117,8 +185,7 @@ std::vector<std::string> ProgramRun::_words() const {
 }
 
 // In the child, where the test's process has one thread: ordinary calls are safe.
-void ProgramRun::_becomeProgram(int out, int err) const {
-  std::vector<std::string> words = _words();
+void ProgramRun::_becomeProgram(std::vector<std::string> words, int out, int err) const {
   std::vector<char*> argv;
   for (std::string& word : words) {
     argv.push_back(word.data());
@@ -135,9 +202,20 @@ void ProgramRun::_becomeProgram(int out, int err) const {
     dup2(output, STDOUT_FILENO);
   }
   alarm(LONGEST_RUN);
-  if (chdir(folder_.c_str()) == 0) {
+  _applyLimits();
+  if (chdir(folder_.c_str()) == 0 && (!asOrdinaryUser_ || becomeOrdinaryUser())) {
     execv(argv[0], argv.data());
   }
   std::perror("cannot run the program");
   _exit(126);
+}
+
+void ProgramRun::_applyLimits() const {
+  for (const auto& [resource, value] : limits_) {
+    const rlimit limit{value, value};
+    setrlimit(resource, &limit);
+    if (resource == RLIMIT_FSIZE) {
+      std::signal(SIGXFSZ, SIG_IGN);
+    }
+  }
 }

@@ -14,6 +14,7 @@
 #include "kestrel/LinuxPipe.h"
 #include "kestrel/PipeSignal.h"
 #include "tests/kestrel/exec/ExecSupport.h"
+#include "tests/support/OrdinaryUser.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -63,22 +64,6 @@ int readResult(PortableFile& file) {
   eventually([&] { return (result = file.read(&byte, 1)) != PortableFile::WOULD_BLOCK; });
   return result;
 }
-
-// The effective user is an ordinary one for a scope: root may open everything.
-class OrdinaryUser {
- public:
-  OrdinaryUser() : former_(geteuid()) {
-    if (former_ == 0) {
-      EXPECT_EQ(seteuid(65534), 0);
-    }
-  }
-  ~OrdinaryUser() { EXPECT_EQ(seteuid(former_), 0); }
-  OrdinaryUser(const OrdinaryUser&) = delete;
-  OrdinaryUser& operator=(const OrdinaryUser&) = delete;
-
- private:
-  const uid_t former_;
-};
 
 TEST(LinuxPipeTest, IsClosedAtFirst) {
   LinuxPipe pipe;
