@@ -36,6 +36,10 @@ using Header = PerfFileBuilder::Header;
 const std::string NEWER_GENERATION =
     "Perf file attribute may indicate new generation kernel or perf record version was used.";
 
+std::string dataOf(const PerfFileBuilder& builder) {
+  return builder.bytes().substr(static_cast<std::size_t>(builder.dataOffset()));
+}
+
 class PerfRecordFileReaderTest : public PerfFileFixture {
  protected:
   // The revision that a structure of this size is, and the lines about it.
@@ -286,7 +290,7 @@ TEST_F(PerfRecordFileReaderTest, WhatFollowsTheDataIsNotRead) {
 
 TEST_F(PerfRecordFileReaderTest, DataIsFoundByItsOffset) {
   PerfFileBuilder builder = file().comm(1, 2, "not this");
-  const std::string sought = file().comm(1, 2, "but this").bytes().substr(builder.dataOffset());
+  const std::string sought = dataOf(file().comm(1, 2, "but this"));
   builder.header(Header::DATA_OFFSET, builder.bytes().size());
   builder.header(Header::DATA_SIZE, sought.size()).trailer(sought);
   EXPECT_THAT(walk(builder).records, ElementsAre("3 but this"));
@@ -370,7 +374,7 @@ TEST_F(PerfRecordFileReaderTest, WithoutAStoreEveryRecordIsDeliveredWholeAndUnde
   PerfRecordFileReader reader(open(builder), false);
   Listener listener;
   reader.parseEvents(listener);
-  EXPECT_EQ(listener.bytes, builder.bytes().substr(builder.dataOffset()));
+  EXPECT_EQ(listener.bytes, dataOf(builder));
   EXPECT_THAT(listener.sizes, ElementsAre(24, 8, 11));
   EXPECT_THAT(listener.misc, ElementsAre(1, 2, 3));
   EXPECT_EQ(listener.closed, 1);

@@ -26,10 +26,10 @@ std::size_t countEntries(const char* directory) {
   return count - 2;  // "." and ".."
 }
 
-unsigned long setDescriptorLimit(unsigned long limit) {
+rlim_t setDescriptorLimit(rlim_t limit) {
   rlimit limits{};
   getrlimit(RLIMIT_NOFILE, &limits);
-  const unsigned long former = limits.rlim_cur;
+  const rlim_t former = limits.rlim_cur;
   limits.rlim_cur = limit;
   limits.rlim_max = std::max(limits.rlim_max, limits.rlim_cur);
   setrlimit(RLIMIT_NOFILE, &limits);

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <sys/resource.h>
 #include <sys/types.h>
 #include <vector>
 
@@ -85,7 +86,7 @@ class DescriptorShortage {
   DescriptorShortage& operator=(const DescriptorShortage&) = delete;
 
  private:
-  unsigned long formerLimit_;
+  rlim_t formerLimit_;
   std::vector<int> taken_;
 };
 
@@ -98,7 +99,7 @@ class SelectSetFilled {
   SelectSetFilled& operator=(const SelectSetFilled&) = delete;
 
  private:
-  unsigned long formerLimit_;
+  rlim_t formerLimit_;
   std::vector<int> taken_;
 };
 
