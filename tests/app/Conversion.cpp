@@ -127,7 +127,14 @@ Conversion& Conversion::lister(const std::string& command) {
   return *this;
 }
 
-ConversionResult Conversion::run() const {
+Conversion& Conversion::asOrdinaryUser() {
+  asOrdinaryUser_ = true;
+  return *this;
+}
+
+ConversionResult Conversion::run() const { return finish(start()); }
+
+RunningProgram Conversion::start() const {
   std::filesystem::remove(folder_.file("run.log"));
   folder_.write("golden.conf",
                 "{\n"
@@ -139,8 +146,13 @@ ConversionResult Conversion::run() const {
   std::vector<std::string> words{"-c", "golden.conf",  "-i", "recording.perf",
                                  "-o", "document.json"};
   words.insert(words.end(), arguments_.begin(), arguments_.end());
-  const ProgramResult run =
-      ProgramRun(folder_.path()).arguments(std::move(words)).lister(lister_).run();
-  return {run.status, folder_.read("document.json"), run.out, run.err,
+  ProgramRun program(folder_.path());
+  program.arguments(std::move(words)).lister(lister_);
+  return asOrdinaryUser_ ? program.asOrdinaryUser().start() : program.start();
+}
+
+ConversionResult Conversion::finish(RunningProgram running) const {
+  const ProgramResult result = running.wait();
+  return {result.status, folder_.read("document.json"), result.out, result.err,
           readLog(folder_.read("run.log"))};
 }

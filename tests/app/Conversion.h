@@ -52,13 +52,19 @@ class Conversion {
   Conversion& arguments(std::vector<std::string> arguments);
   // The settings' symbol list command.
   Conversion& lister(const std::string& command);
+  // See ProgramRun.
+  Conversion& asOrdinaryUser();
 
   // May be called again: another process over the same folder.
   ConversionResult run() const;
+  // The same in two steps: begun, and what there is when the program has ended.
+  RunningProgram start() const;
+  ConversionResult finish(RunningProgram running) const;
 
  private:
   TempDir folder_;
   std::string settings_;
   std::vector<std::string> arguments_;
   std::string lister_;
+  bool asOrdinaryUser_ = false;
 };
