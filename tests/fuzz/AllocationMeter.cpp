@@ -1,0 +1,78 @@
+#include "tests/fuzz/AllocationMeter.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <malloc.h>
+#include <new>
+#include <string>
+
+#include "tests/fuzz/FuzzTarget.h"
+
+namespace {
+
+constexpr std::size_t CONSTANT_BYTES = 512 * 1024;
+constexpr std::size_t BYTES_PER_INPUT_BYTE = 64;
+
+std::atomic<long long> heldBytes{0};
+std::atomic<long long> peakBytes{0};
+
+void count(long long bytes) {
+  const long long held = heldBytes.fetch_add(bytes, std::memory_order_relaxed) + bytes;
+  if (held > peakBytes.load(std::memory_order_relaxed)) {
+    peakBytes.store(held, std::memory_order_relaxed);
+  }
+}
+
+}  // namespace
+
+// All forms but the aligned ones, also those that the standard library would send through these: a
+// sanitizer's own forms would take their place.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  void* const block = std::malloc(size == 0 ? 1 : size);
+  if (block != nullptr) {
+    count(static_cast<long long>(malloc_usable_size(block)));
+  }
+  return block;
+}
+
+void* operator new(std::size_t size) {
+  void* const block = operator new(size, std::nothrow);
+  if (block == nullptr) {
+    throw std::bad_alloc();
+  }
+  return block;
+}
+
+void* operator new[](std::size_t size) { return operator new(size); }
+
+void* operator new[](std::size_t size, const std::nothrow_t& none) noexcept {
+  return operator new(size, none);
+}
+
+void operator delete(void* block) noexcept {
+  if (block != nullptr) {
+    count(-static_cast<long long>(malloc_usable_size(block)));
+    std::free(block);
+  }
+}
+
+void operator delete(void* block, std::size_t) noexcept { operator delete(block); }
+void operator delete(void* block, const std::nothrow_t&) noexcept { operator delete(block); }
+void operator delete[](void* block) noexcept { operator delete(block); }
+void operator delete[](void* block, std::size_t) noexcept { operator delete(block); }
+void operator delete[](void* block, const std::nothrow_t&) noexcept { operator delete(block); }
+
+AllocationMeter::AllocationMeter() {
+  heldBytes = 0;
+  peakBytes = 0;
+}
+
+std::size_t AllocationMeter::peak() const { return static_cast<std::size_t>(peakBytes.load()); }
+
+void requireBoundedMemory(const AllocationMeter& meter, std::size_t inputSize) {
+  const std::size_t peak = meter.peak();
+  if (peak > CONSTANT_BYTES + BYTES_PER_INPUT_BYTE * inputSize) {
+    reportFinding(std::to_string(peak) + " bytes of memory for an input of " +
+                  std::to_string(inputSize));
+  }
+}
