@@ -19,11 +19,11 @@ struct PerfSettings {
   uint64_t interruptEnd64 = 0xFFFFFFFFFFFFFFFF;
   uint64_t interruptStart32 = 0xFFFF0000;  // the 32-bit interrupt vectors
   uint64_t interruptEnd32 = 0xFFFFFFFF;
-  uint64_t fakePageMask =
-      0xFFFFFFFFFFFF0000;           // gives the start of the map made for an unmapped address
-  uint64_t fakePageSize = 0x10000;  // and its size
-  uint64_t sharedLibraryBase =
-      0x40000000;  // maps from here on are relocated, unless they are the kernel's
+  // The map made for an unmapped address: a mask that gives its start, and its size.
+  uint64_t fakePageMask = 0xFFFFFFFFFFFF0000;
+  uint64_t fakePageSize = 0x10000;
+  // Maps from here on are relocated, unless they are the kernel's.
+  uint64_t sharedLibraryBase = 0x40000000;
   uint64_t kernelStartAddress = 0xBF000000;  // key
   uint64_t kernelEndAddress = 0xCF000000;    // key
 

@@ -58,13 +58,8 @@ class LinuxSimpleExec final : public SimpleExec, public Runnable {
 
  private:
   enum class Outcome { UNKNOWN, EXECUTED, NOT_EXECUTED };  // of the child's attempt to execute
-  enum PipeIndex {
-    IN,
-    OUT,
-    ERROR,
-    STATUS,
-    PIPE_COUNT
-  };  // standard input, output, error; exec status
+  // Standard input, output and error; the exec status.
+  enum PipeIndex { IN, OUT, ERROR, STATUS, PIPE_COUNT };
   struct Pipe {
     int readEnd = -1;
     int writeEnd = -1;
@@ -95,8 +90,7 @@ class LinuxSimpleExec final : public SimpleExec, public Runnable {
   // Set by exec(), before the watcher exists and while none runs.
   std::string name_;
   std::string workingDir_;
-  std::vector<char*>
-      argv_;  // null-terminated, each entry from strdup(); empty before the first exec()
+  std::vector<char*> argv_;  // entries from strdup(), null-terminated; empty before any exec()
   EnvironmentBuilder environment_;
   bool discardErrors_ = false;
   int statusFd_ = -1;   // read end of the exec status pipe, non-blocking; the watcher's
@@ -114,8 +108,8 @@ class LinuxSimpleExec final : public SimpleExec, public Runnable {
   bool reaped_ GUARDED_BY(lock_) = false;               // the pid may be another process's by now
   bool listenerRuns_ GUARDED_BY(lock_) = false;
   pthread_t listenerThread_ GUARDED_BY(lock_) = {};  // valid while listenerRuns_
-  bool destroyerWaits_ GUARDED_BY(lock_) =
-      false;  // selfDestruct() deletes the object, not the watcher
+  // selfDestruct() deletes the object, not the watcher.
+  bool destroyerWaits_ GUARDED_BY(lock_) = false;
 
   Lock outcomeLock_;  // its condition: the outcome is known
   Outcome outcome_ GUARDED_BY(outcomeLock_) = Outcome::NOT_EXECUTED;
