@@ -133,7 +133,7 @@ class Session:
             stdout=subprocess.PIPE,
             stderr=subprocess.PIPE,
             text=True,
-            timeout=100,
+            timeout=250,
             check=False,
         )
         printed = done.stdout.split(SEPARATOR)
