@@ -3,6 +3,7 @@
 #include <cinttypes>
 #include <cstdlib>
 #include <iostream>
+#include <new>
 
 #include "app/PerfInputRunnerPass1.h"
 #include "app/PerfInputRunnerPass2.h"
@@ -24,7 +25,35 @@
 
 using kestrel::Singleton;
 
+namespace {
+
+constexpr std::size_t RESERVE_BYTES = 32768;
+
+}  // namespace
+
+Driver::Driver() : reserve_(std::make_unique<char[]>(RESERVE_BYTES)) {}
+
 int Driver::run(int argc, char* const* argv) {
+  try {
+    return _run(argc, argv);
+  } catch (const std::bad_alloc&) {
+    reserve_.reset();
+    _reportEnd("Out of memory, aborting..");
+  } catch (const std::exception& problem) {
+    _reportEnd(problem.what());
+  }
+  return EXIT_FAILURE;
+}
+
+void Driver::_reportEnd(const char* why) {
+  if (log_ != nullptr) {
+    log_->errorf("%s", why);
+  } else {
+    std::cerr << why << std::endl;
+  }
+}
+
+int Driver::_run(int argc, char* const* argv) {
   kestrel::StandardStreams::reserveDescriptors();
   kestrel::PipeSignal::ignore();
   const double startTime = kestrel::getNow();
@@ -194,6 +223,7 @@ bool Driver::_writeDocument() {
     const PerfInputRunnerPass2 pass2(&input_, &timeConverter_, &writer);
     _writeTables(writer);
   } catch (const std::exception& problem) {
+    reserve_.reset();
     log_->errorf("%s", problem.what());
     writer.end();
     return false;

@@ -1,12 +1,14 @@
 // The run of tracemill from command line to exit status: options, configuration, logging, kernel
 // symbols, the two passes over the recording and the tables that follow. Start-up failures end the
 // run with status 1 and one message; a recording that cannot be read gives an ERROR line and a
-// document without the missing rows. Log: "main".
+// document without the missing rows. A run for which memory is not enough ends with one message and
+// status 1, too. Log: "main".
 //
 // One run a process: the stores live in process-wide single instances.
 #pragma once
 
 #include <fstream>
+#include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -23,10 +25,14 @@ struct PerfSettings;
 
 class Driver {
  public:
+  Driver();
+
   // The exit status of the process.
   int run(int argc, char* const* argv);
 
  private:
+  int _run(int argc, char* const* argv);
+  void _reportEnd(const char* why);
   static void _registerFileLogAdapter();
   bool _loadConfiguration();
   void _configureLogging();
@@ -51,4 +57,5 @@ class Driver {
   std::ifstream input_;
   std::ofstream outputFile_;
   std::ostream* output_ = nullptr;
+  std::unique_ptr<char[]> reserve_;  // given back when memory runs out, for saying so
 };

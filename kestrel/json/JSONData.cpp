@@ -2,11 +2,18 @@
 
 #include <cstring>
 #include <limits>
+#include <new>
 #include <utility>
 
 namespace kestrel {
 
-JSONData::~JSONData() { reset(); }
+JSONData::~JSONData() {
+  try {
+    reset();
+  } catch (const std::bad_alloc&) {
+    // What could not be listed stays in memory: better than the end of the program.
+  }
+}
 
 void JSONData::retain() {
   if (refCount_ < MAX_REFERENCES) ++refCount_;
