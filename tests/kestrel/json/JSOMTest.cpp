@@ -5,25 +5,13 @@
 #include <gtest/gtest.h>
 
 #include "kestrel/json/JSOM.h"
+#include "tests/kestrel/json/JsonTexts.h"
 #include "tests/support/StreamCapture.h"
 
 using kestrel::JSOM;
 using kestrel::JSONData;
 
 namespace {
-
-std::string compact(const JSOM& handle) {
-  std::string out;
-  handle.toCompactString(out, 6);
-  return out;
-}
-
-// A handle on what the text says.
-JSOM loaded(const std::string& json) {
-  JSOM handle;
-  EXPECT_FALSE(handle.fromString(json).isError()) << json;
-  return handle;
-}
 
 // Read by the constructor of a static object, before anything of this file or the library need be
 // set up.

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "kestrel/json/JSOM.h"
+#include "tests/kestrel/json/JsonTexts.h"
 #include "tests/support/OrdinaryUser.h"
 #include "tests/support/StreamCapture.h"
 #include "tests/support/TempDir.h"
@@ -15,16 +16,6 @@ using kestrel::JSOM;
 // With the address sanitizer, a request for too much memory must fail as it does without.
 extern "C" const char* __asan_default_options();  // NOLINT(bugprone-reserved-identifier): its name
 extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
-
-namespace {
-
-std::string compact(const JSOM& handle) {
-  std::string out;
-  handle.toCompactString(out, 6);
-  return out;
-}
-
-}  // namespace
 
 TEST(JSOMText, TextsAreAppended) {
   JSOM handle;

@@ -6,22 +6,11 @@
 #include <gtest/gtest.h>
 
 #include "kestrel/json/JSOM.h"
+#include "tests/kestrel/json/JsonTexts.h"
 
 using kestrel::JSOM;
 
 namespace {
-
-std::string compact(const JSOM& handle) {
-  std::string out;
-  handle.toCompactString(out, 6);
-  return out;
-}
-
-JSOM loaded(const std::string& json) {
-  JSOM handle;
-  EXPECT_FALSE(handle.fromString(json).isError()) << json;
-  return handle;
-}
 
 JSOM withString(const std::string& text) {
   JSOM handle;

@@ -6,30 +6,9 @@
 #include <gtest/gtest.h>
 
 #include "kestrel/json/JSONData.h"
+#include "tests/kestrel/json/JsonTexts.h"
 
 using kestrel::JSONData;
-
-namespace {
-
-// A new node that the caller holds.
-JSONData* heldLong(long long value) {
-  auto* const node = new JSONData;
-  node->setLong(value);
-  node->retain();
-  return node;
-}
-
-std::string text(const JSONData& node) {
-  std::string out;
-  node.toJsonString(out, false, 6);
-  return out;
-}
-
-void parse(JSONData& node, const std::string& json) {
-  ASSERT_TRUE(node.setFromJsonStlString(json)) << json;
-}
-
-}  // namespace
 
 TEST(JSONDataChange, SetByKeyAppendsAndReplaces) {
   JSONData node;
@@ -37,10 +16,10 @@ TEST(JSONDataChange, SetByKeyAppendsAndReplaces) {
   JSONData* const two = heldLong(2);
   node.setByKey("a", one);
   node.setByKey(std::string("b"), one);
-  EXPECT_EQ(R"({"a":1,"b":1})", text(node));
+  EXPECT_EQ(R"({"a":1,"b":1})", compact(node));
   EXPECT_EQ(3, one->refCount());
   node.setByKey("a", two);
-  EXPECT_EQ(R"({"a":2,"b":1})", text(node));
+  EXPECT_EQ(R"({"a":2,"b":1})", compact(node));
   EXPECT_EQ(2, one->refCount());
   EXPECT_EQ(2, two->refCount());
   node.setByKey("a", two);  // by itself
@@ -55,7 +34,7 @@ TEST(JSONDataChange, SetByKeyReplacesTheLastOfEqualKeys) {
   auto* const three = new JSONData;
   three->setLong(3);
   node.setByKey("a", three);
-  EXPECT_EQ(R"({"a":1,"a":3})", text(node));
+  EXPECT_EQ(R"({"a":1,"a":3})", compact(node));
 }
 
 TEST(JSONDataChange, SetByKeyOfANullValueRemovesTheMember) {
@@ -64,24 +43,24 @@ TEST(JSONDataChange, SetByKeyOfANullValueRemovesTheMember) {
   JSONData* const last = node.getByKey("a");
   last->retain();
   node.setByKey("a", nullptr);
-  EXPECT_EQ(R"({"a":1,"b":2})", text(node));
+  EXPECT_EQ(R"({"a":1,"b":2})", compact(node));
   EXPECT_EQ(1, last->refCount());
   JSONData::release(last);
   node.setByKey("missing", nullptr);
-  EXPECT_EQ(R"({"a":1,"b":2})", text(node));
+  EXPECT_EQ(R"({"a":1,"b":2})", compact(node));
   node.setByKey(*node.getKeyAtIndex(0), nullptr);
-  EXPECT_EQ(R"({"b":2})", text(node));
+  EXPECT_EQ(R"({"b":2})", compact(node));
 }
 
 TEST(JSONDataChange, SetByKeyTurnsAnotherTypeIntoAnObject) {
   JSONData node;
   parse(node, R"(["key",7])");
   node.setByKey(*node.getByIndex(0)->stringValue(), node.getByIndex(1));
-  EXPECT_EQ(R"({"key":7})", text(node));
+  EXPECT_EQ(R"({"key":7})", compact(node));
   EXPECT_EQ(1, node.getByKey("key")->refCount());
   node.setLong(1);
   node.setByKey("x", nullptr);
-  EXPECT_EQ("{}", text(node));
+  EXPECT_EQ("{}", compact(node));
 }
 
 TEST(JSONDataChange, SetByKeyOfANullKeyDoesNothing) {
@@ -100,7 +79,7 @@ TEST(JSONDataChange, SetByIndexReplacesInRange) {
   old->retain();
   JSONData* const value = heldLong(9);
   node.setByIndex(1, value);
-  EXPECT_EQ("[1,9,3]", text(node));
+  EXPECT_EQ("[1,9,3]", compact(node));
   EXPECT_EQ(1, old->refCount());
   EXPECT_EQ(2, value->refCount());
   node.setByIndex(1, value);
@@ -114,7 +93,7 @@ TEST(JSONDataChange, SetByIndexAppendsAtTheLength) {
   parse(node, "[1]");
   JSONData* const value = heldLong(2);
   node.setByIndex(1, value);
-  EXPECT_EQ("[1,2]", text(node));
+  EXPECT_EQ("[1,2]", compact(node));
   EXPECT_EQ(2, value->refCount());
   JSONData::release(value);
 }
@@ -124,7 +103,7 @@ TEST(JSONDataChange, SetByIndexPadsWithNulls) {
   parse(node, "[1]");
   JSONData* const value = heldLong(2);
   node.setByIndex(3, value);
-  EXPECT_EQ("[1,null,null,2]", text(node));
+  EXPECT_EQ("[1,null,null,2]", compact(node));
   EXPECT_EQ(1, node.getByIndex(1)->type());
   EXPECT_EQ(1, node.getByIndex(1)->refCount());
   EXPECT_NE(node.getByIndex(1), node.getByIndex(2));
@@ -135,11 +114,11 @@ TEST(JSONDataChange, SetByIndexTurnsAnotherTypeIntoAnArray) {
   JSONData node;
   parse(node, R"({"a":5,"b":6})");
   node.setByIndex(0, node.getByKey("b"));
-  EXPECT_EQ("[6]", text(node));
+  EXPECT_EQ("[6]", compact(node));
   node.setLong(1);
   JSONData* const value = heldLong(2);
   node.setByIndex(1, value);
-  EXPECT_EQ("[null,2]", text(node));
+  EXPECT_EQ("[null,2]", compact(node));
   JSONData::release(value);
 }
 
@@ -148,10 +127,10 @@ TEST(JSONDataChange, SetByIndexTakesAMillionPastTheEndAndNoMore) {
   parse(node, R"({"a":1})");
   JSONData* const value = heldLong(2);
   node.setByIndex(1000001, value);  // the array would start empty
-  EXPECT_EQ(R"({"a":1})", text(node));
+  EXPECT_EQ(R"({"a":1})", compact(node));
   EXPECT_EQ(1, value->refCount());
   node.setByIndex(std::numeric_limits<int>::max(), value);
-  EXPECT_EQ(R"({"a":1})", text(node));
+  EXPECT_EQ(R"({"a":1})", compact(node));
   EXPECT_EQ(1, value->refCount());
   node.setByIndex(1000000, value);
   EXPECT_EQ(1000001, node.length());
@@ -167,7 +146,7 @@ TEST(JSONDataChange, SetByIndexOfANegativeIndexChangesNothing) {
   JSONData* const value = heldLong(2);
   node.setByIndex(-1, value);
   node.setByIndex(std::numeric_limits<int>::min(), value);
-  EXPECT_EQ("5", text(node));
+  EXPECT_EQ("5", compact(node));
   EXPECT_EQ(1, value->refCount());
   JSONData::release(value);
 }
@@ -178,15 +157,15 @@ TEST(JSONDataChange, SetByIndexOfANullValueRemovesInRangeAndChangesNothingPastTh
   node.setByIndex(3, nullptr);
   node.setByIndex(7, nullptr);
   node.setByIndex(-1, nullptr);
-  EXPECT_EQ("[1,2,3]", text(node));
+  EXPECT_EQ("[1,2,3]", compact(node));
   node.setByIndex(1, nullptr);
-  EXPECT_EQ("[1,3]", text(node));
+  EXPECT_EQ("[1,3]", compact(node));
   parse(node, R"({"a":1})");
   node.setByIndex(0, nullptr);
-  EXPECT_EQ(R"({"a":1})", text(node));
+  EXPECT_EQ(R"({"a":1})", compact(node));
   node.setLong(5);
   node.setByIndex(0, nullptr);
-  EXPECT_EQ("5", text(node));
+  EXPECT_EQ("5", compact(node));
 }
 
 TEST(JSONDataChange, EraseByIndex) {
@@ -195,21 +174,21 @@ TEST(JSONDataChange, EraseByIndex) {
   JSONData* const second = node.getByIndex(1);
   second->retain();
   node.erase(1);
-  EXPECT_EQ("[1,3]", text(node));
+  EXPECT_EQ("[1,3]", compact(node));
   EXPECT_EQ(1, second->refCount());
   JSONData::release(second);
   parse(node, R"({"a":1,"b":2})");
   node.erase(0);
-  EXPECT_EQ(R"({"b":2})", text(node));
+  EXPECT_EQ(R"({"b":2})", compact(node));
 }
 
 TEST(JSONDataChange, EraseByKeyTakesTheLastOfEqualKeys) {
   JSONData node;
   parse(node, R"({"a":1,"b":2,"a":3})");
   node.erase("a");
-  EXPECT_EQ(R"({"a":1,"b":2})", text(node));
+  EXPECT_EQ(R"({"a":1,"b":2})", compact(node));
   node.erase(std::string("a"));
-  EXPECT_EQ(R"({"b":2})", text(node));
+  EXPECT_EQ(R"({"b":2})", compact(node));
 }
 
 TEST(JSONDataChange, EraseOfWhatIsNotThereDoesNothing) {
@@ -218,15 +197,15 @@ TEST(JSONDataChange, EraseOfWhatIsNotThereDoesNothing) {
   node.erase(2);
   node.erase(-1);
   node.erase("a");
-  EXPECT_EQ("[1,2]", text(node));
+  EXPECT_EQ("[1,2]", compact(node));
   parse(node, R"({"a":1})");
   node.erase(1);
   node.erase("b");
   node.erase(std::string("b"));
   node.erase(static_cast<const char*>(nullptr));
-  EXPECT_EQ(R"({"a":1})", text(node));
+  EXPECT_EQ(R"({"a":1})", compact(node));
   node.setLong(3);
   node.erase(0);
   node.erase("a");
-  EXPECT_EQ("3", text(node));
+  EXPECT_EQ("3", compact(node));
 }

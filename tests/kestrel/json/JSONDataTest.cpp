@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "kestrel/json/JSONData.h"
+#include "tests/kestrel/json/JsonTexts.h"
 
 using kestrel::JSONData;
 
@@ -11,24 +12,6 @@ namespace {
 
 constexpr long long LONGEST = std::numeric_limits<long long>::max();
 constexpr long long SHORTEST = std::numeric_limits<long long>::min();
-
-// A new node that the caller holds.
-JSONData* heldLong(long long value) {
-  auto* const node = new JSONData;
-  node->setLong(value);
-  node->retain();
-  return node;
-}
-
-std::string text(const JSONData& node) {
-  std::string out;
-  node.toJsonString(out, false, 6);
-  return out;
-}
-
-void parse(JSONData& node, const std::string& json) {
-  ASSERT_TRUE(node.setFromJsonStlString(json)) << json;
-}
 
 }  // namespace
 
@@ -62,7 +45,7 @@ TEST(JSONData, SettingTheSameTypeKeepsTheContent) {
   JSONData node;
   parse(node, R"({"a":1})");
   node.setType(3);
-  EXPECT_EQ(R"({"a":1})", text(node));
+  EXPECT_EQ(R"({"a":1})", compact(node));
   node.setString("x");
   node.setType(5);
   EXPECT_EQ("x", *node.stringValue());
@@ -72,9 +55,9 @@ TEST(JSONData, SettingAnotherTypeDropsTheContent) {
   JSONData node;
   parse(node, R"({"a":1})");
   node.setType(4);
-  EXPECT_EQ("[]", text(node));
+  EXPECT_EQ("[]", compact(node));
   node.setType(3);
-  EXPECT_EQ("{}", text(node));
+  EXPECT_EQ("{}", compact(node));
   node.setType(5);
   EXPECT_EQ("", *node.stringValue());
 }
@@ -85,7 +68,7 @@ TEST(JSONData, UnknownTypeHasNoContentAndNoText) {
   node.setType(99);
   EXPECT_EQ(99, node.type());
   EXPECT_EQ(0, node.length());
-  EXPECT_EQ("", text(node));
+  EXPECT_EQ("", compact(node));
   EXPECT_EQ(0, node.longValue());
   node.reset();
   EXPECT_EQ(0, node.type());
@@ -193,7 +176,7 @@ TEST(JSONData, GetByKeyFindsTheLastOfEqualKeys) {
   EXPECT_EQ(nullptr, node.getByKey("A"));
   EXPECT_EQ(nullptr, node.getByKey("ab"));
   EXPECT_EQ(nullptr, node.getByKey(static_cast<const char*>(nullptr)));
-  EXPECT_EQ(R"({"a":1,"b":5,"a":2})", text(node));
+  EXPECT_EQ(R"({"a":1,"b":5,"a":2})", compact(node));
 }
 
 TEST(JSONData, GetByKeyOfAnotherTypeIsNull) {
@@ -240,7 +223,7 @@ TEST(JSONData, ClearEmptiesTheContentAndKeepsTheType) {
   const auto cleared = [&](const char* json) {
     parse(node, json);
     node.clear();
-    return text(node);
+    return compact(node);
   };
   EXPECT_EQ("{}", cleared(R"({"a":[1]})"));
   EXPECT_EQ("[]", cleared("[1,[2]]"));
@@ -258,13 +241,13 @@ TEST(JSONData, CloneIsDeepAndHeldByNobody) {
   parse(node, json);
   JSONData* const twin = node.clone();
   EXPECT_EQ(0, twin->refCount());
-  EXPECT_EQ(json, text(*twin));
+  EXPECT_EQ(json, compact(*twin));
   EXPECT_EQ(1, twin->getByIndex(0)->refCount());
   EXPECT_NE(node.getByIndex(0), twin->getByIndex(0));
   twin->getByIndex(0)->setLong(7);
   twin->erase("a");
-  EXPECT_EQ(json, text(node));
-  EXPECT_EQ(R"({"b":7,"b":{}})", text(*twin));
+  EXPECT_EQ(json, compact(node));
+  EXPECT_EQ(R"({"b":7,"b":{}})", compact(*twin));
   JSONData::release(twin);
 }
 
@@ -282,9 +265,9 @@ TEST(JSONData, CopyKeepsTheHoldersAndTheOrder) {
   target->retain();
   target->copy(source);
   EXPECT_EQ(2, target->refCount());
-  EXPECT_EQ(R"({"b":1,"a":[2]})", text(*target));
+  EXPECT_EQ(R"({"b":1,"a":[2]})", compact(*target));
   source.getByKey("a")->setNull();
-  EXPECT_EQ(R"({"b":1,"a":[2]})", text(*target));
+  EXPECT_EQ(R"({"b":1,"a":[2]})", compact(*target));
   JSONData::release(target);
   JSONData::release(target);
 }
@@ -293,21 +276,21 @@ TEST(JSONData, CopyIsSafeFromItself) {
   JSONData node;
   parse(node, R"({"a":[1,"x"]})");
   node.copy(node);
-  EXPECT_EQ(R"({"a":[1,"x"]})", text(node));
+  EXPECT_EQ(R"({"a":[1,"x"]})", compact(node));
 }
 
 TEST(JSONData, CopyIsSafeFromAnAncestor) {
   JSONData node;
   parse(node, R"({"a":[1,{"b":2}]})");
   node.getByKey("a")->getByIndex(1)->copy(node);
-  EXPECT_EQ(R"({"a":[1,{"a":[1,{"b":2}]}]})", text(node));
+  EXPECT_EQ(R"({"a":[1,{"a":[1,{"b":2}]}]})", compact(node));
 }
 
 TEST(JSONData, CopyIsSafeFromADescendant) {
   JSONData node;
   parse(node, R"({"a":[1,{"b":"a text that is too long for a short buffer"}]})");
   node.copy(*node.getByKey("a")->getByIndex(1));
-  EXPECT_EQ(R"({"b":"a text that is too long for a short buffer"})", text(node));
+  EXPECT_EQ(R"({"b":"a text that is too long for a short buffer"})", compact(node));
 }
 
 TEST(JSONData, ReferenceCountSticksAt65535) {
@@ -345,7 +328,7 @@ TEST(JSONData, SharedChildLivesAsLongAsItsLastHolder) {
   second->setByIndex(0, value);
   JSONData::release(value);
   JSONData::release(first);
-  EXPECT_EQ("[4]", text(*second));
+  EXPECT_EQ("[4]", compact(*second));
   JSONData::release(second);
   JSONData::release(nullptr);
 }

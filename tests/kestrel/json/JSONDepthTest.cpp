@@ -8,6 +8,7 @@
 
 #include "kestrel/json/JSOM.h"
 #include "kestrel/json/JSONData.h"
+#include "tests/kestrel/json/JsonTexts.h"
 #include "tests/support/StreamCapture.h"
 
 using kestrel::JSOM;
@@ -41,12 +42,6 @@ JSONData* builtDown(int depth) {
     node = outer;
   }
   return node;
-}
-
-std::string compact(const JSONData& node) {
-  std::string out;
-  node.toJsonString(out, false, 6);
-  return out;
 }
 
 }  // namespace
