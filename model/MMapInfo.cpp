@@ -1,5 +1,8 @@
 #include "model/MMapInfo.h"
 
+#include <string>
+#include <utility>
+
 #include "app/PerfSettings.h"
 #include "kestrel/Singleton.h"
 #include "model/DeletedSuffix.h"
@@ -10,14 +13,15 @@ void MMapInfo::copy(const perfevents::PerfEventDataMmap& record) {
   start = record.addr();
   size = record.len();
   pgoff = record.pgoff();
-  name = record.filename();
   loadBias = 0;
   symbolTable = nullptr;
   if (start >= settings->sharedLibraryBase &&
       (start < settings->kernelStartAddress || start > settings->kernelEndAddress)) {
     loadBias = start - pgoff;
   }
-  cutDeletedSuffix(name);
+  std::string text = record.filename();
+  cutDeletedSuffix(text);
+  name = std::move(text);
 }
 
 void MMapInfo::copy(const MMapInfo& other) {

@@ -3,8 +3,8 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 
+#include "model/MapName.h"
 #include "model/RangedItem.h"
 
 namespace perfevents {
@@ -23,7 +23,7 @@ class MMapInfo : public RangedItem {
   uint64_t pgoff = 0;
   uint64_t loadBias = 0;  // run-time address minus loadBias: the address inside the mapped file
   uint32_t refCount = 0;  // references made while writing samples
-  std::string name;
+  MapName name;
   SymbolTable* symbolTable =
       nullptr;  // borrowed; set when the map is first resolved, reset by both copies
 };

@@ -13,6 +13,8 @@
 namespace {
 
 constexpr std::size_t SHORTEST_SHOWN_NAME = 4;
+// Longer than the kernel's names of processes; what is shorter costs less in a copy.
+constexpr std::size_t LONGEST_COPIED_NAME = 64;
 
 bool _isWithin(unsigned long long address, uint64_t start, uint64_t end) {
   return start <= address && address <= end;
@@ -78,23 +80,34 @@ MMapInfo* MMapStore::getFake(unsigned pid, unsigned long long address, const std
 }
 
 void MMapStore::_describeFake(unsigned pid, unsigned long long address, const std::string& name,
-                              MMapInfo& fake) const {
-  fake.name = "{" + (name.empty() ? std::to_string(pid) : name);
+                              MMapInfo& fake) {
+  const std::string process = "{" + (name.empty() ? std::to_string(pid) : name);
   if (_isWithin(address, settings_->interruptStart64, settings_->interruptEnd64)) {
     fake.start = settings_->interruptStart64;
     fake.size = settings_->interruptEnd64 - settings_->interruptStart64;
-    fake.name += "-interrupt}";
+    fake.name = _nameOfFake(process, "-interrupt}");
   } else if (_isWithin(address, settings_->interruptStart32, settings_->interruptEnd32)) {
     fake.start = settings_->interruptStart32;
     fake.size = settings_->interruptEnd32 - settings_->interruptStart32;
-    fake.name += "-interrupt}";
+    fake.name = _nameOfFake(process, "-interrupt}");
   } else {
     fake.start = address & settings_->fakePageMask;
     fake.size = settings_->fakePageSize;
     char suffix[32];
     std::snprintf(suffix, sizeof(suffix), "-%" PRIx64 "}", fake.start);
-    fake.name += suffix;
+    fake.name = _nameOfFake(process, suffix);
   }
+}
+
+MapName MMapStore::_nameOfFake(const std::string& process, const std::string& suffix) {
+  if (process.size() <= LONGEST_COPIED_NAME) {
+    return MapName(nullptr, process + suffix);
+  }
+  auto shared = longFakeNames_.find(process);
+  if (shared == longFakeNames_.end()) {
+    shared = longFakeNames_.insert(std::make_shared<const std::string>(process)).first;
+  }
+  return MapName(*shared, suffix);
 }
 
 void MMapStore::writeLegacyJsonObject(kestrel::JsomWriter& writer, bool writeAll) const {
@@ -128,8 +141,8 @@ void MMapStore::_writeLegacyJsonObjectForInfo(kestrel::JsomWriter& writer, unsig
   writer.startArray();
   writer.appendUnsignedLong(info.key);
   writer.appendUnsignedInt(pid);
-  writer.appendString(info.name.size() < SHORTEST_SHOWN_NAME ? settings_->blankName : info.name,
-                      false);
+  writer.appendString(
+      info.name.size() < SHORTEST_SHOWN_NAME ? settings_->blankName : info.name.str(), false);
   writer.appendUnsignedLong(info.start);
   writer.appendUnsignedLong(info.size);
   writer.endArray();

@@ -6,6 +6,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "model/MMapInfo.h"
@@ -53,11 +54,27 @@ class MMapStore {
                                      const MMapInfo& info) const;
 
  private:
-  RangedItemStore& _storeOf(unsigned pid);  // created on first use
-  void _describeFake(unsigned pid, unsigned long long address, const std::string& name,
-                     MMapInfo& fake) const;
+  struct ByText {
+    using is_transparent = void;
+    bool operator()(const std::shared_ptr<const std::string>& one,
+                    const std::shared_ptr<const std::string>& other) const {
+      return *one < *other;
+    }
+    bool operator()(const std::shared_ptr<const std::string>& one, const std::string& other) const {
+      return *one < other;
+    }
+    bool operator()(const std::string& one, const std::shared_ptr<const std::string>& other) const {
+      return one < *other;
+    }
+  };
 
-  std::map<uint32_t, std::unique_ptr<RangedItemStore>> stores_;  // key: pid
+  RangedItemStore& _storeOf(unsigned pid);  // created on first use
+  MapName _nameOfFake(const std::string& process, const std::string& suffix);
+  void _describeFake(unsigned pid, unsigned long long address, const std::string& name,
+                     MMapInfo& fake);
+
+  std::map<uint32_t, std::unique_ptr<RangedItemStore>> stores_;         // key: pid
+  std::set<std::shared_ptr<const std::string>, ByText> longFakeNames_;  // how they begin
   MMapInfo kernelMap_;
   MMapInfo stackMap_;
   const PerfSettings* settings_;

@@ -13,6 +13,10 @@ namespace {
 // Maps without a file share one table under this path, which never holds symbols.
 const char* const NO_FILE = "";
 
+// A map made up by the converter. Such names are not remembered: there can be one for every few
+// bytes of a recording.
+bool _standsForNoFile(const std::string& name) { return name.empty() || name.front() == '{'; }
+
 kestrel::Logger& _log() {
   static kestrel::Logger* const logger = kestrel::Logger::getLogger("SymbolTableStore");
   return *logger;
@@ -38,28 +42,28 @@ SymbolTable* SymbolTableStore::getSymbolTable(MMapInfo* map) {
   if (map->symbolTable != nullptr) {
     return map->symbolTable;
   }
-  const auto known = locations_.find(map->name);
+  const std::string name = map->name;
+  const auto known = locations_.find(name);
   if (known != locations_.end()) {
     if (SymbolTable* const table = _tableAt(known->second)) {
       map->symbolTable = table;
       return table;
     }
   }
-  if (map->name.empty() || map->name.front() == '{') {  // no file: a map made up by the converter
-    locations_[map->name] = NO_FILE;
+  if (_standsForNoFile(name)) {
     map->symbolTable = _tableAt(NO_FILE);
     return map->symbolTable;
   }
 
   std::string located;
-  _locateFile(map->name, located);
+  _locateFile(name, located);
   SymbolTable* table = _tableAt(located);
   if (table == nullptr) {
     table = _createSymbolTable(located);
     _log().debugf("Created mmap(%p) a new symbol table %p for (\"%s\")", static_cast<void*>(map),
                   static_cast<void*>(table), located.c_str());
   } else {
-    locations_[map->name] = located;
+    locations_[name] = located;
   }
   table->addMap(map);
   map->symbolTable = table;
@@ -70,6 +74,8 @@ void SymbolTableStore::_locateFile(const std::string& name, std::string& located
   const auto known = locations_.find(name);
   if (known != locations_.end()) {
     located = known->second;
+  } else if (_standsForNoFile(name)) {
+    located = NO_FILE;
   } else if (!fileFinder_.findFile(name, located)) {
     located = name;
   }

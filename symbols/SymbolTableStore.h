@@ -37,7 +37,7 @@ class SymbolTableStore {
   void writeLegacyJsonObject(kestrel::JsomWriter& writer, bool writeAll) const;
 
   // Where the file `name` is: a known location, else what the search path yields, else the name
-  // itself.
+  // itself. Empty for the name of a made-up map.
   void _locateFile(const std::string& name, std::string& located) const;
   // Registers a new table under `located` and fills it from the symbol cache's list, if there is
   // one.

@@ -12,20 +12,20 @@ using kestrel::JSOM;
 namespace {
 
 constexpr int DIGITS = 6;
-constexpr double ROUNDING = 1e-6;       // what DIGITS fraction digits can be off by
-constexpr double LARGEST_WHOLE = 1e15;  // beyond, doubles do not hold every fraction
+constexpr double ROUNDING = 1e-6;         // what DIGITS fraction digits can be off by
+constexpr double PARSE_ROUNDING = 1e-14;  // and what each digit that is read adds, of the number
+constexpr double LARGEST_PRINTED = 1e15;  // far below where the digits before the point wrap
 
 bool hasZeroByte(const std::string& text) { return text.find('\0') != std::string::npos; }
 
-// Reading a number as text would turn the node into text, so a copy is read.
-long double numberOf(const JSOM& value) { return value.doubleValue(0); }
+double numberOf(const JSOM& value) { return static_cast<double>(value.doubleValue(0)); }
 
 bool isScalarPrintable(const JSOM& value) {
   if (value.isString()) {
     return !hasZeroByte(value.stringValue(JSOM::EMPTY_STRING));
   }
   if (value.isNumber()) {
-    return std::fabs(numberOf(value)) < LARGEST_WHOLE;  // false for what is not a number, too
+    return std::fabs(numberOf(value)) < LARGEST_PRINTED;  // false for what is not a number, too
   }
   return value.isNull() || value.isBoolean();
 }
@@ -53,7 +53,9 @@ bool isPrintable(const JSOM& tree) {
 
 void requireSameScalar(const JSOM& one, const JSOM& other) {
   if (one.isNumber()) {
-    require(other.isNumber() && std::fabs(numberOf(one) - numberOf(other)) <= ROUNDING,
+    const double number = numberOf(one);
+    require(other.isNumber() && std::fabs(number - numberOf(other)) <=
+                                    ROUNDING + PARSE_ROUNDING * std::fabs(number),
             "a number is parsed as it was written");
     return;
   }

@@ -229,6 +229,33 @@ TEST_F(MMapStoreTest, LongProcessNameIsKeptWhole) {
   EXPECT_EQ("{" + name + "-10000}", store().getFake(5, 0x12345, name)->name);
 }
 
+TEST_F(MMapStoreTest, FakesOfOneProcessShareALongName) {
+  const std::string name(5000, 'x');
+  MMapInfo* const first = store().getFake(5, 0x12345, name);
+  MMapInfo* const second = store().getFake(5, 0x22345, name);
+  MMapInfo* const interrupt = store().getFake(6, 0xFFFF0F00, name);
+  EXPECT_EQ(first->name.shared(), second->name.shared());
+  EXPECT_EQ(first->name.shared(), interrupt->name.shared());
+  EXPECT_EQ("{" + name, *first->name.shared());
+  EXPECT_EQ("{" + name + "-10000}", first->name);
+  EXPECT_EQ("{" + name + "-20000}", second->name);
+  EXPECT_EQ("{" + name + "-interrupt}", interrupt->name);
+  EXPECT_EQ(5000u + 8u, first->name.size());
+
+  MMapInfo* const other = store().getFake(7, 0x12345, name + "y");
+  EXPECT_EQ("{" + name + "y-10000}", other->name);
+  EXPECT_NE(first->name.shared(), other->name.shared());
+}
+
+TEST_F(MMapStoreTest, RowsOfFakesWithALongNameShowItWhole) {
+  const std::string name(100, 'x');
+  store().getFake(5, 0x12345, name)->refCount = 1;
+  store().getFake(5, 0x22345, name)->refCount = 1;
+  EXPECT_EQ(table(R"([4,5,"{)" + name + R"(-10000}",65536,65536],[6,5,"{)" + name +
+                  R"(-20000}",131072,65536])"),
+            rows(false));
+}
+
 TEST_F(MMapStoreTest, FakePageComesFromTheSettings) {
   settings().fakePageMask = 0xFFFFFFFFFFFFF000;
   settings().fakePageSize = 0x800;

@@ -127,6 +127,7 @@ TEST_F(SymbolTableStoreTest, NameThatBeginsWithABraceGetsTheBlankTable) {
   EXPECT_EQ(blank, tableOf("{app-10000}"));
   EXPECT_EQ(blank, tableOf("{"));
   EXPECT_EQ("", locate("{app-10000}"));
+  EXPECT_EQ("", locate("{never seen}"));
   EXPECT_THAT(log.lines(), IsEmpty());
 }
 
