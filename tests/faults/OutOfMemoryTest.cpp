@@ -76,7 +76,7 @@ TEST_F(OutOfMemoryTest, ConfigurationThatDoesNotFit) {
 
 TEST_F(OutOfMemoryTest, RecordingThatDoesNotFitGivesAValidDocumentAllTheSame) {
   PerfFileBuilder recording = recordingOf(IP_TID_TIME_CPU);
-  for (unsigned i = 0; i < 10'000; ++i) {
+  for (unsigned i = 0; i < 20'000; ++i) {
     recording.sample(at(SECOND, 0x1'0000ULL * (i + 0x10'0000), i + 10, i + 10));
   }
   driver_.folder().write("recording.perf", recording.bytes());
