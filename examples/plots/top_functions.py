@@ -48,7 +48,8 @@ def count_samples(document):
 
 
 def draw(counts, total, picture):
-    figure, axes = pyplot.subplots(figsize=(8.6, 0.9 + 0.32 * len(counts)), dpi=100)
+    rows = max(len(counts), 6)  # room for the legend beside few bars
+    figure, axes = pyplot.subplots(figsize=(8.6, 0.9 + 0.32 * rows), dpi=100)
     shares = counts / total * 100
     left = 0
     for number, thread in enumerate(shares.columns):
@@ -57,14 +58,17 @@ def draw(counts, total, picture):
         axes.barh(shares.index, shares[thread], left=left, color=color, label=label, height=0.7)
         left += shares[thread]
     for place, share in shares.sum(axis=1).items():
-        axes.text(share + 0.4, place, f"{share:.1f} %", va="center", fontsize=9, color="#444444")
-    axes.invert_yaxis()
-    axes.margins(x=0.1, y=0.01)
+        axes.annotate(
+            f"{share:.1f} %", (share, place), (5, 0), textcoords="offset points", va="center", fontsize=9
+        )
+    axes.set_ylim(rows - 0.5, -0.5)
+    axes.margins(x=0.1)
     axes.set_title(f"Where {total} samples fell", loc="left", fontsize=12)
     axes.xaxis.set_visible(False)
     axes.tick_params(axis="y", length=0, labelsize=10)
     for side in ("top", "right", "bottom"):
         axes.spines[side].set_visible(False)
+    axes.spines["left"].set_color("#888888")
     axes.legend(title="thread", loc="lower right", frameon=False)
     figure.tight_layout()
     figure.savefig(picture)
