@@ -11,7 +11,8 @@ function(tracemill_install_program target)
   # Manual pages stand compressed where man looks for them; configure_file keeps the compressed one up to date.
   set(page ${PROJECT_BINARY_DIR}/share/tracemill.1)
   configure_file(${PROJECT_SOURCE_DIR}/share/tracemill.1 ${page} COPYONLY)
-  file(ARCHIVE_CREATE OUTPUT ${page}.gz PATHS ${page} FORMAT raw COMPRESSION GZip MTIME 0)
+  find_program(TRACEMILL_GZIP gzip REQUIRED)
+  execute_process(COMMAND ${TRACEMILL_GZIP} -9nc ${page} OUTPUT_FILE ${page}.gz COMMAND_ERROR_IS_FATAL ANY)
   install(FILES ${page}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT program)
 
   install(
