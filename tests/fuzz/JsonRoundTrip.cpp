@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/fuzz/DocumentCheck.h"
 #include "tests/fuzz/FuzzTarget.h"
 
 using kestrel::JSOM;
@@ -101,6 +102,7 @@ void requireRoundTrip(const JSOM& tree) {
   tree.toCompactString(compact, DIGITS);
   tree.toString(indented, DIGITS);
   for (const std::string& text : {compact, indented}) {
+    requireJson(text);
     JSOM parsed;
     require(!parsed.fromString(text).isError(), "what was written can be parsed");
     requireSame(tree, parsed);
