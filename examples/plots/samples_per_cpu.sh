@@ -20,13 +20,17 @@ if [ ! -s "$work/samples" ]; then
   exit 1
 fi
 
-cut -f 3 "$work/samples" | LC_ALL=C sort -u > "$work/threads"
+# The busiest threads have a color of their own.
+cut -f 3 "$work/samples" | LC_ALL=C sort | uniq -c | sort -k 1nr | head -n 5 | sed 's/^ *[0-9]* //' |
+  LC_ALL=C sort > "$work/threads"
+cut -f 3 "$work/samples" | grep -qvxFf "$work/threads" && echo others >> "$work/threads"
 
 # A table for each CPU: a row a column of the picture, with its middle and the counts of all threads, each
 # on top of the one before.
 awk -F '\t' -v width="${3:-20}" -v work="$work" '
-  FILENAME ~ /threads$/ { names[++n] = $0; next }
-  { bin = int($1 * 1000 / width); count[$2, $3, bin]++; cpus[$2]; if (bin > last) last = bin }
+  BEGIN { while ((getline name < (work "/threads")) > 0) { names[++n] = name; known[name] } }
+  { bin = int($1 * 1000 / width); count[$2, $3 in known ? $3 : "others", bin]++
+    cpus[$2]; if (bin > last) last = bin }
   END {
     for (cpu in cpus)
       for (bin = 0; bin <= last; bin++) {
@@ -35,7 +39,7 @@ awk -F '\t' -v width="${3:-20}" -v work="$work" '
         print line > (work "/cpu" cpu); if (sum > most) most = sum
       }
     print most, (last + 1) * width / 1000 > (work "/ends")
-  }' "$work/threads" "$work/samples"
+  }' "$work/samples"
 
 cpus=$(cut -f 2 "$work/samples" | sort -nu | tr '\n' ' ')
 threads=$(wc -l < "$work/threads")
@@ -44,8 +48,8 @@ PICTURE=$2 gnuplot <<END
   set terminal pngcairo size 860, 80 + 170 * words("$cpus") font "sans,10" enhanced
   set output system("printf %s \"\$PICTURE\"")
   set multiplot layout words("$cpus"), 1 title "Samples each CPU took in ${3:-20} ms" font "sans,12" \
-      margins 0.08, 0.84, 0.14, 0.88 spacing 0.05
-  array COLOR[6] = ["#3b6ea5", "#e0a030", "#5a9e6f", "#b5524c", "#7d6bb0", "#8c8c8c"]
+      margins 0.08, 0.81, 0.14, 0.88 spacing 0.05
+  array COLOR[6] = ["#3b6ea5", "#e0a030", "#5a9e6f", "#b5524c", "#7d6bb0", "#b0b0b0"]
   name(i) = system("sed -n " . i . "p $work/threads")
   set style fill solid
   set boxwidth ${3:-20} / 1000.0
@@ -62,7 +66,7 @@ PICTURE=$2 gnuplot <<END
     if (last) { set xlabel "seconds" }
     # The highest sum first, so that each thread leaves its own part visible.
     plot for [i = $threads:1:-1] sprintf("$work/cpu%s", cpu) using 1:(column(i + 1)) with boxes \
-        linecolor rgb COLOR[(i - 1) % 6 + 1] title name(i)
+        linecolor rgb COLOR[name(i) eq "others" ? 6 : i] title name(i)
     unset key
   }
   unset multiplot

@@ -17,7 +17,8 @@ import pandas
 matplotlib.use("Agg")  # no screen needed
 from matplotlib import pyplot  # noqa: E402
 
-COLORS = ["#3b6ea5", "#e0a030", "#5a9e6f", "#b5524c", "#7d6bb0", "#8c8c8c"]
+COLORS = ["#3b6ea5", "#e0a030", "#5a9e6f", "#b5524c", "#7d6bb0"]
+OTHERS = "#b0b0b0"  # threads beyond the busiest
 
 
 def read_table(document, name, columns):
@@ -44,7 +45,8 @@ def count_samples(document):
     threads = read_table(document, "processes", ["key", "pid", "tid", "name"]).set_index("key")["name"]
     place = samples["mapkey"].map(names).map(short_name)
     thread = samples["pidkey"].map(threads)
-    return pandas.crosstab(place, thread)
+    busiest = thread.value_counts().index[: len(COLORS)]
+    return pandas.crosstab(place, thread.where(thread.isin(busiest), "others"))
 
 
 def draw(counts, total, picture):
@@ -52,8 +54,10 @@ def draw(counts, total, picture):
     figure, axes = pyplot.subplots(figsize=(8.6, 0.9 + 0.32 * rows), dpi=100)
     shares = counts / total * 100
     left = 0
-    for number, thread in enumerate(shares.columns):
-        color = COLORS[number % len(COLORS)]
+    threads = sorted(set(shares.columns) - {"others"})
+    colors = dict(zip(threads, COLORS), others=OTHERS)
+    for thread in [name for name in colors if name in shares.columns]:
+        color = colors[thread]
         label = thread if shares[thread].any() else None  # no legend for a thread that has no bar
         axes.barh(shares.index, shares[thread], left=left, color=color, label=label, height=0.7)
         left += shares[thread]

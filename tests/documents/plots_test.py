@@ -36,6 +36,7 @@ MOST_SAMPLED = {
     "waves::blurRows": 256,
     "ripples::drawGradient": 59,
 }
+GREY = (0xB0, 0xB0, 0xB0)
 BLUE, ORANGE, GREEN, PURPLE = (0x3B, 0x6E, 0xA5), (0xE0, 0xA0, 0x30), (0x5A, 0x9E, 0x6F), (0x7D, 0x6B, 0xB0)
 
 
@@ -117,6 +118,20 @@ class PlotsTest(unittest.TestCase):
         for width in ("5", "200"):
             self.assertEqual(self.run_script("samples_per_cpu.sh", self.demo, picture, width), "")
             self.assertGreater(colors(picture).get(GREEN, 0), 20_000)
+
+    def test_threads_beyond_the_busiest_five_are_drawn_together(self):
+        tids = [tid for tid in range(1, 8) for _ in range(9 - tid)]
+        rows = [[i, 9, 5, 0.01 * i, 0, tid, tid, []] for i, tid in enumerate(tids, 1)]
+        small = document(rows, [(tid, 1, tid, f"thread {tid}") for tid in range(1, 8)])
+        counts = top_functions.count_samples(small)
+        self.assertEqual(counts.loc["f"].to_dict(), {**{f"thread {tid}": 9 - tid for tid in range(1, 6)}, "others": 5})
+        path = self.output / "threads.json"
+        path.write_text(json.dumps(small))
+        for name in ("top_functions.py", "samples_per_cpu.sh"):
+            self.assertEqual(self.run_script(name, path, "threads.png"), "")
+            seen = colors(self.output / "threads.png")
+            for color in (BLUE, PURPLE, GREY):
+                self.assertGreater(seen.get(color, 0), 500, name)
 
     def test_window_functions_takes_its_start_and_not_its_end(self):
         rows = [[1, 9, 5, 1, 0, 7, 7, []], [2, 9, 5, 1.5, 0, 7, 7, []], [3, 9, 1, 1.75, 0, 7, 7, []]]
