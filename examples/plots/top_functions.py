@@ -22,7 +22,7 @@ OTHERS = "#b0b0b0"  # threads beyond the busiest
 
 
 def read_table(document, name, columns):
-    """The first columns of a table by name; nested ones ("bt", "maps", "symbols") come last and are left out."""
+    """The first columns of a table by name. Nested ones ("bt", "maps", "symbols") come last."""
     rows = [row[: len(columns)] for row in document[name]["data"]]
     return pandas.DataFrame(rows, columns=columns)
 
@@ -38,11 +38,17 @@ def short_name(name):
 
 def count_samples(document):
     """Samples by place (function, or mapped file where no function is known) and thread name."""
-    samples = read_table(document, "samples", ["key", "ip", "mapkey", "time", "cpu", "pidkey", "tid"])
+    samples = read_table(
+        document, "samples", ["key", "ip", "mapkey", "time", "cpu", "pidkey", "tid"]
+    )
     # One "mapkey" refers to either table: their keys never collide.
-    tables = [read_table(document, table, ["key", "a", "b"]) for table in ("functions", "libraries")]
+    tables = [
+        read_table(document, table, ["key", "a", "b"]) for table in ("functions", "libraries")
+    ]
     names = pandas.concat([tables[0].set_index("key")["a"], tables[1].set_index("key")["b"]])
-    threads = read_table(document, "processes", ["key", "pid", "tid", "name"]).set_index("key")["name"]
+    threads = read_table(document, "processes", ["key", "pid", "tid", "name"]).set_index("key")[
+        "name"
+    ]
     place = samples["mapkey"].map(names).map(short_name)
     thread = samples["pidkey"].map(threads)
     busiest = thread.value_counts().index[: len(COLORS)]
@@ -63,7 +69,12 @@ def draw(counts, total, picture):
         left += shares[thread]
     for place, share in shares.sum(axis=1).items():
         axes.annotate(
-            f"{share:.1f} %", (share, place), (5, 0), textcoords="offset points", va="center", fontsize=9
+            f"{share:.1f} %",
+            (share, place),
+            (5, 0),
+            textcoords="offset points",
+            va="center",
+            fontsize=9,
         )
     axes.set_ylim(rows - 0.5, -0.5)
     axes.margins(x=0.1)

@@ -4,8 +4,8 @@
 
 A fenced block's info word says what becomes of it:
 
-    sh          runs: all blocks of a document in order, in one shell and one fresh folder, which holds
-                examples/, share/ and what scripts/demo makes; tracemill is on the search path
+    sh          runs: all blocks of a document in order, in one shell and one fresh folder, which
+                holds examples/, share/ and what scripts/demo makes, with tracemill on the search path
     output      what the `sh` block before it prints, but for blanks at the ends of lines
     sh board    not run: needs a machine to record on, or changes this one
     sh build    not run: builds or tests the project, as scripts/test does; its scripts and presets
@@ -34,7 +34,7 @@ MANUAL = ROOT / "share" / "tracemill.1"
 DEMO = ROOT / "examples" / "demo"
 FENCE = re.compile(r"^( *)```(.*)$")  # indented in a list
 KNOWN_INFO = {"sh", "sh board", "sh build", "output", "text", "json", "mermaid", "cpp", "cmake"}
-# Shell commands of blocks that run: what they take besides coreutils, and the packages that have it.
+# What the blocks that run take besides coreutils, and the packages that have it.
 TOOLS = {"jq": "jq", "sqlite3": "sqlite3", "gnuplot": "gnuplot-nox", "nm": "binutils"}
 SEPARATOR = "\x01"
 
@@ -48,7 +48,11 @@ class Block(NamedTuple):
 def documents():
     """Every document of the project in Markdown, by its name from the root."""
     folders = [ROOT, ROOT / "docs", *(ROOT / "examples").glob("**/")]
-    return {str(path.relative_to(ROOT)): path for folder in folders for path in sorted(folder.glob("*.md"))}
+    return {
+        str(path.relative_to(ROOT)): path
+        for folder in folders
+        for path in sorted(folder.glob("*.md"))
+    }
 
 
 def read_blocks(text):
@@ -81,7 +85,11 @@ def read_recorded_times():
     content = (DEMO / "demo.perf.data").read_bytes()
     data = rewriter.read_header(content).data
     records = rewriter.split_records(content[data.offset : data.end])
-    return [struct.unpack_from("<Q", r, 24)[0] for r in records if rewriter.RECORD_HEADER.unpack_from(r)[0] == 9]
+    return [
+        struct.unpack_from("<Q", r, 24)[0]
+        for r in records
+        if rewriter.RECORD_HEADER.unpack_from(r)[0] == 9
+    ]
 
 
 def without_trailing_blanks(text):
@@ -99,7 +107,9 @@ class Session:
         self.folder = Path(tempfile.mkdtemp())
         self.place = self.folder / "place"
         for name in ("examples", "share"):
-            shutil.copytree(ROOT / name, self.place / name, ignore=shutil.ignore_patterns("__pycache__"))
+            shutil.copytree(
+                ROOT / name, self.place / name, ignore=shutil.ignore_patterns("__pycache__")
+            )
         (self.folder / "bin").mkdir()
         (self.folder / "bin" / "tracemill").symlink_to(tracemill)
         self._make_demo_output()
@@ -167,7 +177,9 @@ class CommandsTest(unittest.TestCase):
                 for before, block in zip(blocks, blocks[1:]):
                     if block.info == "output":
                         self.assertEqual(
-                            without_trailing_blanks(printed[before]), block.text, f"line {block.line}"
+                            without_trailing_blanks(printed[before]),
+                            block.text,
+                            f"line {block.line}",
                         )
         self.assertGreater(total, 5)
 
@@ -191,8 +203,12 @@ class CommandsTest(unittest.TestCase):
         self.assertEqual(len(window), len(expected))
         for row, time in zip(window, expected):
             self.assertAlmostEqual(row[3], time, delta=1e-6)
-        self.assertEqual((place / "all.json").read_bytes(), 2 * (place / "profile.json").read_bytes())
-        piped = subprocess.run(["gzip", "-dc", place / "profile.json.gz"], capture_output=True, check=True)
+        self.assertEqual(
+            (place / "all.json").read_bytes(), 2 * (place / "profile.json").read_bytes()
+        )
+        piped = subprocess.run(
+            ["gzip", "-dc", place / "profile.json.gz"], capture_output=True, check=True
+        )
         self.assertEqual(piped.stdout, (place / "profile.json").read_bytes())
         elsewhere = json.loads((place / "elsewhere.json").read_text())
         names = [row[1] for row in elsewhere["functions"]["data"]]
@@ -217,7 +233,9 @@ class TextsTest(unittest.TestCase):
         for name, path in documents().items():
             text = without_blocks(path.read_text(encoding="utf-8"))
             for paragraph in re.split(r"\n\s*\n", text):
-                self.assertFalse(paragraph.startswith("    "), f"{name}: fence this block:\n{paragraph}")
+                self.assertFalse(
+                    paragraph.startswith("    "), f"{name}: fence this block:\n{paragraph}"
+                )
 
     def test_what_builds_the_project_is_there(self):
         presets = json.loads((ROOT / "CMakePresets.json").read_text())
@@ -229,7 +247,9 @@ class TextsTest(unittest.TestCase):
                     for preset in re.findall(r"--preset (\S+)", block.text):
                         self.assertIn(preset, known, where)
                 if block.info.startswith("sh "):
-                    for script in re.findall(r"^((?:scripts|\.ci|tests|bench|examples)/\S+)", block.text, re.MULTILINE):
+                    for script in re.findall(
+                        r"^((?:scripts|\.ci|tests|bench|examples)/\S+)", block.text, re.MULTILINE
+                    ):
                         self.assertTrue(os.access(ROOT / script, os.X_OK), f"{where}: {script}")
 
     def test_links_lead_somewhere(self):

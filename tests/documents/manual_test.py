@@ -1,4 +1,4 @@
-"""Checks the manual page, the bash completion and docs/configuration.md against each other and the program.
+"""Holds the manual page, the bash completion, docs/configuration.md and the program together.
 
     manual_test.py TRACEMILL
 """
@@ -20,12 +20,16 @@ MACHINE = ("mandoc.db", "referenced manual not found")
 
 
 def output_of(*command):
-    return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False).stdout
+    return subprocess.run(
+        command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False
+    ).stdout
 
 
 def section(name):
     source = MANUAL.read_text(encoding="utf-8")
-    return re.search(rf"^\.Sh {name}\n(.*?)(?=^\.Sh |\Z)", source, re.MULTILINE | re.DOTALL).group(1)
+    return re.search(rf"^\.Sh {name}\n(.*?)(?=^\.Sh |\Z)", source, re.MULTILINE | re.DOTALL).group(
+        1
+    )
 
 
 def complete(*words):
@@ -59,12 +63,22 @@ class ManualTest(unittest.TestCase):
     def test_its_keys_are_those_of_the_configuration(self):
         table = CONFIGURATION.read_text(encoding="utf-8")
         keys = [key.split(".")[0] for key in re.findall(r"^\| `([\w.]+)`", table, re.MULTILINE)]
-        described = " , ".join(re.findall(r"^\.It Li (.*)", section("CONFIGURATION"), re.MULTILINE)).split(" , ")
+        described = " , ".join(
+            re.findall(r"^\.It Li (.*)", section("CONFIGURATION"), re.MULTILINE)
+        ).split(" , ")
         self.assertEqual(sorted(described), sorted(set(keys)))
 
     def test_its_defaults_are_those_of_the_configuration(self):
-        table = dict(re.findall(r"^\| `(\w+)` \| \w+ \| `?([^ `|]+)", CONFIGURATION.read_text(), re.MULTILINE))
-        entries = re.findall(r"^\.It Li (\w+)\n(.*?)(?=^\.It|^\.El)", section("CONFIGURATION"), re.MULTILINE | re.DOTALL)
+        table = dict(
+            re.findall(
+                r"^\| `(\w+)` \| \w+ \| `?([^ `|]+)", CONFIGURATION.read_text(), re.MULTILINE
+            )
+        )
+        entries = re.findall(
+            r"^\.It Li (\w+)\n(.*?)(?=^\.It|^\.El)",
+            section("CONFIGURATION"),
+            re.MULTILINE | re.DOTALL,
+        )
         compared = 0
         for key, text in entries:
             default = re.search(r"^\.Pq (?:Pa )?(\S+) ?\.?$", text, re.MULTILINE)
@@ -76,7 +90,11 @@ class ManualTest(unittest.TestCase):
     def test_it_says_what_the_program_says(self):
         messages = re.findall(r"^\.It (\w.*)", section("DIAGNOSTICS"), re.MULTILINE)
         self.assertEqual(len(messages), 4)
-        sources = "".join(path.read_text() for folder in ("app", "perfevents", "symbols") for path in (ROOT / folder).glob("*.cpp"))
+        sources = "".join(
+            path.read_text()
+            for folder in ("app", "perfevents", "symbols")
+            for path in (ROOT / folder).glob("*.cpp")
+        )
         for message in messages:
             self.assertIn(message.split(" '")[0].split(". ...")[0], sources)
 
@@ -86,7 +104,9 @@ class CompletionTest(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             (Path(folder) / "perf.data").touch()
             for option in ("-c", "-i", "-o"):
-                self.assertEqual(complete("tracemill", option, f"{folder}/pe"), [f"{folder}/perf.data"])
+                self.assertEqual(
+                    complete("tracemill", option, f"{folder}/pe"), [f"{folder}/perf.data"]
+                )
 
     def test_nothing_is_offered_for_numbers(self):
         for option in ("-s", "-d", "-A", "-B", "-C"):

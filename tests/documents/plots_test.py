@@ -37,7 +37,12 @@ MOST_SAMPLED = {
     "ripples::drawGradient": 59,
 }
 GREY = (0xB0, 0xB0, 0xB0)
-BLUE, ORANGE, GREEN, PURPLE = (0x3B, 0x6E, 0xA5), (0xE0, 0xA0, 0x30), (0x5A, 0x9E, 0x6F), (0x7D, 0x6B, 0xB0)
+BLUE, ORANGE, GREEN, PURPLE = (
+    (0x3B, 0x6E, 0xA5),
+    (0xE0, 0xA0, 0x30),
+    (0x5A, 0x9E, 0x6F),
+    (0x7D, 0x6B, 0xB0),
+)
 
 
 def document(samples, processes=((7, 7, 7, "app"),)):
@@ -70,7 +75,9 @@ class PlotsTest(unittest.TestCase):
         # Names with blanks and quotes must not confuse the scripts.
         cls.output = cls.folder / "it's a folder"
         cls.output.mkdir()
-        environment = dict(os.environ, TRACEMILL_DEMO="examples/demo", TRACEMILL_DEMO_OUTPUT=str(cls.folder))
+        environment = dict(
+            os.environ, TRACEMILL_DEMO="examples/demo", TRACEMILL_DEMO_OUTPUT=str(cls.folder)
+        )
         command = [cls.tracemill, "-c", "examples/demo/demo.conf"]
         subprocess.run(command, check=True, cwd=ROOT, env=environment)
         cls.demo = cls.output / "demo.json"
@@ -80,8 +87,14 @@ class PlotsTest(unittest.TestCase):
         interpreter = [sys.executable, "-B"] if name.endswith(".py") else []
         command = [*interpreter, PLOTS / name, *map(str, arguments)]
         # Nothing but the system's tools, and no screen.
-        environment = {"PATH": "/usr/bin:/bin:/usr/local/bin", "LC_ALL": "C.UTF-8", "HOME": str(self.folder)}
-        done = subprocess.run(command, capture_output=True, text=True, env=environment, cwd=self.output, check=False)
+        environment = {
+            "PATH": "/usr/bin:/bin:/usr/local/bin",
+            "LC_ALL": "C.UTF-8",
+            "HOME": str(self.folder),
+        }
+        done = subprocess.run(
+            command, capture_output=True, text=True, env=environment, cwd=self.output, check=False
+        )
         self.assertEqual(done.returncode, status, done.stderr)
         return done.stdout + done.stderr
 
@@ -101,7 +114,9 @@ class PlotsTest(unittest.TestCase):
         self.assertEqual(counts.loc["waves::stepRow", "pond"], 578)
 
     def test_top_functions_names_maps_where_no_function_is_known(self):
-        counts = top_functions.count_samples(document([[1, 1 << 63, 1, 0, 0, 7, 7, []], [2, 1, 5, 0, 0, 7, 7, []]]))
+        counts = top_functions.count_samples(
+            document([[1, 1 << 63, 1, 0, 0, 7, 7, []], [2, 1, 5, 0, 0, 7, 7, []]])
+        )
         self.assertEqual(counts["app"].to_dict(), {"[x.so]": 1, "f": 1})
 
     def test_samples_per_cpu_draws_a_part_for_each_cpu(self):
@@ -124,7 +139,10 @@ class PlotsTest(unittest.TestCase):
         rows = [[i, 9, 5, 0.01 * i, 0, tid, tid, []] for i, tid in enumerate(tids, 1)]
         small = document(rows, [(tid, 1, tid, f"thread {tid}") for tid in range(1, 8)])
         counts = top_functions.count_samples(small)
-        self.assertEqual(counts.loc["f"].to_dict(), {**{f"thread {tid}": 9 - tid for tid in range(1, 6)}, "others": 5})
+        self.assertEqual(
+            counts.loc["f"].to_dict(),
+            {**{f"thread {tid}": 9 - tid for tid in range(1, 6)}, "others": 5},
+        )
         path = self.output / "threads.json"
         path.write_text(json.dumps(small))
         for name in ("top_functions.py", "samples_per_cpu.sh"):
@@ -134,16 +152,24 @@ class PlotsTest(unittest.TestCase):
                 self.assertGreater(seen.get(color, 0), 500, name)
 
     def test_window_functions_takes_its_start_and_not_its_end(self):
-        rows = [[1, 9, 5, 1, 0, 7, 7, []], [2, 9, 5, 1.5, 0, 7, 7, []], [3, 9, 1, 1.75, 0, 7, 7, []]]
+        rows = [
+            [1, 9, 5, 1, 0, 7, 7, []],
+            [2, 9, 5, 1.5, 0, 7, 7, []],
+            [3, 9, 1, 1.75, 0, 7, 7, []],
+        ]
         path = self.output / "small.json"
         path.write_text(json.dumps(document([*rows, [4, 9, 6, 2, 0, 7, 7, []]])))
-        table = [line.split() for line in self.run_script("window_functions.sh", path, 1, 2).splitlines()]
+        table = [
+            line.split() for line in self.run_script("window_functions.sh", path, 1, 2).splitlines()
+        ]
         self.assertEqual(table[0], ["samples", "percent", "function"])
         self.assertEqual(table[2:], [["2", "66.7", "f(int)"], ["1", "33.3", "/lib/x.so"]])
 
     def test_window_functions_of_the_whole_demo(self):
         lines = self.run_script("window_functions.sh", self.demo, 0, 10).splitlines()[2:]
-        counts = {line.split(None, 2)[2].split("(")[0].strip(): int(line.split()[0]) for line in lines}
+        counts = {
+            line.split(None, 2)[2].split("(")[0].strip(): int(line.split()[0]) for line in lines
+        }
         self.assertEqual(sum(counts.values()), 2383)
         self.assertLessEqual(MOST_SAMPLED.items(), counts.items())
 
@@ -166,14 +192,21 @@ class PlotsTest(unittest.TestCase):
         self.assertEqual(stacks, {"app;a:b;f(int)": 1, "tid 8;a:b;f(int);[x.so]": 1})
 
     def test_without_arguments_they_say_how_to_use_them(self):
-        for name in ("top_functions.py", "samples_per_cpu.sh", "window_functions.sh", "collapse_stacks.py"):
+        for name in (
+            "top_functions.py",
+            "samples_per_cpu.sh",
+            "window_functions.sh",
+            "collapse_stacks.py",
+        ):
             self.assertIn(f"{name} DOCUMENT", self.run_script(name, status=1))
 
     def test_pictures_of_no_samples_are_refused(self):
         path = self.output / "empty.json"
         path.write_text(json.dumps(document([])))
         for name in ("top_functions.py", "samples_per_cpu.sh"):
-            self.assertIn("the document has no samples", self.run_script(name, path, "picture.png", status=1))
+            self.assertIn(
+                "the document has no samples", self.run_script(name, path, "picture.png", status=1)
+            )
         self.assertFalse((self.output / "picture.png").exists())
 
     def test_the_committed_pictures_are_of_this_kind(self):

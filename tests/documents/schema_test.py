@@ -1,4 +1,4 @@
-"""Checks share/tracemill.schema.json: every golden document is valid by it, and broken ones are not.
+"""Checks share/tracemill.schema.json: golden documents are valid by it, and broken ones are not.
 
 Also follows the references between the tables, which a schema cannot express; docs/output-format.md
 promises them.
@@ -89,8 +89,7 @@ class GoldenDocumentsTest(unittest.TestCase):
             for mapkey in [row[2]] + [entry[1] for entry in row[7]]:
                 self.assertIn(mapkey, libraries | functions)
         for row in document["libraries"]["data"]:
-            # The rows of the kernel and of the stack belong to process 0, which has a row only if it
-            # was sampled.
+            # The rows of kernel and stack belong to process 0, which has a row only if it was sampled.
             if row[2] not in ("kernel", "{stack:b0000000-beffffff}"):
                 self.assertIn(row[1], keys["processes"])
         for row in document["functions"]["data"]:
@@ -143,7 +142,12 @@ class BrokenDocumentsTest(unittest.TestCase):
             self.refuses(set_at, [name, "data", 0], {})
 
     def test_values_are_of_the_columns_type(self):
-        wrong = {int: ["1", -1, 1.5, None, 1 << 64], float: ["1", None], str: [1, None], list: [{}, None]}
+        wrong = {
+            int: ["1", -1, 1.5, None, 1 << 64],
+            float: ["1", None],
+            str: [1, None],
+            list: [{}, None],
+        }
         for name, table in self.document.items():
             for column, value in enumerate(table["data"][0]):
                 # Times may be written without a fraction.

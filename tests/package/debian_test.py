@@ -1,5 +1,5 @@
-"""Makes the Debian packages and tries that of the program: unpacked and configured by dpkg under a root
-of its own, run from there, and removed again.
+"""Makes the Debian packages and tries that of the program: unpacked and configured by dpkg under a
+root of its own, run from there, and removed again.
 
     debian_test.py SOURCE BUILD CPACK
 """
@@ -31,10 +31,16 @@ usr/share/tracemill/tracemill.schema.json
 
 def run(*command, status=0, **options):
     command = [str(word) for word in command]
-    environment = dict(os.environ, LC_ALL="C.UTF-8", TZ="UTC", PATH=os.environ["PATH"] + ":/usr/sbin:/sbin")
-    done = subprocess.run(command, capture_output=True, text=True, env=environment, check=False, **options)
+    environment = dict(
+        os.environ, LC_ALL="C.UTF-8", TZ="UTC", PATH=os.environ["PATH"] + ":/usr/sbin:/sbin"
+    )
+    done = subprocess.run(
+        command, capture_output=True, text=True, env=environment, check=False, **options
+    )
     if done.returncode != status:
-        raise AssertionError(f"{' '.join(command)}: status {done.returncode}\n{done.stdout}{done.stderr}")
+        raise AssertionError(
+            f"{' '.join(command)}: status {done.returncode}\n{done.stdout}{done.stderr}"
+        )
     return done.stdout
 
 
@@ -43,7 +49,16 @@ class DebianPackagesTest(unittest.TestCase):
     def setUpClass(cls):
         cls.folder = Path(tempfile.mkdtemp())
         cls.addClassCleanup(shutil.rmtree, cls.folder)
-        run(cls.cpack, "-G", "DEB", "--config", cls.build / "CPackConfig.cmake", "-B", cls.folder, cwd=cls.folder)
+        run(
+            cls.cpack,
+            "-G",
+            "DEB",
+            "--config",
+            cls.build / "CPackConfig.cmake",
+            "-B",
+            cls.folder,
+            cwd=cls.folder,
+        )
         cls.packages = {path.name.split("_")[0]: path for path in cls.folder.glob("*.deb")}
 
     def field(self, package, name):
@@ -63,7 +78,11 @@ class DebianPackagesTest(unittest.TestCase):
     def test_only_the_libraries_bring_headers(self):
         listed = {name: run("dpkg-deb", "--contents", path) for name, path in self.packages.items()}
         self.assertNotRegex(listed[PROGRAM], r"\.(h|a|cmake)\n")
-        for name in ("perfevents/PerfRecordFileReader.h", "kestrel/json/JSONData.h", "app/PerfSettings.h"):
+        for name in (
+            "perfevents/PerfRecordFileReader.h",
+            "kestrel/json/JSONData.h",
+            "app/PerfSettings.h",
+        ):
             self.assertIn(f" ./usr/include/tracemill/{name}\n", listed[LIBRARIES])
 
     def test_nothing_tells_where_it_was_built(self):
@@ -78,7 +97,13 @@ class DebianPackagesTest(unittest.TestCase):
         (root / "var/lib/dpkg").mkdir(parents=True)
         (root / "var/lib/dpkg/status").touch()
         # Nothing else is installed under this root, and it may belong to somebody else than root.
-        dpkg = ["dpkg", f"--root={root}", "--force-depends", "--force-not-root", f"--log={self.folder}/dpkg.log"]
+        dpkg = [
+            "dpkg",
+            f"--root={root}",
+            "--force-depends",
+            "--force-not-root",
+            f"--log={self.folder}/dpkg.log",
+        ]
         if os.geteuid() != 0:
             dpkg.insert(0, "fakeroot")
         run(*dpkg, "--unpack", self.packages[PROGRAM])

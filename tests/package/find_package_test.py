@@ -1,5 +1,5 @@
-"""Installs the libraries below a folder of its own and builds the example reader on them, as another
-project would: with nothing of this project but what was installed.
+"""Installs the libraries below a folder of its own and builds the example reader on them, as
+another project would: with nothing of this project but what was installed.
 
     find_package_test.py SOURCE BUILD CMAKE GENERATOR COMPILER FLAGS BUILD_TYPE
 """
@@ -18,7 +18,12 @@ EXPECTED = {"9519": 1, "9520": 586, "9521": 623, "9522": 587, "9523": 586}
 
 def run(*command, **options):
     done = subprocess.run(
-        [str(word) for word in command], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False, **options
+        [str(word) for word in command],
+        stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT,
+        text=True,
+        check=False,
+        **options,
     )
     if done.returncode != 0:
         sys.exit(f"find_package_test: this failed: {' '.join(map(str, command))}\n{done.stdout}")
@@ -34,8 +39,14 @@ def main(arguments):
         (folder / "here").rename(folder / "prefix")
         shutil.copytree(Path(source) / "examples" / "reader", folder / "reader")
         configure = [cmake, "-S", folder / "reader", "-B", folder / "build", "-G", generator]
-        configure += [f"-DCMAKE_PREFIX_PATH={folder / 'prefix'}", f"-DCMAKE_BUILD_TYPE={build_type}"]
-        configure += [f"-DCMAKE_CXX_COMPILER={compiler}", f"-DCMAKE_CXX_FLAGS={flags} -Wall -Wextra -Werror"]
+        configure += [
+            f"-DCMAKE_PREFIX_PATH={folder / 'prefix'}",
+            f"-DCMAKE_BUILD_TYPE={build_type}",
+        ]
+        configure += [
+            f"-DCMAKE_CXX_COMPILER={compiler}",
+            f"-DCMAKE_CXX_FLAGS={flags} -Wall -Wextra -Werror",
+        ]
         run(*configure)
         run(cmake, "--build", folder / "build")
         recording = Path(source) / "examples" / "demo" / "demo.perf.data"
@@ -45,7 +56,9 @@ def main(arguments):
         newer = folder / "reader" / "CMakeLists.txt"
         newer.write_text(newer.read_text().replace("tracemill 1.0", "tracemill 2.0"))
         configure[4] = folder / "newer"
-        refused = subprocess.run([str(word) for word in configure], capture_output=True, text=True, check=False)
+        refused = subprocess.run(
+            [str(word) for word in configure], capture_output=True, text=True, check=False
+        )
         if refused.returncode == 0 or "2.0" not in refused.stderr:
             sys.exit("find_package_test: a version that is not there was found")
     return 0
