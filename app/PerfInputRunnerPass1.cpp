@@ -24,6 +24,7 @@ PerfInputRunnerPass1::PerfInputRunnerPass1(std::ifstream* input, kestrel::TimeCo
   _log();
   try {
     perfevents::PerfRecordFileReader reader(*input, true);
+    reader.skipSamples();
     reader.parseEvents(*this);
   } catch (const std::ios_base::failure& failure) {
     _log().debugf("%p An I/O exception occurred: %s", static_cast<void*>(this), failure.what());

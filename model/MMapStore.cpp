@@ -35,11 +35,22 @@ MMapStore::MMapStore() : settings_(kestrel::Singleton<PerfSettings>::Instance())
 MMapStore::~MMapStore() = default;
 
 RangedItemStore& MMapStore::_storeOf(unsigned pid) {
-  std::unique_ptr<RangedItemStore>& store = stores_[pid];
-  if (store == nullptr) {
-    store = std::make_unique<RangedItemStore>(true);
+  if (RangedItemStore* const known = _knownStoreOf(pid)) {
+    return *known;
   }
-  return *store;
+  return *(stores_[pid] = std::make_unique<RangedItemStore>(true));
+}
+
+RangedItemStore* MMapStore::_knownStoreOf(unsigned pid) const {
+  if (RangedItemStore* const recent = recentStores_.find(pid)) {
+    return recent;
+  }
+  const auto found = stores_.find(pid);
+  if (found == stores_.end()) {
+    return nullptr;
+  }
+  recentStores_.remember(pid, found->second.get());
+  return found->second.get();
 }
 
 MMapInfo* MMapStore::add(const perfevents::PerfEventDataMmap& record) {
@@ -65,9 +76,13 @@ MMapInfo* MMapStore::get(unsigned pid, unsigned long long address) {
   if (_isWithin(address, settings_->stackStartAddress, settings_->stackEndAddress)) {
     return &stackMap_;
   }
-  const auto store = stores_.find(pid);
-  return store == stores_.end() ? nullptr
-                                : static_cast<MMapInfo*>(store->second->findRangedItem(address));
+  const RangedItemStore* const store = _knownStoreOf(pid);
+  return store == nullptr ? nullptr : static_cast<MMapInfo*>(store->findRangedItem(address));
+}
+
+uint32_t MMapStore::generation(unsigned pid) const {
+  const RangedItemStore* const store = _knownStoreOf(pid);
+  return store == nullptr ? 0 : store->generation();
 }
 
 MMapInfo* MMapStore::getFake(unsigned pid, unsigned long long address, const std::string& name) {

@@ -11,6 +11,7 @@
 
 #include "model/MMapInfo.h"
 #include "model/RangedItemStore.h"
+#include "model/RecentlyUsed.h"
 
 namespace kestrel {
 class JsomWriter;
@@ -41,6 +42,9 @@ class MMapStore {
   // and makes another each time. Never null.
   MMapInfo* getFake(unsigned pid, unsigned long long address, const std::string& name);
 
+  // As long as this number stays, a map that get() found for an address of `pid` is found again.
+  uint32_t generation(unsigned pid) const;
+
   // The map of the kernel, in every process. The driver moves it to the range of the kernel's
   // symbol list.
   MMapInfo& kernelMap() { return kernelMap_; }
@@ -68,12 +72,14 @@ class MMapStore {
     }
   };
 
-  RangedItemStore& _storeOf(unsigned pid);  // created on first use
+  RangedItemStore& _storeOf(unsigned pid);             // created on first use
+  RangedItemStore* _knownStoreOf(unsigned pid) const;  // null if there is none
   MapName _nameOfFake(const std::string& process, const std::string& suffix);
   void _describeFake(unsigned pid, unsigned long long address, const std::string& name,
                      MMapInfo& fake);
 
   std::map<uint32_t, std::unique_ptr<RangedItemStore>> stores_;         // key: pid
+  mutable RecentlyUsed<RangedItemStore> recentStores_;
   std::set<std::shared_ptr<const std::string>, ByText> longFakeNames_;  // how they begin
   MMapInfo kernelMap_;
   MMapInfo stackMap_;

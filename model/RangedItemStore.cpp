@@ -9,11 +9,20 @@ RangedItemStore::~RangedItemStore() {
 }
 
 RangedItem* RangedItemStore::addRangedItem(RangedItem* item) {
-  if (items_.empty() || item->start >= items_.back()->start) {
-    items_.push_back(item);
-  } else {
-    items_.insert(items_.begin() + (_findRangedItemIndex(item->start) + 1), item);
+  int floor = -1;
+  if (!items_.empty()) {
+    const std::size_t last = items_.size() - 1;
+    floor = item->start >= items_.startAt(last) ? static_cast<int>(last)
+                                                : _findRangedItemIndex(item->start);
   }
+  if (floor >= 0) {
+    const RangedItem* const before = items_[static_cast<std::size_t>(floor)];
+    hasEqualStarts_ = hasEqualStarts_ || before->start == item->start;
+    if (hasEqualStarts_ || before->contains(item->start)) {
+      ++generation_;
+    }
+  }
+  items_.insert(static_cast<std::size_t>(floor + 1), item);
   return item;
 }
 
@@ -27,10 +36,17 @@ RangedItem* RangedItemStore::findRangedItem(unsigned long long address) const {
 }
 
 int RangedItemStore::_findRangedItemIndex(unsigned long long address) const {
-  const auto startAt = [this](int index) { return items_[static_cast<std::size_t>(index)]->start; };
-  if (items_.empty() || address < startAt(0)) {
+  if (items_.empty() || address < items_.startAt(0)) {
     return -1;
   }
+  // Only among equal starts does it matter how the floor is searched for.
+  return hasEqualStarts_ ? _probedIndex(address) : static_cast<int>(items_.floorIndex(address));
+}
+
+int RangedItemStore::_probedIndex(unsigned long long address) const {
+  const auto startAt = [this](int index) {
+    return items_.startAt(static_cast<std::size_t>(index));
+  };
   const int last = static_cast<int>(items_.size()) - 1;
   int low = 0;
   int high = last;

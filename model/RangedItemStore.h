@@ -2,9 +2,10 @@
 // are allowed and kept; items are only ever added. Addresses and sizes are bytes. One thread only.
 #pragma once
 
-#include <vector>
+#include <cstdint>
 
 #include "model/RangedItem.h"
+#include "model/RangedItemSequence.h"
 
 class RangedItemStore {
  public:
@@ -15,8 +16,8 @@ class RangedItemStore {
   RangedItemStore& operator=(const RangedItemStore&) = delete;
   virtual ~RangedItemStore();
 
-  // Inserts `item` behind every smaller start and returns it. In constant time when starts arrive
-  // in ascending order.
+  // Inserts `item` behind every smaller start and returns it. Its start stays as it is from now on.
+  // In constant time when starts arrive in ascending order.
   RangedItem* addRangedItem(RangedItem* item);
   // The item that contains `address`, or null. Only the floor item is asked: where ranges overlap,
   // an address past the end of the floor item is not found, also when an earlier, longer item holds
@@ -26,9 +27,18 @@ class RangedItemStore {
   // the one that the search's probes land on: documents depend on it.
   int _findRangedItemIndex(unsigned long long address) const;
 
-  const std::vector<RangedItem*>& items() const { return items_; }
+  const RangedItemSequence& items() const { return items_; }
+
+  // Changes when an item is added that may change the answer for an address that was found before:
+  // one that begins inside another, or any as soon as two starts are equal. As long as it stays,
+  // what findRangedItem() found may be kept; that nothing was found may not.
+  uint32_t generation() const { return generation_; }
 
  private:
-  std::vector<RangedItem*> items_;
+  int _probedIndex(unsigned long long address) const;
+
+  RangedItemSequence items_;
   bool ownsItems_;
+  bool hasEqualStarts_ = false;
+  uint32_t generation_ = 0;
 };

@@ -14,12 +14,17 @@ ThreadStore::ThreadStore() {
 }
 
 ThreadInfo& ThreadStore::_entryOf(unsigned pid, unsigned tid) {
-  const auto [entry, isNew] = threads_.try_emplace(tid);
-  if (isNew) {
-    entry->second.pid = pid;
-    entry->second.tid = tid;
+  if (ThreadInfo* const recent = recentThreads_.find(tid)) {
+    return *recent;
   }
-  return entry->second;
+  const auto [entry, isNew] = threads_.try_emplace(tid);
+  ThreadInfo& thread = entry->second;
+  if (isNew) {
+    thread.pid = pid;
+    thread.tid = tid;
+  }
+  recentThreads_.remember(tid, &thread);
+  return thread;
 }
 
 void ThreadStore::add(const perfevents::PerfEventDataComm& record) {

@@ -5,6 +5,7 @@
 
 #include <map>
 
+#include "model/RecentlyUsed.h"
 #include "model/ThreadInfo.h"
 
 namespace kestrel {
@@ -34,4 +35,5 @@ class ThreadStore {
   ThreadInfo& _entryOf(unsigned pid, unsigned tid);
 
   std::map<uint32_t, ThreadInfo> threads_;  // key: tid
+  RecentlyUsed<ThreadInfo> recentThreads_;
 };

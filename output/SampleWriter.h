@@ -4,7 +4,9 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
+#include "output/ResolvedAddress.h"
 #include "output/SampleInfo.h"
 
 namespace kestrel {
@@ -34,9 +36,20 @@ class SampleWriter {
   RangedItem* _getMemMap(ThreadInfo* thread, unsigned long long address) const;
 
  private:
+  class RowText;
+
+  // As _getMemMap(). Valid until the next call.
+  ResolvedAddress& _resolve(ThreadInfo* thread, uint64_t address) const;
+  void _writeValues(kestrel::JsomWriter& writer, const SampleInfo& sample,
+                    ThreadInfo* thread) const;
+  void _writeRow(kestrel::JsomWriter& writer, const SampleInfo& sample, ThreadInfo* thread) const;
+
   PerfSettings* settings_;
   ThreadStore* threads_;
   MMapStore* maps_;
   SymbolTableStore* symbolTables_;
   mutable uint32_t sampleCount_ = 0;
+  mutable AddressCache cache_;
+  mutable ResolvedAddress uncached_;   // the answer that is not kept
+  mutable std::vector<char> rowText_;  // one row, reused
 };

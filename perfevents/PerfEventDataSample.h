@@ -54,6 +54,8 @@ class PerfEventDataSample : public PerfEventData, public PerfEventDataSampleAnci
   std::vector<uint64_t> callchain_;
   kestrel::ByteBufferViewport rawData_;
   std::vector<std::unique_ptr<ValueGetter>> getters_;  // in record order
+  std::size_t fixedGetters_ = 0;                       // how many at the front have a fixed size
+  std::size_t fixedBytes_ = 0;                         // of them together
 };
 
 }  // namespace perfevents

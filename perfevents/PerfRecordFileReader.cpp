@@ -47,7 +47,7 @@ bool PerfRecordFileReader::openPerfRecordFile(std::ifstream& stream, std::string
 }
 
 PerfRecordFileReader::PerfRecordFileReader(std::ifstream& stream, bool createStore)
-    : PerfOutputReader(stream), stream_(stream), createStore_(createStore) {
+    : PerfOutputReader(stream), stream_(stream), createStore_(createStore), records_(stream) {
   _log();
   if (!stream.is_open()) {
     handleError("Input file stream has not been opened.");
@@ -60,8 +60,6 @@ PerfRecordFileReader::PerfRecordFileReader(std::ifstream& stream, bool createSto
   readHeader();
   readAttributes();
   readTraceEventTypes();
-  eventBuffer_.capacity(abi::LARGEST_EVENT_SIZE);
-  eventBuffer_.size(abi::LARGEST_EVENT_SIZE);
   if (createStore_) {
     store_ = std::make_unique<PerfRecordEventDataStore>(attributes_);
   }
@@ -238,48 +236,50 @@ void PerfRecordFileReader::parseEvents(PerfEventDataListener& listener) {
     undecoded = owned.get();
   }
   auto remaining = static_cast<int64_t>(header_.data.size);
-  uint16_t size = 0;
-  while (remaining >= 1 && _readRecord(size)) {
-    _deliver(size, undecoded, listener);
-    remaining -= size;
+  records_.begin();
+  while (remaining >= 1 && _readRecord()) {
+    _deliver(undecoded, listener);
+    remaining -= records_.size();
   }
+  records_.end();
   listener.onClose();
 }
 
-// The read of the record header is not tested: past the end of the file the bytes of the header
-// before still stand, and they decide which of the two errors is reported.
-bool PerfRecordFileReader::_readRecord(uint16_t& size) {
-  unsigned char* const record = eventBuffer_.data();
-  _read(record, abi::EVENT_HEADER_SIZE);
-  size = RecordCursor::at<uint16_t>(eventBuffer_, abi::EVENT_HEADER_SIZE_OFFSET);
-  if (size < abi::EVENT_HEADER_SIZE) {
-    _log().errorf("Garbled event data header size.  Perf file corrupt.");
-    return false;
-  }
-  if (!_read(record + abi::EVENT_HEADER_SIZE, size - abi::EVENT_HEADER_SIZE)) {
-    _log().errorf("Error reading event data from perf file.  Perf file corrupt.");
-    return false;
+bool PerfRecordFileReader::_readRecord() {
+  switch (records_.next()) {
+    case RecordStream::Outcome::Garbled:
+      _log().errorf("Garbled event data header size.  Perf file corrupt.");
+      return false;
+    case RecordStream::Outcome::CutOff:
+      _log().errorf("Error reading event data from perf file.  Perf file corrupt.");
+      return false;
+    case RecordStream::Outcome::Record:
+      break;
   }
   return true;
 }
 
-void PerfRecordFileReader::_deliver(uint16_t size, PerfEventData* undecoded,
-                                    PerfEventDataListener& listener) {
-  const auto misc = RecordCursor::at<uint16_t>(eventBuffer_, abi::EVENT_HEADER_MISC_OFFSET);
+void PerfRecordFileReader::_deliver(PerfEventData* undecoded, PerfEventDataListener& listener) {
+  unsigned char* const record = records_.record();
+  const uint16_t size = records_.size();
+  RecordCursor header(record, abi::EVENT_HEADER_SIZE);
+  const auto type = static_cast<PerfEventData::Type>(header.take<uint32_t>());
+  const auto misc = header.take<uint16_t>();
   if (undecoded != nullptr) {
-    const kestrel::ByteBufferViewport record(eventBuffer_.data(), eventBuffer_.capacity(), size);
-    if (undecoded->parse(record, misc)) {
+    const kestrel::ByteBufferViewport whole(record, abi::LARGEST_EVENT_SIZE, size);
+    if (undecoded->parse(whole, misc)) {
       listener.onEventData(*undecoded);
     }
     return;
   }
-  const auto type = RecordCursor::at<uint32_t>(eventBuffer_, abi::EVENT_HEADER_TYPE_OFFSET);
+  if (skipsSamples_ && type == PerfEventData::Type::Sample) {
+    return;
+  }
   constexpr unsigned int HEADER = abi::EVENT_HEADER_SIZE;
-  const kestrel::ByteBufferViewport body(eventBuffer_.data() + HEADER,
-                                         eventBuffer_.capacity() - HEADER, size - HEADER);
-  if (const PerfEventData* const record =
-          store_->getEventData(static_cast<PerfEventData::Type>(type), body, misc)) {
-    listener.onEventData(*record);
+  const kestrel::ByteBufferViewport body(record + HEADER, abi::LARGEST_EVENT_SIZE - HEADER,
+                                         size - HEADER);
+  if (const PerfEventData* const event = store_->getEventData(type, body, misc)) {
+    listener.onEventData(*event);
   }
 }
 

@@ -12,10 +12,10 @@
 #include <memory>
 #include <vector>
 
-#include "kestrel/ByteBuffer.h"
 #include "perfevents/PerfAbi.h"
 #include "perfevents/PerfEventDataStore.h"
 #include "perfevents/PerfOutputReader.h"
+#include "perfevents/RecordStream.h"
 
 namespace perfevents {
 
@@ -53,6 +53,10 @@ class PerfRecordFileReader : public PerfOutputReader {
   // through, without onClose().
   void parseEvents(PerfEventDataListener& listener) override;
 
+  // Leaves out the samples, which are nearly all of a recording, when the listener does not look at
+  // them. Their decoder says nothing that would be missed in the log.
+  void skipSamples() { skipsSamples_ = true; }
+
   const boost::ptr_vector<PerfEventAttribute>& getAttributes() const override {
     return attributes_;
   }
@@ -79,15 +83,16 @@ class PerfRecordFileReader : public PerfOutputReader {
   void _checkSection(const PerfFileSection& section, const char* message) const;
   void _setAttributeVersion();
   std::vector<uint64_t> _readIds(const PerfFileSection& section, uint64_t mostIds);
-  bool _readRecord(uint16_t& size);
-  void _deliver(uint16_t size, PerfEventData* undecoded, PerfEventDataListener& listener);
+  bool _readRecord();
+  void _deliver(PerfEventData* undecoded, PerfEventDataListener& listener);
 
   std::istream& stream_;
   bool createStore_;
   PerfFileHeader header_;
   boost::ptr_vector<PerfEventAttribute> attributes_;
   std::map<uint64_t, std::string> traceEventTypes_;
-  kestrel::ByteBuffer eventBuffer_;  // one record, reused
+  RecordStream records_;
+  bool skipsSamples_ = false;
   std::streampos fileSize_ = 0;
   int attributeVersion_ = 0;
   std::string noName_;

@@ -39,6 +39,8 @@ class ValueGetter {
   // The length of the stretch at `data`, of which `left` bytes exist. More than `left` when the
   // stretch does not fit, so that a caller can refuse a record before anything of it is copied.
   virtual uint64_t measure(const unsigned char* data, std::size_t left) const = 0;
+  // Whether the stretch always has its minimum size.
+  virtual bool isFixedSize() const { return false; }
 };
 
 // A getter whose stretch always has the same length.
@@ -47,6 +49,7 @@ class FixedSizeGetter : public ValueGetter {
  public:
   uint32_t getMinimumSize() const override { return SIZE; }
   uint64_t measure(const unsigned char*, std::size_t) const override { return SIZE; }
+  bool isFixedSize() const override { return true; }
 };
 
 // One unsigned number. Borrows its destination, like every getter below.

@@ -15,7 +15,7 @@ namespace {
 constexpr std::int32_t BREAK_COLUMN = 24576;
 constexpr int INTEGER_BYTES = 32;
 constexpr int DOUBLE_BYTES = 256;
-constexpr long double EXPONENT_LIMIT = 1e16L;
+constexpr int SHORT_VALUE_BYTES = 1024;  // text up to here is joined with its separators
 
 // A line feed, 47 spaces and, by the array's size, a zero byte: lines at a depth of 47 or more hold
 // that byte too. kept: readers of old documents compare them byte for byte
@@ -46,7 +46,7 @@ struct JsomWriter::ValueText {
   }
 
   // A comma, an indentation and a line feed come before the value at most.
-  char bytes[2 + sizeof(INDENTATION) + DOUBLE_BYTES];
+  char bytes[2 + sizeof(INDENTATION) + SHORT_VALUE_BYTES];
   char* end = bytes;
 };
 
@@ -114,6 +114,10 @@ void JsomWriter::appendUnsignedInt(unsigned int value) {
 void JsomWriter::appendJsonValue(const char* text, int length) {
   ValueText lead;
   if (!_beginValue("appendJsonValue", lead)) return;
+  if (text != nullptr && length >= 0 && length <= SHORT_VALUE_BYTES) {
+    _finishValue(lead, text, length);
+    return;
+  }
   _put(lead.bytes, lead.end - lead.bytes);
   write(text, length);
 }
@@ -122,14 +126,7 @@ void JsomWriter::appendDouble(long double value, int precision) {
   ValueText text;
   if (!_beginValue("appendDouble", text)) return;
   char digits[DOUBLE_BYTES];
-  int length;
-  if (value > EXPONENT_LIMIT || value < -EXPONENT_LIMIT) {
-    length = formatExponent(value, digits, DOUBLE_BYTES);
-  } else if (precision == 0) {
-    length = formatFixed(value, -1, digits, DOUBLE_BYTES);
-  } else {
-    length = trimZeros(digits, formatFixed(value, precision, digits, DOUBLE_BYTES), precision);
-  }
+  const int length = formatTrimmed(value, precision, digits, DOUBLE_BYTES);
   _finishValue(text, digits, length);
 }
 
@@ -201,6 +198,11 @@ void JsomWriter::end() {
   flush();
 }
 
+bool JsomWriter::holdsOnLine(int length) const {
+  const std::int32_t column = state_ == ']' ? column_ + 1 : column_;  // a comma comes first
+  return !whitespace && length <= BREAK_COLUMN - (column < BREAK_COLUMN ? column : 0);
+}
+
 void JsomWriter::write(const char* bytes, int length) {
   if (bytes == nullptr || length <= 0) return;
   _put(bytes, length);
@@ -245,7 +247,7 @@ bool JsomWriter::_beginValue(const char* operation, ValueText& text) {
   return true;
 }
 
-// Only for values that fit: numbers, words and brackets.
+// Only for values that fit: at most SHORT_VALUE_BYTES.
 void JsomWriter::_finishValue(ValueText& text, const char* value, int length) {
   text.add(value, static_cast<std::size_t>(length));
   _put(text.bytes, text.end - text.bytes);

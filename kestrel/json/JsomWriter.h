@@ -37,6 +37,10 @@ class JsomWriter {
   void appendUnsignedInt(unsigned int value);
   // The bytes are written as they are: they must be valid JSON.
   void appendJsonValue(const char* text, int length);
+  // Whether an array of numbers of up to `length` bytes, given as one finished text to
+  // appendJsonValue(), gives the bytes that it would give value by value: in the compact layout,
+  // and where no forced line break falls inside.
+  bool holdsOnLine(int length) const;
   // At most `precision` fraction digits, zeros at the end removed; 0 gives six digits, not trimmed.
   // Beyond 1e16 the exponent notation is used whatever the precision. Text over 255 bytes is cut.
   void appendDouble(long double value, int precision);

@@ -1,10 +1,12 @@
 #include "kestrel/json/NumberText.h"
 
 #include <algorithm>
+#include <bit>
 #include <cfloat>
 #include <charconv>
 #include <climits>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <system_error>
@@ -17,6 +19,15 @@ constexpr int DEFAULT_PRECISION = 6;  // what printf makes of a negative one
 // Up to here std::to_chars gives the bytes of printf for doubles several times faster.
 constexpr int FAST_PRECISION = 32;
 constexpr double FAST_LIMIT = 1e17;
+constexpr long double EXPONENT_LIMIT = 1e16L;
+
+// Where a fraction's digits come from integers, an order of magnitude faster than std::to_chars:
+// nearly every time stamp. At most 18 digits and a sign stand around the point.
+constexpr int INTEGER_PRECISION = 9;
+constexpr int MANTISSA_BITS = 52;
+constexpr int EXPONENT_BIAS = 1023;
+constexpr int LARGEST_SHIFT = 60;  // a fraction of so many bits can be multiplied by ten
+constexpr int INTEGER_TEXT_BYTES = 32;
 
 int writeZero(char* buffer) {
   std::strcpy(buffer, "0");
@@ -36,6 +47,55 @@ int exactFractionDigits(long double value) {
   return std::max(0, LDBL_MANT_DIG - exponent);
 }
 
+// Writes `digits` with zeros in front.
+void writePadded(uint64_t digits, int width, char* text) {
+  for (int i = width - 1; i >= 0; --i) {
+    text[i] = static_cast<char>('0' + digits % 10);
+    digits /= 10;
+  }
+}
+
+// Exact: the fraction is an integer over a power of two, and multiplied by ten carries its next
+// digit over the point. Rounds half to even, as printf does. 0 if the value or the precision is out
+// of reach.
+int formatByIntegers(double value, int precision, char* buffer, int capacity) {
+  const uint64_t bits = std::bit_cast<uint64_t>(value);
+  const int exponent = static_cast<int>(bits >> MANTISSA_BITS & 0x7FF);
+  const int shift = EXPONENT_BIAS + MANTISSA_BITS - exponent;
+  if (precision < 1 || precision > INTEGER_PRECISION || shift < 1 || shift > LARGEST_SHIFT ||
+      capacity < INTEGER_TEXT_BYTES) {
+    return 0;
+  }
+  const uint64_t one = uint64_t{1} << shift;
+  const uint64_t mantissa = (bits & ((uint64_t{1} << MANTISSA_BITS) - 1)) | uint64_t{1}
+                                                                                << MANTISSA_BITS;
+  uint64_t whole = mantissa >> shift;
+  uint64_t fraction = mantissa & (one - 1);
+  uint64_t digits = 0;
+  uint64_t limit = 1;
+  for (int i = 0; i < precision; ++i) {
+    fraction *= 10;
+    digits = digits * 10 + (fraction >> shift);
+    fraction &= one - 1;
+    limit *= 10;
+  }
+  if (fraction > one / 2 || (fraction == one / 2 && digits % 2 == 1)) {
+    ++digits;
+  }
+  if (digits == limit) {
+    digits = 0;
+    ++whole;
+  }
+  char* end = buffer;
+  if (value < 0) *end++ = '-';
+  end = std::to_chars(end, buffer + capacity, whole).ptr;
+  *end++ = '.';
+  writePadded(digits, precision, end);
+  end += precision;
+  *end = 0;
+  return static_cast<int>(end - buffer);
+}
+
 }  // namespace
 
 int formatFixed(long double value, int precision, char* buffer, int capacity) {
@@ -43,6 +103,7 @@ int formatFixed(long double value, int precision, char* buffer, int capacity) {
   const double narrow = static_cast<double>(value);
   if (precision <= FAST_PRECISION && static_cast<long double>(narrow) == value &&
       std::fabs(narrow) < FAST_LIMIT) {
+    if (const int length = formatByIntegers(narrow, precision, buffer, capacity)) return length;
     const std::to_chars_result result =
         std::to_chars(buffer, buffer + capacity - 1, narrow, std::chars_format::fixed, precision);
     if (result.ec == std::errc()) {
@@ -64,6 +125,14 @@ int formatFixed(long double value, int precision, char* buffer, int capacity) {
 int formatExponent(long double value, char* buffer, int capacity) {
   return kept(std::snprintf(buffer, static_cast<std::size_t>(capacity), "%Le", value), buffer,
               capacity);
+}
+
+int formatTrimmed(long double value, int precision, char* buffer, int capacity) {
+  if (value > EXPONENT_LIMIT || value < -EXPONENT_LIMIT) {
+    return formatExponent(value, buffer, capacity);
+  }
+  if (precision == 0) return formatFixed(value, -1, buffer, capacity);
+  return trimZeros(buffer, formatFixed(value, precision, buffer, capacity), precision);
 }
 
 int trimZeros(const char* text, int length, int precision) {

@@ -1,0 +1,71 @@
+#include "perfevents/RecordStream.h"
+
+#include <algorithm>
+#include <cstring>
+#include <istream>
+
+#include "perfevents/RecordCursor.h"
+
+namespace perfevents {
+
+namespace {
+
+// Larger blocks are no faster: from here on they fall out of the processor's second-level cache.
+constexpr std::size_t BLOCK_SIZE = 128 * 1024;
+
+}  // namespace
+
+void RecordStream::begin() {
+  buffer_.size(BLOCK_SIZE + abi::LARGEST_EVENT_SIZE);
+  blockStart_ = stream_.tellg();
+  recordAt_ = 0;
+  nextAt_ = 0;
+  filledTo_ = 0;
+  isCutOff_ = false;
+}
+
+// Whether so many bytes lie in the buffer from nextAt_ on.
+bool RecordStream::_provide(std::size_t bytes) {
+  if (filledTo_ - nextAt_ >= bytes) {
+    return true;
+  }
+  unsigned char* const start = buffer_.data();
+  std::memmove(start, start + nextAt_, filledTo_ - nextAt_);
+  blockStart_ += static_cast<std::streamoff>(nextAt_);
+  filledTo_ -= nextAt_;
+  nextAt_ = 0;
+  stream_.read(reinterpret_cast<char*>(start + filledTo_),
+               static_cast<std::streamsize>(BLOCK_SIZE - filledTo_));
+  filledTo_ += static_cast<std::size_t>(stream_.gcount());
+  return filledTo_ >= bytes;
+}
+
+RecordStream::Outcome RecordStream::next() {
+  isCutOff_ = !_provide(header_.size());
+  const std::size_t headerBytes = std::min(header_.size(), filledTo_ - nextAt_);
+  std::copy_n(buffer_.data() + nextAt_, headerBytes, header_.begin());
+  RecordCursor in(header_.data(), header_.size());
+  in.skip(abi::EVENT_HEADER_SIZE_OFFSET);
+  size_ = in.take<uint16_t>();
+  if (size_ < header_.size()) {
+    nextAt_ += headerBytes;
+    return Outcome::Garbled;
+  }
+  isCutOff_ = isCutOff_ || !_provide(size_);
+  if (isCutOff_) {
+    return Outcome::CutOff;
+  }
+  recordAt_ = nextAt_;
+  nextAt_ += size_;
+  return Outcome::Record;
+}
+
+void RecordStream::end() {
+  if (isCutOff_) {
+    return;
+  }
+  stream_.clear();  // a block may have reached the end of the file
+  stream_.seekg(blockStart_ + static_cast<std::streamoff>(nextAt_));
+}
+
+}  // namespace perfevents

@@ -1,0 +1,54 @@
+// Cuts a stream into event records. Reads it in large blocks and hands the records out in place: a
+// call of the stream for every record would cost more than decoding it. Format: perf_event_header,
+// see PerfAbi.h. One thread only.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <iosfwd>
+
+#include "kestrel/ByteBuffer.h"
+#include "perfevents/PerfAbi.h"
+
+namespace perfevents {
+
+class RecordStream {
+ public:
+  enum class Outcome {
+    Record,
+    Garbled,  // the header gives less than its own size
+    CutOff,   // the stream ends, or fails, inside the record
+  };
+
+  // Borrows the stream.
+  explicit RecordStream(std::istream& stream) : stream_(stream) {}
+
+  // Begins at the stream's position. Until end(), the stream belongs to this object.
+  void begin();
+  // Steps to the next record. Past the end of the stream the bytes of the header before still
+  // stand, as far as nothing is read over them, and they decide between the two failures.
+  Outcome next();
+  // Leaves the stream as if the records had been read from it one by one: behind the last one, or
+  // failed when it is cut off.
+  void end();
+
+  // The last record, its header included, and its size in bytes. At least LARGEST_EVENT_SIZE bytes
+  // are there to be read from the record's start on, and they stay until the next step.
+  unsigned char* record() { return buffer_.data() + recordAt_; }
+  uint16_t size() const { return size_; }
+
+ private:
+  bool _provide(std::size_t bytes);
+
+  std::istream& stream_;
+  kestrel::ByteBuffer buffer_;
+  std::streamoff blockStart_ = 0;  // the position of the buffer's first byte in the stream
+  std::size_t recordAt_ = 0;       // places in the buffer
+  std::size_t nextAt_ = 0;
+  std::size_t filledTo_ = 0;
+  std::array<unsigned char, abi::EVENT_HEADER_SIZE> header_{};
+  uint16_t size_ = 0;
+  bool isCutOff_ = false;
+};
+
+}  // namespace perfevents
