@@ -15,6 +15,7 @@ namespace kestrel {
 namespace {
 
 constexpr int BLOCK_SIZE = 2048;
+constexpr std::size_t STREAM_BUFFER_SIZE = 64 * 1024;
 
 struct FileCloser {
   void operator()(std::FILE* file) const { fclose(file); }
@@ -73,7 +74,10 @@ bool FileUtils::mkpath(const std::string& path, bool isDirectory) {
 }
 
 bool FileUtils::processFile(const std::string& path, BlockProcessor& processor) {
-  std::ifstream in(path, std::ios::in | std::ios::binary);
+  std::vector<char> buffer(STREAM_BUFFER_SIZE);
+  std::ifstream in;
+  in.rdbuf()->pubsetbuf(buffer.data(), static_cast<std::streamsize>(buffer.size()));
+  in.open(path, std::ios::in | std::ios::binary);
   return in.is_open() && processStream(in, processor);
 }
 

@@ -1,24 +1,41 @@
 #include "kestrel/LineProcessor.h"
 
+#include <algorithm>
 #include <limits>
 
 namespace kestrel {
 
-void LineProcessor::processChar(char c) {
-  if (finished_ != 0) {
-    return;
+void LineProcessor::processBuffer(const char* data, int length) {
+  const char* const end = data + std::max(length, 0);
+  while (data != end && finished_ == 0) {
+    const char* const lineEnd = std::find(data, end, '\n');
+    _take(data, lineEnd);
+    data = lineEnd;
+    if (data != end) {
+      ++data;
+      _endLine();
+    }
   }
-  if (pending_ < std::numeric_limits<std::int32_t>::max()) {
-    ++pending_;
+}
+
+void LineProcessor::processChar(char c) { processBuffer(&c, 1); }
+
+// Bytes of the current line.
+void LineProcessor::_take(const char* begin, const char* end) {
+  constexpr std::ptrdiff_t MOST = std::numeric_limits<std::int32_t>::max();
+  pending_ += static_cast<std::int32_t>(std::min(end - begin, MOST - pending_));
+  while (begin != end) {
+    const char* const dropped = std::find(begin, end, '\r');
+    line_.append(begin, dropped);
+    begin = dropped == end ? end : dropped + 1;
   }
-  if (c == '\n') {
-    pending_ = 0;
-    ++lineCount_;
-    processLine(line_);
-    line_.clear();
-  } else if (c != '\r') {
-    line_.push_back(c);
-  }
+}
+
+void LineProcessor::_endLine() {
+  pending_ = 0;
+  ++lineCount_;
+  processLine(line_);
+  line_.clear();
 }
 
 void LineProcessor::processEOF() {

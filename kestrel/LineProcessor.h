@@ -11,6 +11,8 @@ namespace kestrel {
 
 class LineProcessor : public CharProcessor {
  public:
+  // As processChar() for each byte, without a call for each.
+  void processBuffer(const char* data, int length) override;
   void processChar(char c) override;
   // Delivers a last line without line feed. Later characters and a second end of data are ignored
   // until reset().
@@ -26,6 +28,9 @@ class LineProcessor : public CharProcessor {
   std::uint32_t getLineCount() const { return lineCount_; }
 
  private:
+  void _take(const char* begin, const char* end);
+  void _endLine();
+
   std::uint32_t finished_ = 0;
   std::uint32_t lineCount_ = 0;
   // Characters since the last delivered line, dropped carriage returns included: data that ends in

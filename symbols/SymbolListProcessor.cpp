@@ -1,11 +1,12 @@
 #include "symbols/SymbolListProcessor.h"
 
-#include <cstring>
-#include <sstream>
+#include <algorithm>
+#include <optional>
 
 #include "kestrel/Singleton.h"
 #include "kestrel/log/Logger.h"
 #include "symbols/SourceFileStore.h"
+#include "symbols/SymbolLine.h"
 #include "symbols/SymbolTable.h"
 
 namespace {
@@ -13,16 +14,6 @@ namespace {
 kestrel::Logger& _log() {
   static kestrel::Logger* const logger = kestrel::Logger::getLogger("SymbolListProcessor");
   return *logger;
-}
-
-// Marks of Arm code and data, not symbols. Coarse: a name that holds one of them is dropped too.
-bool _holdsMappingSymbol(const std::string& line) {
-  for (const char* const mark : {"$a", "$d", "$t"}) {
-    if (line.find(mark) != std::string::npos) {
-      return true;
-    }
-  }
-  return false;
 }
 
 }  // namespace
@@ -33,51 +24,56 @@ SymbolListProcessor::SymbolListProcessor(SymbolTable* table)
 }
 
 void SymbolListProcessor::processLine(const std::string& line) {
-  uint64_t address = 0;
-  SymbolInfo symbol;
-  if (!_holdsMappingSymbol(line) && _parseLine(line, address, symbol)) {
-    symbols_[address] = std::move(symbol);
+  const std::optional<SymbolLine> symbol = SymbolLine::parse(line);
+  if (!symbol) {
+    return;
   }
+  isAscending_ = isAscending_ && (symbols_.empty() || symbol->address > symbols_.back().address);
+  symbols_.push_back(
+      {symbol->address, texts_.size(), symbol->name.size(), symbol->sourceFile.size()});
+  texts_ += symbol->name;
+  texts_ += symbol->sourceFile;
 }
 
-bool SymbolListProcessor::_parseLine(const std::string& line, uint64_t& address,
-                                     SymbolInfo& symbol) {
-  std::istringstream in(line);
-  char type = 0;
-  in >> std::hex >> address >> type;
-  in.ignore();  // the blank behind the type
-  if (!std::getline(in, symbol.name, '\t') || type == 0 || std::strchr("TtWw", type) == nullptr) {
-    return false;
+// By address, and of each address only the symbol that was listed last.
+void SymbolListProcessor::_sortSymbols() {
+  if (isAscending_) {
+    return;
   }
-  std::string position;
-  if (std::getline(in, position)) {
-    const std::size_t colon = position.find(':');
-    if (colon != std::string::npos) {
-      // The number behind the colon stays unread, and the line number 0: kept so, documents carry
-      // it.
-      symbol.sourceFile = position.substr(0, colon);
+  std::stable_sort(symbols_.begin(), symbols_.end(),
+                   [](const ListedSymbol& one, const ListedSymbol& other) {
+                     return one.address < other.address;
+                   });
+  std::size_t kept = 0;
+  for (const ListedSymbol& symbol : symbols_) {
+    if (kept > 0 && symbols_[kept - 1].address == symbol.address) {
+      --kept;
     }
+    symbols_[kept++] = symbol;
   }
-  return true;
+  symbols_.resize(kept);
+  isAscending_ = true;
 }
 
 void SymbolListProcessor::processEOF() {
-  for (auto symbol = symbols_.begin(); symbol != symbols_.end(); ++symbol) {
-    const auto& [address, info] = *symbol;
-    const auto next = std::next(symbol);
-    const bool isLast = next == symbols_.end();
-    if (isLast && address == 0) {
-      continue;
-    }
-    auto* const function = new FunctionInfo();
-    function->start = address;
-    function->size = isLast ? 1 : next->first - address;
-    function->lineNumber = isLast ? 0 : info.lineNumber;
-    function->name = info.name;
-    table_->addFunction(function);
-    if (!isLast && !info.sourceFile.empty()) {
-      sourceFiles_->add(info.sourceFile, function);
-    }
+  _sortSymbols();
+  for (std::size_t i = 0; i + 1 < symbols_.size(); ++i) {
+    _addFunction(symbols_[i], symbols_[i + 1].address - symbols_[i].address, false);
+  }
+  if (!symbols_.empty() && symbols_.back().address != 0) {
+    _addFunction(symbols_.back(), 1, true);
+  }
+}
+
+void SymbolListProcessor::_addFunction(const ListedSymbol& symbol, uint64_t size, bool isLast) {
+  auto* const function = new FunctionInfo();
+  function->start = symbol.address;
+  function->size = size;
+  function->name.assign(texts_, symbol.textAt, symbol.nameLength);
+  table_->addFunction(function);
+  if (!isLast && symbol.fileLength > 0) {
+    sourceFiles_->add(texts_.substr(symbol.textAt + symbol.nameLength, symbol.fileLength),
+                      function);
   }
 }
 

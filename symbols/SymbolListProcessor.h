@@ -9,9 +9,10 @@
 // "SymbolListProcessor".
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <map>
 #include <string>
+#include <vector>
 
 #include "kestrel/LineProcessor.h"
 
@@ -32,16 +33,20 @@ class SymbolListProcessor : public kestrel::LineProcessor {
   void processError(const char* message) override;
 
  private:
-  struct SymbolInfo {
-    std::string name;
-    std::string sourceFile;  // empty: unknown
-    uint32_t lineNumber = 0;
+  // A symbol that was listed; its texts stand in texts_, the source file behind the name.
+  struct ListedSymbol {
+    uint64_t address;
+    std::size_t textAt;
+    std::size_t nameLength;
+    std::size_t fileLength;  // 0: unknown
   };
 
-  // False for a line that is no text symbol.
-  static bool _parseLine(const std::string& line, uint64_t& address, SymbolInfo& symbol);
+  void _sortSymbols();
+  void _addFunction(const ListedSymbol& symbol, uint64_t size, bool isLast);
 
-  std::map<uint64_t, SymbolInfo> symbols_;  // by address
+  std::vector<ListedSymbol> symbols_;  // as listed until _sortSymbols()
+  bool isAscending_ = true;            // every address above the one before
+  std::string texts_;                  // one allocation for all symbols
   SymbolTable* table_;
   SourceFileStore* sourceFiles_;
 };
