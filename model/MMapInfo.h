@@ -20,10 +20,11 @@ class MMapInfo : public RangedItem {
   // Takes range, offset, bias and name of `other`; key and use count stay this map's own.
   void copy(const MMapInfo& other);
 
+  // In the order of their use: a look-up touches all but the name.
   uint64_t pgoff = 0;
   uint64_t loadBias = 0;  // run-time address minus loadBias: the address inside the mapped file
+  SymbolTable* symbolTable =
+      nullptr;            // borrowed; set when the map is first resolved, reset by both copies
   uint32_t refCount = 0;  // references made while writing samples
   MapName name;
-  SymbolTable* symbolTable =
-      nullptr;  // borrowed; set when the map is first resolved, reset by both copies
 };

@@ -15,12 +15,10 @@ RangedItem* RangedItemStore::addRangedItem(RangedItem* item) {
     floor = item->start >= items_.startAt(last) ? static_cast<int>(last)
                                                 : _findRangedItemIndex(item->start);
   }
-  if (floor >= 0) {
-    const RangedItem* const before = items_[static_cast<std::size_t>(floor)];
-    hasEqualStarts_ = hasEqualStarts_ || before->start == item->start;
-    if (hasEqualStarts_ || before->contains(item->start)) {
-      ++generation_;
-    }
+  const RangedItem* const before = floor < 0 ? nullptr : items_[static_cast<std::size_t>(floor)];
+  hasEqualStarts_ = hasEqualStarts_ || (before != nullptr && before->start == item->start);
+  if (hasEqualStarts_ || (before != nullptr && before->contains(item->start))) {
+    ++generation_;
   }
   items_.insert(static_cast<std::size_t>(floor + 1), item);
   return item;

@@ -15,48 +15,105 @@
 #include "model/ThreadStore.h"
 #include "symbols/SymbolTableStore.h"
 
-// Collects a row's text in a buffer that is large enough for it.
-class SampleWriter::RowText {
+// A row that is collected and handed to the writer as one text: handing over every value costs most
+// of a conversion. Only for rows that hold no forced line break.
+class SampleWriter::Row {
  public:
   // The most bytes that a row with so many callers has.
   static int longestOf(std::size_t callers) {
-    constexpr std::size_t MOST = INT_MAX / ADDRESS_BYTES - FIXED_BYTES;
-    return FIXED_BYTES + static_cast<int>(std::min(callers, MOST)) * ADDRESS_BYTES;
+    constexpr std::size_t MOST = INT_MAX / CALLER_BYTES - FIXED_BYTES;
+    return FIXED_BYTES + static_cast<int>(std::min(callers, MOST)) * CALLER_BYTES;
   }
 
-  RowText(std::vector<char>& buffer, std::size_t callers) {
+  Row(kestrel::JsomWriter& writer, std::vector<char>& buffer, std::size_t callers)
+      : writer_(writer) {
     buffer.resize(std::max(buffer.size(), static_cast<std::size_t>(longestOf(callers))));
     begin_ = buffer.data();
     end_ = begin_;
   }
 
-  void add(char byte) { *end_++ = byte; }
-  void addNumber(uint64_t number) { end_ = std::to_chars(end_, end_ + NUMBER_BYTES, number).ptr; }
-  void addDouble(double value, int precision) {
-    end_ += kestrel::formatTrimmed(value, precision, end_, DOUBLE_BYTES);
+  void addFixedPart(uint32_t number, const SampleInfo& sample, const ResolvedAddress& place,
+                    int timePrecision) {
+    _add('[');
+    _addNumber(number);
+    _add(',');
+    _addPlace(place);
+    _add(',');
+    end_ += kestrel::formatTrimmed(sample.time, timePrecision, end_, DOUBLE_BYTES);
+    _add(',');
+    _addNumber(sample.cpu);
+    _add(',');
+    char* const tid = end_;
+    _addNumber(sample.tid);  // "pidkey": a thread's key in "processes" is its tid
+    _add(',');
+    end_ = std::copy(tid, end_, end_);  // "tid"
+    _add('[');
+    callers_ = end_;
   }
-  void addAddress(const ResolvedAddress& place) {
+
+  void addCaller(const ResolvedAddress& place) {
+    if (end_ != callers_) {
+      _add(',');
+    }
+    _add('[');
+    _addPlace(place);
+    _add(']');
+  }
+
+  // Hands over what was collected so far. Whatever is logged next comes behind it, should both go
+  // to the same place.
+  void flush() {
+    if (!isOpen_) {
+      isOpen_ = true;
+      writer_.startArray();
+      _handOver(begin_ + 1, callers_ - 2);
+      writer_.startArray();
+    }
+    if (end_ != callers_) {
+      _handOver(callers_, end_);
+    }
+    end_ = callers_;
+  }
+
+  void finish() {
+    if (isOpen_) {
+      flush();
+      writer_.endArray();
+      writer_.endArray();
+    } else {
+      _add(']');
+      _add(']');
+      _handOver(begin_, end_);
+    }
+  }
+
+ private:
+  static constexpr int NUMBER_BYTES = 20;
+  static constexpr int DOUBLE_BYTES = 256;                   // as the writer's
+  static constexpr int CALLER_BYTES = 2 * NUMBER_BYTES + 4;  // brackets and commas included
+  static constexpr int FIXED_BYTES = DOUBLE_BYTES + 6 * NUMBER_BYTES + 16;
+
+  void _add(char byte) { *end_++ = byte; }
+  void _addNumber(uint64_t number) { end_ = std::to_chars(end_, end_ + NUMBER_BYTES, number).ptr; }
+  void _addPlace(const ResolvedAddress& place) {
     if (place.length > 0) {
       std::memcpy(end_, place.text, ResolvedAddress::TEXT_BYTES);  // of one size: no loop
       end_ += place.length;
       return;
     }
-    addNumber(place.address);
-    add(',');
-    addNumber(place.item()->key);
+    _addNumber(place.address);
+    _add(',');
+    _addNumber(place.item()->key);
+  }
+  void _handOver(const char* begin, const char* end) {
+    writer_.appendJsonValue(begin, static_cast<int>(end - begin));
   }
 
-  const char* text() const { return begin_; }
-  int length() const { return static_cast<int>(end_ - begin_); }
-
- private:
-  static constexpr int NUMBER_BYTES = 20;
-  static constexpr int DOUBLE_BYTES = 256;                    // as the writer's
-  static constexpr int ADDRESS_BYTES = 2 * NUMBER_BYTES + 4;  // brackets and commas included
-  static constexpr int FIXED_BYTES = DOUBLE_BYTES + 6 * NUMBER_BYTES + 16;
-
+  kestrel::JsomWriter& writer_;
   char* begin_;
   char* end_;
+  char* callers_ = nullptr;  // where the back trace's text begins
+  bool isOpen_ = false;      // the fixed part is handed over
 };
 
 SampleWriter::SampleWriter()
@@ -84,7 +141,7 @@ void SampleWriter::writeSample(kestrel::JsomWriter& writer, const SampleInfo& sa
   ThreadInfo* const thread = threads_->getThread(sample.pid, sample.tid);
   ++thread->refCount;
   ++sampleCount_;
-  if (writer.holdsOnLine(RowText::longestOf(sample.backtrace.size()))) {
+  if (writer.holdsOnLine(Row::longestOf(sample.backtrace.size()))) {
     _writeRow(writer, sample, thread);
   } else {
     _writeValues(writer, sample, thread);
@@ -115,46 +172,24 @@ void SampleWriter::_writeValues(kestrel::JsomWriter& writer, const SampleInfo& s
   writer.endArray();
 }
 
-// The same bytes as one text. Handing every value to the writer costs most of a conversion.
 void SampleWriter::_writeRow(kestrel::JsomWriter& writer, const SampleInfo& sample,
                              ThreadInfo* thread) const {
-  RowText row(rowText_, sample.backtrace.size());
-  row.add('[');
-  row.addNumber(sampleCount_);
-  row.add(',');
-  row.addAddress(_resolve(thread, sample.ip));
-  row.add(',');
-  row.addDouble(sample.time, static_cast<int>(settings_->timePrecision));
-  row.add(',');
-  row.addNumber(sample.cpu);
-  row.add(',');
-  row.addNumber(sample.tid);
-  row.add(',');
-  row.addNumber(sample.tid);
-  row.add(',');
-  row.add('[');
-  bool isFirst = true;
+  Row row(writer, rowText_, sample.backtrace.size());
+  row.addFixedPart(sampleCount_, sample, _resolve(thread, sample.ip, nullptr),
+                   static_cast<int>(settings_->timePrecision));
   for (const uint64_t address : sample.backtrace) {
-    if (!isFirst) {
-      row.add(',');
-    }
-    isFirst = false;
-    row.add('[');
-    row.addAddress(_resolve(thread, address));
-    row.add(']');
+    row.addCaller(_resolve(thread, address, &row));
   }
-  row.add(']');
-  row.add(']');
-  writer.appendJsonValue(row.text(), row.length());
+  row.finish();
 }
 
 void SampleWriter::writeFooter(kestrel::JsomWriter& writer) const { closeDocumentTable(writer); }
 
 RangedItem* SampleWriter::_getMemMap(ThreadInfo* thread, unsigned long long address) const {
-  return _resolve(thread, address).item();
+  return _resolve(thread, address, nullptr).item();
 }
 
-ResolvedAddress& SampleWriter::_resolve(ThreadInfo* thread, uint64_t address) const {
+ResolvedAddress& SampleWriter::_resolve(ThreadInfo* thread, uint64_t address, Row* row) const {
   const uint32_t pid = thread->pid;
   const uint32_t generation = maps_->generation(pid);
   if (ResolvedAddress* const known = cache_.find(pid, address, generation)) {
@@ -162,6 +197,9 @@ ResolvedAddress& SampleWriter::_resolve(ThreadInfo* thread, uint64_t address) co
     return *known;
   }
   if (MMapInfo* const map = maps_->get(pid, address)) {
+    if (row != nullptr && !symbolTables_->hasSymbolTable(map)) {
+      row->flush();
+    }
     ResolvedAddress& found = cache_.place(pid, address);
     found.set(pid, address, map, symbolTables_->getSymbolTable(map)->getFunction(address, map));
     found.generation = generation;

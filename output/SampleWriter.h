@@ -36,10 +36,11 @@ class SampleWriter {
   RangedItem* _getMemMap(ThreadInfo* thread, unsigned long long address) const;
 
  private:
-  class RowText;
+  class Row;
 
-  // As _getMemMap(). Valid until the next call.
-  ResolvedAddress& _resolve(ThreadInfo* thread, uint64_t address) const;
+  // As _getMemMap(). Flushes the row in hand, if any, before a symbol table is made, which is
+  // logged. Valid until the next call.
+  ResolvedAddress& _resolve(ThreadInfo* thread, uint64_t address, Row* row) const;
   void _writeValues(kestrel::JsomWriter& writer, const SampleInfo& sample,
                     ThreadInfo* thread) const;
   void _writeRow(kestrel::JsomWriter& writer, const SampleInfo& sample, ThreadInfo* thread) const;

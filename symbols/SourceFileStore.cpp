@@ -7,7 +7,10 @@
 #include "symbols/FunctionInfo.h"
 
 void SourceFileStore::add(const std::string& file, FunctionInfo* function) {
-  files_[file].push_back(function);
+  if (latest_ == files_.end() || latest_->first != file) {
+    latest_ = files_.try_emplace(file).first;
+  }
+  latest_->second.push_back(function);
 }
 
 bool SourceFileStore::_functionsHaveReferences(const std::vector<FunctionInfo*>& functions) const {

@@ -25,5 +25,8 @@ class SourceFileStore {
   bool _functionsHaveReferences(const std::vector<FunctionInfo*>& functions) const;
 
  private:
-  std::map<std::string, std::vector<FunctionInfo*>> files_;
+  using Files = std::map<std::string, std::vector<FunctionInfo*>>;
+
+  Files files_;
+  Files::iterator latest_ = files_.end();  // a list names one file for many functions in a row
 };

@@ -38,6 +38,10 @@ SymbolTable* SymbolTableStore::_tableAt(const std::string& located) const {
   return found == tables_.end() ? nullptr : found->second.get();
 }
 
+bool SymbolTableStore::hasSymbolTable(const MMapInfo* map) const {
+  return map->symbolTable != nullptr || _standsForNoFile(map->name);
+}
+
 SymbolTable* SymbolTableStore::getSymbolTable(MMapInfo* map) {
   if (map->symbolTable != nullptr) {
     return map->symbolTable;

@@ -26,6 +26,9 @@ class SymbolTableStore {
   // carry the list.
   SymbolTable* getSymbolTable(MMapInfo* map);
 
+  // Whether getSymbolTable(map) has its answer at hand: nothing will be looked for, read or logged.
+  bool hasSymbolTable(const MMapInfo* map) const;
+
   // Names that are known to stand for a path, without a look at the disk. The driver enters the
   // kernel's.
   void setLocation(const std::string& name, const std::string& located) {
