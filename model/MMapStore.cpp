@@ -77,7 +77,22 @@ MMapInfo* MMapStore::get(unsigned pid, unsigned long long address) {
     return &stackMap_;
   }
   const RangedItemStore* const store = _knownStoreOf(pid);
-  return store == nullptr ? nullptr : static_cast<MMapInfo*>(store->findRangedItem(address));
+  return store == nullptr ? nullptr : _find(*store, pid, address);
+}
+
+MMapInfo* MMapStore::_find(const RangedItemStore& store, unsigned pid, unsigned long long address) {
+  const uint64_t number = address / REGION_SIZE;
+  Region& region = regions_[(number ^ number >> 16 ^ pid * 0x9E3779B1U) % REGIONS];
+  if (region.number == number && region.pid == pid && region.generation == store.generation() &&
+      region.map != nullptr) {
+    return region.map;
+  }
+  const uint64_t first = number * REGION_SIZE;
+  if (RangedItem* const sole = store.findSoleItem(first, first + REGION_SIZE - 1)) {
+    region = {number, static_cast<MMapInfo*>(sole), pid, store.generation()};
+    return region.map;
+  }
+  return static_cast<MMapInfo*>(store.findRangedItem(address));
 }
 
 uint32_t MMapStore::generation(unsigned pid) const {

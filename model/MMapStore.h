@@ -4,6 +4,7 @@
 // until it is destroyed. One thread only.
 #pragma once
 
+#include <array>
 #include <map>
 #include <memory>
 #include <set>
@@ -42,7 +43,8 @@ class MMapStore {
   // and makes another each time. Never null.
   MMapInfo* getFake(unsigned pid, unsigned long long address, const std::string& name);
 
-  // As long as this number stays, a map that get() found for an address of `pid` is found again.
+  // As long as this number stays, a map that get() found for an address of `pid` is found again,
+  // unless it shares its start.
   uint32_t generation(unsigned pid) const;
 
   // The map of the kernel, in every process. The driver moves it to the range of the kernel's
@@ -72,6 +74,18 @@ class MMapStore {
     }
   };
 
+  // A stretch of a process's addresses that one map holds alone.
+  struct Region {
+    uint64_t number = 0;  // address / REGION_SIZE
+    MMapInfo* map = nullptr;
+    uint32_t pid = 0;
+    uint32_t generation = 0;
+  };
+
+  static constexpr uint64_t REGION_SIZE = 0x10000;  // a made-up map's page by default
+  static constexpr std::size_t REGIONS = 1024;      // 24 KiB: fits a first-level cache
+
+  MMapInfo* _find(const RangedItemStore& store, unsigned pid, unsigned long long address);
   RangedItemStore& _storeOf(unsigned pid);             // created on first use
   RangedItemStore* _knownStoreOf(unsigned pid) const;  // null if there is none
   MapName _nameOfFake(const std::string& process, const std::string& suffix);
@@ -81,6 +95,9 @@ class MMapStore {
   std::map<uint32_t, std::unique_ptr<RangedItemStore>> stores_;         // key: pid
   mutable RecentlyUsed<RangedItemStore> recentStores_;
   std::set<std::shared_ptr<const std::string>, ByText> longFakeNames_;  // how they begin
+  // The regions asked for last: sampled addresses lie close together, and the search through a
+  // process's maps is most of a look-up.
+  std::array<Region, REGIONS> regions_{};
   MMapInfo kernelMap_;
   MMapInfo stackMap_;
   const PerfSettings* settings_;

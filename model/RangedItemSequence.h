@@ -34,8 +34,8 @@ class RangedItemSequence {
   // Places `item` before the one that has the index now; an index equal to the size appends.
   void insert(std::size_t index, RangedItem* item);
 
-  // For a sequence in ascending order of starts, all different and the first not above `address`:
-  // the index of the greatest start not above `address`.
+  // For a sequence in ascending order of starts, the first not above `address`: the highest index
+  // of a start not above `address`.
   std::size_t floorIndex(uint64_t address) const;
 
  private:

@@ -15,10 +15,15 @@ RangedItem* RangedItemStore::addRangedItem(RangedItem* item) {
     floor = item->start >= items_.startAt(last) ? static_cast<int>(last)
                                                 : _findRangedItemIndex(item->start);
   }
-  const RangedItem* const before = floor < 0 ? nullptr : items_[static_cast<std::size_t>(floor)];
-  hasEqualStarts_ = hasEqualStarts_ || (before != nullptr && before->start == item->start);
-  if (hasEqualStarts_ || (before != nullptr && before->contains(item->start))) {
-    ++generation_;
+  if (floor >= 0) {
+    RangedItem* const before = items_[static_cast<std::size_t>(floor)];
+    if (before->start == item->start) {
+      before->sharesStart = true;
+      item->sharesStart = true;
+    }
+    if (item->sharesStart || before->contains(item->start)) {
+      ++generation_;
+    }
   }
   items_.insert(static_cast<std::size_t>(floor + 1), item);
   return item;
@@ -33,12 +38,25 @@ RangedItem* RangedItemStore::findRangedItem(unsigned long long address) const {
   return item->contains(address) ? item : nullptr;
 }
 
+RangedItem* RangedItemStore::findSoleItem(unsigned long long first, unsigned long long last) const {
+  const int index = _findRangedItemIndex(first);
+  if (index < 0) {
+    return nullptr;
+  }
+  const std::size_t next = static_cast<std::size_t>(index) + 1;
+  RangedItem* const item = items_[next - 1];
+  const bool isSole = !item->sharesStart && item->contains(first) && item->contains(last) &&
+                      (next == items_.size() || items_.startAt(next) > last);
+  return isSole ? item : nullptr;
+}
+
 int RangedItemStore::_findRangedItemIndex(unsigned long long address) const {
   if (items_.empty() || address < items_.startAt(0)) {
     return -1;
   }
   // Only among equal starts does it matter how the floor is searched for.
-  return hasEqualStarts_ ? _probedIndex(address) : static_cast<int>(items_.floorIndex(address));
+  const std::size_t index = items_.floorIndex(address);
+  return items_[index]->sharesStart ? _probedIndex(address) : static_cast<int>(index);
 }
 
 int RangedItemStore::_probedIndex(unsigned long long address) const {

@@ -23,6 +23,9 @@ class RangedItemStore {
   // an address past the end of the floor item is not found, also when an earlier, longer item holds
   // it. Deliberately simple.
   RangedItem* findRangedItem(unsigned long long address) const;
+  // The item that findRangedItem() gives for every address from `first` to `last`; null if they
+  // have no answer in common, or it takes more than one look to tell.
+  RangedItem* findSoleItem(unsigned long long first, unsigned long long last) const;
   // The index of an item with the greatest start not above `address`, or -1. Among equal starts,
   // the one that the search's probes land on: documents depend on it.
   int _findRangedItemIndex(unsigned long long address) const;
@@ -30,8 +33,8 @@ class RangedItemStore {
   const RangedItemSequence& items() const { return items_; }
 
   // Changes when an item is added that may change the answer for an address that was found before:
-  // one that begins inside another, or any as soon as two starts are equal. As long as it stays,
-  // what findRangedItem() found may be kept; that nothing was found may not.
+  // one that begins inside another. As long as it stays, what findRangedItem() found may be kept,
+  // unless the item shares its start; that nothing was found may not.
   uint32_t generation() const { return generation_; }
 
  private:
@@ -39,6 +42,5 @@ class RangedItemStore {
 
   RangedItemSequence items_;
   bool ownsItems_;
-  bool hasEqualStarts_ = false;
   uint32_t generation_ = 0;
 };

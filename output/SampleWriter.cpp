@@ -200,7 +200,7 @@ ResolvedAddress& SampleWriter::_resolve(ThreadInfo* thread, uint64_t address, Ro
     if (row != nullptr && !symbolTables_->hasSymbolTable(map)) {
       row->flush();
     }
-    ResolvedAddress& found = cache_.place(pid, address);
+    ResolvedAddress& found = map->sharesStart ? uncached_ : cache_.place(pid, address);
     found.set(pid, address, map, symbolTables_->getSymbolTable(map)->getFunction(address, map));
     found.generation = generation;
     found.countUse();

@@ -47,12 +47,18 @@ int exactFractionDigits(long double value) {
   return std::max(0, LDBL_MANT_DIG - exponent);
 }
 
-// Writes `digits` with zeros in front.
-void writePadded(uint64_t digits, int width, char* text) {
-  for (int i = width - 1; i >= 0; --i) {
-    text[i] = static_cast<char>('0' + digits % 10);
-    digits /= 10;
+// Adds one to the number in [begin, end), of which `point` is the point: from the last digit on, as
+// far as it carries. False if it would take one more digit.
+bool roundUp(char* begin, const char* point, char* end) {
+  for (char* digit = end - 1; digit >= begin; --digit) {
+    if (digit == point) continue;
+    if (*digit != '9') {
+      ++*digit;
+      return true;
+    }
+    *digit = '0';
   }
+  return false;
 }
 
 // Exact: the fraction is an integer over a power of two, and multiplied by ten carries its next
@@ -69,29 +75,22 @@ int formatByIntegers(double value, int precision, char* buffer, int capacity) {
   const uint64_t one = uint64_t{1} << shift;
   const uint64_t mantissa = (bits & ((uint64_t{1} << MANTISSA_BITS) - 1)) | uint64_t{1}
                                                                                 << MANTISSA_BITS;
-  uint64_t whole = mantissa >> shift;
   uint64_t fraction = mantissa & (one - 1);
-  uint64_t digits = 0;
-  uint64_t limit = 1;
-  for (int i = 0; i < precision; ++i) {
-    fraction *= 10;
-    digits = digits * 10 + (fraction >> shift);
-    fraction &= one - 1;
-    limit *= 10;
-  }
-  if (fraction > one / 2 || (fraction == one / 2 && digits % 2 == 1)) {
-    ++digits;
-  }
-  if (digits == limit) {
-    digits = 0;
-    ++whole;
-  }
   char* end = buffer;
   if (value < 0) *end++ = '-';
-  end = std::to_chars(end, buffer + capacity, whole).ptr;
+  char* const begin = end;
+  end = std::to_chars(end, buffer + capacity, mantissa >> shift).ptr;
+  const char* const point = end;
   *end++ = '.';
-  writePadded(digits, precision, end);
-  end += precision;
+  for (int i = 0; i < precision; ++i) {
+    fraction *= 10;
+    *end++ = static_cast<char>('0' + (fraction >> shift));
+    fraction &= one - 1;
+  }
+  const bool isLastOdd = (end[-1] - '0') % 2 == 1;
+  if (fraction > one / 2 || (fraction == one / 2 && isLastOdd)) {
+    if (!roundUp(begin, point, end)) return 0;
+  }
   *end = 0;
   return static_cast<int>(end - buffer);
 }
