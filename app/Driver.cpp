@@ -200,9 +200,7 @@ bool Driver::_openOutput() {
     output_ = &std::cout;
     return true;
   }
-  outputFile_.rdbuf()->pubsetbuf(outputBuffer_.data(),
-                                 static_cast<std::streamsize>(outputBuffer_.size()));
-  outputFile_.open(*outputName_, std::ios::out | (append_ ? std::ios::app : std::ios::trunc));
+  outputFile_.open(*outputName_, append_);
   if (!outputFile_.is_open()) {
     log_->errorf("Cannot open %s for writing, aborting..", outputName_->c_str());
     input_.close();

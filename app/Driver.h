@@ -12,9 +12,9 @@
 #include <optional>
 #include <ostream>
 #include <string>
-#include <vector>
 
 #include "app/Options.h"
+#include "kestrel/OutputFile.h"
 #include "kestrel/TimeConverter.h"
 #include "kestrel/json/JSOM.h"
 
@@ -32,8 +32,6 @@ class Driver {
   int run(int argc, char* const* argv);
 
  private:
-  static constexpr std::size_t OUTPUT_BUFFER_SIZE = 64 * 1024;
-
   int _run(int argc, char* const* argv);
   void _reportEnd(const char* why);
   static void _registerFileLogAdapter();
@@ -58,8 +56,7 @@ class Driver {
   std::optional<std::string> outputName_;  // none: standard output
   bool append_ = false;
   std::ifstream input_;
-  std::vector<char> outputBuffer_ = std::vector<char>(OUTPUT_BUFFER_SIZE);  // the file's
-  std::ofstream outputFile_;
+  kestrel::OutputFile outputFile_;
   std::ostream* output_ = nullptr;
   std::unique_ptr<char[]> reserve_;  // given back when memory runs out, for saying so
 };

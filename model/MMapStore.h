@@ -83,7 +83,7 @@ class MMapStore {
   };
 
   static constexpr uint64_t REGION_SIZE = 0x10000;  // a made-up map's page by default
-  static constexpr std::size_t REGIONS = 1024;      // 24 KiB: fits a first-level cache
+  static constexpr std::size_t REGIONS = 4096;
 
   MMapInfo* _find(const RangedItemStore& store, unsigned pid, unsigned long long address);
   RangedItemStore& _storeOf(unsigned pid);             // created on first use

@@ -69,7 +69,7 @@ class RangedItemSequence {
     std::size_t index;  // inside the ring
   };
 
-  static constexpr std::size_t RING_SIZE = 1024;
+  static constexpr std::size_t RING_SIZE = 256;
 
   Place _placeOf(std::size_t index) const {
     const std::size_t inFirst = rings_.front().count();

@@ -56,7 +56,8 @@ int RangedItemStore::_findRangedItemIndex(unsigned long long address) const {
   }
   // Only among equal starts does it matter how the floor is searched for.
   const std::size_t index = items_.floorIndex(address);
-  return items_[index]->sharesStart ? _probedIndex(address) : static_cast<int>(index);
+  const bool isShared = index > 0 && items_.startAt(index - 1) == items_.startAt(index);
+  return isShared ? _probedIndex(address) : static_cast<int>(index);
 }
 
 int RangedItemStore::_probedIndex(unsigned long long address) const {

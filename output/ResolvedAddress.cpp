@@ -1,6 +1,8 @@
 #include "output/ResolvedAddress.h"
 
-#include <charconv>
+#include <cstring>
+
+#include "kestrel/json/DecimalText.h"
 
 void ResolvedAddress::set(uint32_t ofPid, uint64_t ofAddress, MMapInfo* itsMap,
                           FunctionInfo* itsFunction) {
@@ -8,15 +10,14 @@ void ResolvedAddress::set(uint32_t ofPid, uint64_t ofAddress, MMapInfo* itsMap,
   address = ofAddress;
   map = itsMap;
   function = itsFunction;
+  char whole[2 * kestrel::DECIMAL_BYTES + 1];
+  char* end = kestrel::writeDecimal(address, whole);
+  *end++ = ',';
+  end = kestrel::writeDecimal(item()->key, end);
+  const auto bytes = static_cast<std::size_t>(end - whole);
   length = 0;
-  char* const last = text + TEXT_BYTES;
-  std::to_chars_result end = std::to_chars(text, last, address);
-  if (end.ptr == last) {
-    return;
-  }
-  *end.ptr = ',';
-  end = std::to_chars(end.ptr + 1, last, item()->key);
-  if (end.ec == std::errc()) {
-    length = static_cast<uint8_t>(end.ptr - text);
+  if (bytes <= TEXT_BYTES) {
+    std::memcpy(text, whole, bytes);
+    length = static_cast<uint8_t>(bytes);
   }
 }

@@ -1,12 +1,12 @@
 #include "output/SampleWriter.h"
 
 #include <algorithm>
-#include <charconv>
 #include <climits>
 #include <cstring>
 
 #include "app/PerfSettings.h"
 #include "kestrel/Singleton.h"
+#include "kestrel/json/DecimalText.h"
 #include "kestrel/json/JsomWriter.h"
 #include "kestrel/json/NumberText.h"
 #include "kestrel/log/Logger.h"
@@ -88,13 +88,13 @@ class SampleWriter::Row {
   }
 
  private:
-  static constexpr int NUMBER_BYTES = 20;
+  static constexpr int NUMBER_BYTES = kestrel::DECIMAL_BYTES;
   static constexpr int DOUBLE_BYTES = 256;                   // as the writer's
   static constexpr int CALLER_BYTES = 2 * NUMBER_BYTES + 4;  // brackets and commas included
   static constexpr int FIXED_BYTES = DOUBLE_BYTES + 6 * NUMBER_BYTES + 16;
 
   void _add(char byte) { *end_++ = byte; }
-  void _addNumber(uint64_t number) { end_ = std::to_chars(end_, end_ + NUMBER_BYTES, number).ptr; }
+  void _addNumber(uint64_t number) { end_ = kestrel::writeDecimal(number, end_); }
   void _addPlace(const ResolvedAddress& place) {
     if (place.length > 0) {
       std::memcpy(end_, place.text, ResolvedAddress::TEXT_BYTES);  // of one size: no loop

@@ -4,8 +4,6 @@
 #include <cstring>
 #include <istream>
 
-#include "perfevents/RecordCursor.h"
-
 namespace perfevents {
 
 namespace {
@@ -40,13 +38,14 @@ bool RecordStream::_provide(std::size_t bytes) {
   return filledTo_ >= bytes;
 }
 
-RecordStream::Outcome RecordStream::next() {
+RecordStream::Outcome RecordStream::_nextAcrossBlocks() {
+  if (nextAt_ > 0) {
+    std::copy_n(buffer_.data() + recordAt_, header_.size(), header_.begin());
+  }
   isCutOff_ = !_provide(header_.size());
   const std::size_t headerBytes = std::min(header_.size(), filledTo_ - nextAt_);
   std::copy_n(buffer_.data() + nextAt_, headerBytes, header_.begin());
-  RecordCursor in(header_.data(), header_.size());
-  in.skip(abi::EVENT_HEADER_SIZE_OFFSET);
-  size_ = in.take<uint16_t>();
+  size_ = _sizeAt(header_.data());
   if (size_ < header_.size()) {
     nextAt_ += headerBytes;
     return Outcome::Garbled;

@@ -5,6 +5,8 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <iosfwd>
 
 #include "kestrel/ByteBuffer.h"
@@ -27,7 +29,18 @@ class RecordStream {
   void begin();
   // Steps to the next record. Past the end of the stream the bytes of the header before still
   // stand, as far as nothing is read over them, and they decide between the two failures.
-  Outcome next();
+  Outcome next() {
+    const std::size_t left = filledTo_ - nextAt_;
+    if (left >= abi::EVENT_HEADER_SIZE) {
+      size_ = _sizeAt(buffer_.data() + nextAt_);
+      if (size_ >= abi::EVENT_HEADER_SIZE && size_ <= left) {
+        recordAt_ = nextAt_;
+        nextAt_ += size_;
+        return Outcome::Record;
+      }
+    }
+    return _nextAcrossBlocks();
+  }
   // Leaves the stream as if the records had been read from it one by one: behind the last one, or
   // failed when it is cut off.
   void end();
@@ -38,6 +51,13 @@ class RecordStream {
   uint16_t size() const { return size_; }
 
  private:
+  // The size field of a record header.
+  static uint16_t _sizeAt(const unsigned char* header) {
+    uint16_t size = 0;
+    std::memcpy(&size, header + abi::EVENT_HEADER_SIZE_OFFSET, sizeof(size));
+    return size;
+  }
+  Outcome _nextAcrossBlocks();
   bool _provide(std::size_t bytes);
 
   std::istream& stream_;
@@ -46,7 +66,7 @@ class RecordStream {
   std::size_t recordAt_ = 0;       // places in the buffer
   std::size_t nextAt_ = 0;
   std::size_t filledTo_ = 0;
-  std::array<unsigned char, abi::EVENT_HEADER_SIZE> header_{};
+  std::array<unsigned char, abi::EVENT_HEADER_SIZE> header_{};  // of the record before
   uint16_t size_ = 0;
   bool isCutOff_ = false;
 };

@@ -1,10 +1,10 @@
 #include "kestrel/json/JsomWriter.h"
 
-#include <charconv>
 #include <climits>
 #include <cstdio>
 #include <cstring>
 
+#include "kestrel/json/DecimalText.h"
 #include "kestrel/json/JsonEscapes.h"
 #include "kestrel/json/NumberText.h"
 
@@ -90,25 +90,32 @@ void JsomWriter::_appendString(const char* s, std::streamsize length, bool raw) 
   quote(s, length, raw);
 }
 
-template <typename Integer>
-void JsomWriter::_appendInteger(const char* operation, Integer value) {
+void JsomWriter::_appendInteger(const char* operation, unsigned long long magnitude,
+                                bool isNegative) {
   ValueText text;
   if (!_beginValue(operation, text)) return;
   char digits[INTEGER_BYTES];
-  const char* const end = std::to_chars(digits, digits + sizeof(digits), value).ptr;
+  char* begin = digits;
+  if (isNegative) *begin++ = '-';
+  const char* const end = writeDecimal(magnitude, begin);
   _finishValue(text, digits, static_cast<int>(end - digits));
 }
 
-void JsomWriter::appendLong(long long value) { _appendInteger("appendLong", value); }
-
-void JsomWriter::appendUnsignedLong(unsigned long long value) {
-  _appendInteger("appendUnsignedLong", value);
+void JsomWriter::_appendSigned(const char* operation, long long value) {
+  const auto bits = static_cast<unsigned long long>(value);
+  _appendInteger(operation, value < 0 ? 0ULL - bits : bits, value < 0);
 }
 
-void JsomWriter::appendInt(int value) { _appendInteger("appendInt", value); }
+void JsomWriter::appendLong(long long value) { _appendSigned("appendLong", value); }
+
+void JsomWriter::appendUnsignedLong(unsigned long long value) {
+  _appendInteger("appendUnsignedLong", value, false);
+}
+
+void JsomWriter::appendInt(int value) { _appendSigned("appendInt", value); }
 
 void JsomWriter::appendUnsignedInt(unsigned int value) {
-  _appendInteger("appendUnsignedInt", value);
+  _appendInteger("appendUnsignedInt", value, false);
 }
 
 void JsomWriter::appendJsonValue(const char* text, int length) {
@@ -316,8 +323,14 @@ void JsomWriter::popState() {
   }
 }
 
+// As out_->write(), without its preparations for each call where none are due.
 void JsomWriter::_put(const char* bytes, std::streamsize length) {
-  if (length > 0) out_->write(bytes, length);
+  if (length <= 0) return;
+  if (!out_->good() || out_->tie() != nullptr || (out_->flags() & std::ios_base::unitbuf) != 0) {
+    out_->write(bytes, length);
+  } else if (out_->rdbuf()->sputn(bytes, length) != length) {
+    out_->setstate(std::ios_base::badbit);
+  }
 }
 
 // Saturates: a line that long is broken before the next value all the same.

@@ -69,8 +69,8 @@ class JsomWriter {
 
   bool _beginValue(const char* operation, ValueText& text);
   void _finishValue(ValueText& text, const char* value, int length);
-  template <typename Integer>
-  void _appendInteger(const char* operation, Integer value);
+  void _appendInteger(const char* operation, unsigned long long magnitude, bool isNegative);
+  void _appendSigned(const char* operation, long long value);
   void _appendString(const char* s, std::streamsize length, bool raw);
   void _appendLabel(const char* label, std::streamsize length, bool raw);
   void _close(char bracket);

@@ -11,6 +11,8 @@
 #include <cstring>
 #include <system_error>
 
+#include "kestrel/json/DecimalText.h"
+
 namespace kestrel {
 
 namespace {
@@ -79,7 +81,7 @@ int formatByIntegers(double value, int precision, char* buffer, int capacity) {
   char* end = buffer;
   if (value < 0) *end++ = '-';
   char* const begin = end;
-  end = std::to_chars(end, buffer + capacity, mantissa >> shift).ptr;
+  end = writeDecimal(mantissa >> shift, end);
   const char* const point = end;
   *end++ = '.';
   for (int i = 0; i < precision; ++i) {
