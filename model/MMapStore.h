@@ -92,7 +92,7 @@ class MMapStore {
   void _describeFake(unsigned pid, unsigned long long address, const std::string& name,
                      MMapInfo& fake);
 
-  std::map<uint32_t, std::unique_ptr<RangedItemStore>> stores_;         // key: pid
+  std::map<uint32_t, std::unique_ptr<RangedItemStore>> stores_;  // key: pid
   mutable RecentlyUsed<RangedItemStore> recentStores_;
   std::set<std::shared_ptr<const std::string>, ByText> longFakeNames_;  // how they begin
   // The regions asked for last: sampled addresses lie close together, and the search through a
