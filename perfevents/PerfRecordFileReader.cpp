@@ -262,9 +262,8 @@ bool PerfRecordFileReader::_readRecord() {
 void PerfRecordFileReader::_deliver(PerfEventData* undecoded, PerfEventDataListener& listener) {
   unsigned char* const record = records_.record();
   const uint16_t size = records_.size();
-  RecordCursor header(record, abi::EVENT_HEADER_SIZE);
-  const auto type = static_cast<PerfEventData::Type>(header.take<uint32_t>());
-  const auto misc = header.take<uint16_t>();
+  const auto type = static_cast<PerfEventData::Type>(records_.type());
+  const uint16_t misc = records_.misc();
   if (undecoded != nullptr) {
     const kestrel::ByteBufferViewport whole(record, abi::LARGEST_EVENT_SIZE, size);
     if (undecoded->parse(whole, misc)) {

@@ -49,13 +49,23 @@ class RecordStream {
   // are there to be read from the record's start on, and they stay until the next step.
   unsigned char* record() { return buffer_.data() + recordAt_; }
   uint16_t size() const { return size_; }
+  // The other fields of its header.
+  uint32_t type() const {
+    return _fieldAt<uint32_t>(buffer_.data() + recordAt_, abi::EVENT_HEADER_TYPE_OFFSET);
+  }
+  uint16_t misc() const {
+    return _fieldAt<uint16_t>(buffer_.data() + recordAt_, abi::EVENT_HEADER_MISC_OFFSET);
+  }
 
  private:
-  // The size field of a record header.
+  template <typename T>
+  static T _fieldAt(const unsigned char* header, std::size_t offset) {
+    T value = 0;
+    std::memcpy(&value, header + offset, sizeof(value));
+    return value;
+  }
   static uint16_t _sizeAt(const unsigned char* header) {
-    uint16_t size = 0;
-    std::memcpy(&size, header + abi::EVENT_HEADER_SIZE_OFFSET, sizeof(size));
-    return size;
+    return _fieldAt<uint16_t>(header, abi::EVENT_HEADER_SIZE_OFFSET);
   }
   Outcome _nextAcrossBlocks();
   bool _provide(std::size_t bytes);
