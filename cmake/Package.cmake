@@ -8,6 +8,12 @@ set(CPACK_COMPONENTS_ALL program development)
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+# Of the processor that the program is built for, which need not be this one's.
+if(CMAKE_CXX_LIBRARY_ARCHITECTURE STREQUAL arm-linux-gnueabihf)
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
+elseif(CMAKE_CXX_LIBRARY_ARCHITECTURE STREQUAL aarch64-linux-gnu)
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE arm64)
+endif()
 # Folders of a fixed mode, whatever the umask of who packs.
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)

@@ -67,6 +67,11 @@ class DebianPackagesTest(unittest.TestCase):
     def test_there_is_one_for_users_and_one_for_programmers(self):
         self.assertEqual(set(self.packages), {PROGRAM, LIBRARIES})
 
+    def test_they_are_for_this_machine(self):
+        machine = run("dpkg", "--print-architecture").strip()
+        for name in self.packages:
+            self.assertEqual(self.field(name, "Architecture"), machine)
+
     def test_the_program_depends_on_its_shared_libraries_and_recommends_the_lister(self):
         self.assertRegex(self.field(PROGRAM, "Depends"), r"libc6 \(>= 2\.\d+\)")
         self.assertIn("libstdc++6", self.field(PROGRAM, "Depends"))
