@@ -7,7 +7,7 @@ namespace kestrel {
 
 namespace {
 
-bool exists(const std::string& path) {
+bool _exists(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0;
 }
@@ -53,13 +53,13 @@ void FileFinder::prependSearchPath(const std::string& dir) {
 }
 
 bool FileFinder::findFile(const std::string& name, std::string& found) const {
-  if (checkAsGiven_ && exists(name)) {
+  if (checkAsGiven_ && _exists(name)) {
     found = name;
     return true;
   }
   for (const std::string& dir : searchPath_) {
     std::string candidate = dir + name;
-    if (exists(candidate)) {
+    if (_exists(candidate)) {
       found = std::move(candidate);
       return true;
     }

@@ -22,19 +22,19 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-bool closeWhole(File file) { return fclose(file.release()) == 0; }
+bool _closeWhole(File file) { return fclose(file.release()) == 0; }
 
-bool writeWhole(std::FILE* file, const char* data, std::size_t size) {
+bool _writeWhole(std::FILE* file, const char* data, std::size_t size) {
   return size == 0 || fwrite(data, 1, size, file) == size;
 }
 
 // The first `length` bytes of a path need no directory to be made.
-bool countsAsMade(const std::string& path, std::size_t length) {
+bool _countsAsMade(const std::string& path, std::size_t length) {
   return length == 0 || path[length - 1] == ':';
 }
 
 // True if the directory named by the first `length` bytes of the path exists now.
-bool makeDirectory(const std::string& path, std::size_t length) {
+bool _makeDirectory(const std::string& path, std::size_t length) {
   if (length >= PATH_MAX) {
     return false;  // what the system would say, without a copy for each component of an endless
                    // path
@@ -42,9 +42,9 @@ bool makeDirectory(const std::string& path, std::size_t length) {
   return mkdir(path.substr(0, length).c_str(), 0777) == 0 || errno == EEXIST;
 }
 
-bool makeDirectories(const std::string& path, std::size_t length) {
+bool _makeDirectories(const std::string& path, std::size_t length) {
   std::vector<std::size_t> missing;  // lengths, the longest first
-  while (!countsAsMade(path, length) && !makeDirectory(path, length)) {
+  while (!_countsAsMade(path, length) && !_makeDirectory(path, length)) {
     missing.push_back(length);
     const std::size_t slash = path.rfind('/', length - 1);
     if (slash == std::string::npos) {
@@ -53,7 +53,7 @@ bool makeDirectories(const std::string& path, std::size_t length) {
     length = slash;
   }
   for (; !missing.empty(); missing.pop_back()) {
-    if (!makeDirectory(path, missing.back())) {
+    if (!_makeDirectory(path, missing.back())) {
       return false;
     }
   }
@@ -63,14 +63,14 @@ bool makeDirectories(const std::string& path, std::size_t length) {
 }  // namespace
 
 bool FileUtils::mkpath(const std::string& path, bool isDirectory) {
-  if (countsAsMade(path, path.size())) {
+  if (_countsAsMade(path, path.size())) {
     return true;
   }
   if (isDirectory) {
-    return makeDirectories(path, path.size());
+    return _makeDirectories(path, path.size());
   }
   const std::size_t slash = path.rfind('/');  // a backslash separates nothing
-  return slash == std::string::npos || makeDirectories(path, slash);
+  return slash == std::string::npos || _makeDirectories(path, slash);
 }
 
 bool FileUtils::processFile(const std::string& path, BlockProcessor& processor) {
@@ -117,11 +117,11 @@ bool FileUtils::copyFile(const std::string& from, const std::string& to) {
   char block[BLOCK_SIZE];
   std::size_t size = 0;
   while ((size = fread(block, 1, sizeof block, in.get())) > 0) {
-    if (!writeWhole(out.get(), block, size)) {
+    if (!_writeWhole(out.get(), block, size)) {
       return false;
     }
   }
-  return ferror(in.get()) == 0 && closeWhole(std::move(out));
+  return ferror(in.get()) == 0 && _closeWhole(std::move(out));
 }
 
 bool FileUtils::writeFile(const std::string& path, const std::string& text) {
@@ -130,7 +130,7 @@ bool FileUtils::writeFile(const std::string& path, const std::string& text) {
 
 bool FileUtils::writeFile(const std::string& path, const char* data, std::size_t size) {
   File file(fopen(path.c_str(), "wbe"));
-  return file && writeWhole(file.get(), data, size) && closeWhole(std::move(file));
+  return file && _writeWhole(file.get(), data, size) && _closeWhole(std::move(file));
 }
 
 }  // namespace kestrel

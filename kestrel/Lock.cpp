@@ -11,7 +11,7 @@ namespace kestrel {
 
 namespace {
 
-void report(int result, const char* message) {
+void _report(int result, const char* message) {
   if (result != 0) {
     errno = result;
     perror(message);
@@ -20,7 +20,7 @@ void report(int result, const char* message) {
 
 constexpr long NANOSECONDS_PER_SECOND = 1000000000;
 
-timespec timeAfter(int milliseconds) {
+timespec _timeAfter(int milliseconds) {
   timeval now{};
   gettimeofday(&now, nullptr);
   timespec end{};
@@ -43,8 +43,8 @@ struct Lock::Block {
 
 Lock::Lock() : block_(new (std::nothrow) Block) {
   if (block_ != nullptr) {
-    report(pthread_mutex_init(&block_->mutex, nullptr), "pthread_mutex_init() error");
-    report(pthread_cond_init(&block_->condition, nullptr), "pthread_cond_init() error");
+    _report(pthread_mutex_init(&block_->mutex, nullptr), "pthread_mutex_init() error");
+    _report(pthread_cond_init(&block_->condition, nullptr), "pthread_cond_init() error");
   }
 }
 
@@ -58,19 +58,19 @@ Lock::~Lock() {
 
 void Lock::lock() NO_THREAD_SAFETY_ANALYSIS {
   if (block_ != nullptr) {
-    report(pthread_mutex_lock(&block_->mutex), "pthread_mutex_lock() error");
+    _report(pthread_mutex_lock(&block_->mutex), "pthread_mutex_lock() error");
   }
 }
 
 void Lock::unlock() NO_THREAD_SAFETY_ANALYSIS {
   if (block_ != nullptr) {
-    report(pthread_mutex_unlock(&block_->mutex), "pthread_mutex_unlock() error");
+    _report(pthread_mutex_unlock(&block_->mutex), "pthread_mutex_unlock() error");
   }
 }
 
 void Lock::wait() {
   if (block_ != nullptr) {
-    report(pthread_cond_wait(&block_->condition, &block_->mutex), "pthread_cond_wait() error");
+    _report(pthread_cond_wait(&block_->condition, &block_->mutex), "pthread_cond_wait() error");
   }
 }
 
@@ -78,22 +78,22 @@ void Lock::wait(int milliseconds) {
   if (block_ == nullptr) {
     return;
   }
-  const timespec end = timeAfter(milliseconds < 0 ? 0 : milliseconds);
+  const timespec end = _timeAfter(milliseconds < 0 ? 0 : milliseconds);
   const int result = pthread_cond_timedwait(&block_->condition, &block_->mutex, &end);
   if (result != ETIMEDOUT) {
-    report(result, "pthread_cond_timedwait() error");
+    _report(result, "pthread_cond_timedwait() error");
   }
 }
 
 void Lock::notify() {
   if (block_ != nullptr) {
-    report(pthread_cond_signal(&block_->condition), "pthread_cond_signal() error");
+    _report(pthread_cond_signal(&block_->condition), "pthread_cond_signal() error");
   }
 }
 
 void Lock::notifyAll() {
   if (block_ != nullptr) {
-    report(pthread_cond_broadcast(&block_->condition), "pthread_cond_broadcast() error");
+    _report(pthread_cond_broadcast(&block_->condition), "pthread_cond_broadcast() error");
   }
 }
 

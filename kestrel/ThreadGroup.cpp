@@ -15,14 +15,14 @@ Logger& _log() {
   return *logger;
 }
 
-const void* address(const void* object) { return object; }  // for %p
+const void* _address(const void* object) { return object; }  // for %p
 
 }  // namespace
 
 ThreadGroup::ThreadGroup(const char* name) : ThreadGroup(std::string(name)) {}
 
 ThreadGroup::ThreadGroup(const std::string& name) : name_(name), workerName_(name + " Worker") {
-  _log().debugf("constructor: this:%p name:%s", address(this), name_.c_str());
+  _log().debugf("constructor: this:%p name:%s", _address(this), name_.c_str());
   busyMetric_ = std::make_unique<BusyMetric>(*this);
   countMetric_ = std::make_unique<CountMetric>(*this);
   MetricRegistry::Instance()->addMetric(busyMetric_.get());
@@ -40,8 +40,8 @@ bool ThreadGroup::spawn(Runnable* runner, bool deleteRunner) {
   if (worker == nullptr) {
     return false;
   }
-  _log().debugf("spawn: group:%s worker:%p runner:%p", name_.c_str(), address(worker),
-                address(runner));
+  _log().debugf("spawn: group:%s worker:%p runner:%p", name_.c_str(), _address(worker),
+                _address(runner));
   const bool assigned = worker->assign(runner, deleteRunner);
   worker->release();
   return assigned || deleteRunner;
@@ -74,7 +74,7 @@ ThreadGroup::WorkerThread* ThreadGroup::_createWorker() {
   workers_.push_back(worker);
   workerCount_.store(workers_.size());
   _log().debugf("getWorker: group:%s worker:%p new worker created.  There are %d workers.",
-                name_.c_str(), address(worker), static_cast<int>(workers_.size()));
+                name_.c_str(), _address(worker), static_cast<int>(workers_.size()));
   return worker;
 }
 
@@ -83,7 +83,7 @@ void ThreadGroup::putWorker(WorkerThread* worker) {
   if (closed_) {
     return;
   }
-  _log().debugf("putWorker: group:%s worker:%p has returned", name_.c_str(), address(worker));
+  _log().debugf("putWorker: group:%s worker:%p has returned", name_.c_str(), _address(worker));
   idle_.push_back(worker);
   idleCount_.store(idle_.size());
 }

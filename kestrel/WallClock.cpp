@@ -29,14 +29,14 @@ Logger& _log() {
 
 // Reads uptime and idle time as far as they are there. The number of values read, below 0 for none
 // at the end of the file; `now` is the time of the reading.
-int readUptime(std::FILE* file, double& uptime, double& idleTime, double& now) {
+int _readUptime(std::FILE* file, double& uptime, double& idleTime, double& now) {
   const int count = fscanf(file, "%lf %lf", &uptime, &idleTime);
   now = getNow();
   fclose(file);
   return count;
 }
 
-double findSystemStartTime() {
+double _findSystemStartTime() {
   const char* const path = uptimePath.load();
   std::FILE* const file = fopen(path == nullptr ? "/proc/uptime" : path, "re");
   if (file == nullptr) {
@@ -46,7 +46,7 @@ double findSystemStartTime() {
   double uptime = 0.0;
   double idleTime = 0.0;
   double now = 0.0;
-  if (readUptime(file, uptime, idleTime, now) <= 0) {
+  if (_readUptime(file, uptime, idleTime, now) <= 0) {
     _log().errorf("getSystemStartTime: Could not parse /proc/uptime");
     return 0.0;
   }
@@ -57,7 +57,7 @@ double findSystemStartTime() {
 }
 
 // Whole seconds toward zero, within 32 bits; `time` becomes the nearest time that has them.
-std::int32_t wholeSeconds(double& time) {
+std::int32_t _wholeSeconds(double& time) {
   constexpr double LEAST = std::numeric_limits<std::int32_t>::min();
   constexpr double MOST = std::numeric_limits<std::int32_t>::max();
   if (std::isnan(time)) {
@@ -94,13 +94,13 @@ double getSystemStartTime() {
   if (cached != NOT_YET_COMPUTED) {
     return cached;
   }
-  const double found = findSystemStartTime();
+  const double found = _findSystemStartTime();
   systemStartTime.store(found);
   return found;
 }
 
 int timeToString(double time, char* buffer) {
-  const std::int32_t seconds = wholeSeconds(time);
+  const std::int32_t seconds = _wholeSeconds(time);
   const int milliseconds = static_cast<int>((time - seconds) * 1000.0);
   char format[TEXT_SIZE];
   snprintf(format, sizeof format, "%%x %%X.%d", milliseconds);

@@ -34,23 +34,23 @@ class NumberedName {
   bool fits_;
 };
 
-long long memberOf(const JSOM& config, const char* key, long long def) {
+long long _memberOf(const JSOM& config, const char* key, long long def) {
   return JSOM(config)[key].longValue(def);
 }
 
-std::string textMemberOf(const JSOM& config, const char* key, const char* def) {
+std::string _textMemberOf(const JSOM& config, const char* key, const char* def) {
   return JSOM(config)[key].stringValuePtr(def);
 }
 
 template <typename T>
-T clamped(long long value, T least, T most) {
+T _clamped(long long value, T least, T most) {
   return static_cast<T>(
       std::clamp(value, static_cast<long long>(least), static_cast<long long>(most)));
 }
 
 // The number at the end of a name "<prefix><number>"; 0 if it is no such name. Leading zeros do no
 // harm: the number then names another file, which is moved anyway or does not exist.
-std::uint32_t numberOf(std::string_view name, std::string_view prefix) {
+std::uint32_t _numberOf(std::string_view name, std::string_view prefix) {
   if (name.size() <= prefix.size() || name.substr(0, prefix.size()) != prefix) {
     return 0;
   }
@@ -63,11 +63,11 @@ std::uint32_t numberOf(std::string_view name, std::string_view prefix) {
 }  // namespace
 
 FileLogAdapter::FileLogAdapter(const JSOM& config)
-    : maxSize_(clamped(memberOf(config, "maxSize", 0), std::numeric_limits<std::int32_t>::min(),
-                       std::numeric_limits<std::int32_t>::max())),
-      fileCount_(clamped(memberOf(config, "fileCount", 1), std::uint32_t{1},
-                         std::numeric_limits<std::uint32_t>::max())),
-      baseName_(textMemberOf(config, "baseName", "log")) {}
+    : maxSize_(_clamped(_memberOf(config, "maxSize", 0), std::numeric_limits<std::int32_t>::min(),
+                        std::numeric_limits<std::int32_t>::max())),
+      fileCount_(_clamped(_memberOf(config, "fileCount", 1), std::uint32_t{1},
+                          std::numeric_limits<std::uint32_t>::max())),
+      baseName_(_textMemberOf(config, "baseName", "log")) {}
 
 FileLogAdapter::~FileLogAdapter() {
   const ScopedLock guard(lock_);
@@ -161,7 +161,7 @@ std::vector<std::uint32_t> FileLogAdapter::_numbersToMove() const {
   const std::string prefix =
       (slash == std::string::npos ? baseName_ : baseName_.substr(slash + 1)) + ".";
   while (const dirent* entry = readdir(listing)) {
-    const std::uint32_t number = numberOf(entry->d_name, prefix);
+    const std::uint32_t number = _numberOf(entry->d_name, prefix);
     if (number > 0 && number <= highest) {
       numbers.push_back(number);
     }

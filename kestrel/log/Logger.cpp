@@ -16,16 +16,16 @@ namespace {
 
 constexpr std::size_t MESSAGE_SIZE = 2048;
 
-bool isPresent(const JSOM& value) {
+bool _isPresent(const JSOM& value) {
   return value.isNull() || value.isBoolean() || value.isNumber() || value.isString() ||
          value.isArray() || value.isObject();
 }
 
-const LogLevel& levelIn(const JSOM& value) {
+const LogLevel& _levelIn(const JSOM& value) {
   return LogLevel::valueOf(value.stringValue(JSOM::EMPTY_STRING));
 }
 
-bool isKnown(const LogLevel& level) {
+bool _isKnown(const LogLevel& level) {
   return level.getValue() != LogLevel::LVL_UNKNOWN->getValue();
 }
 
@@ -218,13 +218,13 @@ void Logger::useConfig(const JSOM& config) {
     return;
   }
   JSOM members(config);  // shares the node; the index operators want a handle of their own
-  if (const JSOM buffering = members["buffering"]; isPresent(buffering)) {
+  if (const JSOM buffering = members["buffering"]; _isPresent(buffering)) {
     bufferingEnabled_ = buffering.booleanValue(true);
   }
-  if (const LogLevel& level = levelIn(members["default"]); isKnown(level)) {
+  if (const LogLevel& level = _levelIn(members["default"]); _isKnown(level)) {
     setDefaultLogLevel(level);
   }
-  if (const LogLevel& level = levelIn(members["level"]); isKnown(level)) {
+  if (const LogLevel& level = _levelIn(members["level"]); _isKnown(level)) {
     setMasterLogLevel(level);
   }
   _useCategories(members["categories"]);
@@ -238,8 +238,8 @@ void Logger::_useCategories(const JSOM& config) {
   JSOM categories(config);
   for (int i = categories.size() - 1; i >= 0; --i) {
     const std::string* const name = categories.key(i);
-    const LogLevel& level = levelIn(categories[i]);
-    if (name != nullptr && isKnown(level)) {
+    const LogLevel& level = _levelIn(categories[i]);
+    if (name != nullptr && _isKnown(level)) {
       getLogger(*name)->setLevel(level);
     }
   }
@@ -251,7 +251,7 @@ void Logger::_useAdapterConfig(const JSOM& config) {
     return;
   }
   const JSOM type = JSOM(config)["type"];
-  if (isPresent(type)) {
+  if (_isPresent(type)) {
     setLogAdapter(LogAdapterStore::Instance()->createLogAdapter(
         type.stringValue(JSOM::EMPTY_STRING), config));
   }
