@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr std::size_t CONSTANT_BYTES = 512 * 1024;
+constexpr std::size_t CONSTANT_BYTES = 1024 * 1024;
 constexpr std::size_t BYTES_PER_INPUT_BYTE = 64;
 
 std::atomic<long long> heldBytes{0};
