@@ -95,6 +95,13 @@ def maps_records(processes, maps, is_descending):
         yield sample(FIRST_PID + processes - 1, 10**12 + i, [map_address(i % maps)])
 
 
+def program_records(path):
+    """A process that runs the program at `path`, and a sample in it."""
+    yield comm(FIRST_PID)
+    yield record(RECORD_MMAP, MMAP.pack(FIRST_PID, FIRST_PID, FIRST_ADDRESS, MAP_SIZE, 0) + name_bytes(str(path)))
+    yield sample(FIRST_PID, 10**12, [FIRST_ADDRESS])
+
+
 def words(numbers, count):
     """A name of so many words."""
     return "_".join(numbers.choice(WORDS) for _ in range(count))
