@@ -1,7 +1,7 @@
 #include "model/MMapStore.h"
 
-#include <cinttypes>
-#include <cstdio>
+#include <charconv>
+#include <iterator>
 
 #include "app/PerfSettings.h"
 #include "kestrel/Singleton.h"
@@ -123,8 +123,10 @@ void MMapStore::_describeFake(unsigned pid, unsigned long long address, const st
   } else {
     fake.start = address & settings_->fakePageMask;
     fake.size = settings_->fakePageSize;
-    char suffix[32];
-    std::snprintf(suffix, sizeof(suffix), "-%" PRIx64 "}", fake.start);
+    char digits[16];
+    const auto end = std::to_chars(std::begin(digits), std::end(digits), fake.start, 16);
+    std::string suffix = "-";
+    suffix.append(digits, static_cast<std::size_t>(end.ptr - digits)).append("}");
     fake.name = _nameOfFake(process, suffix);
   }
 }

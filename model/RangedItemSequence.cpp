@@ -23,9 +23,19 @@ void RangedItemSequence::Ring::insert(std::size_t index, const Entry& entry) {
   if (count_ == slots_.size()) {
     _grow();
   }
-  ++count_;
-  if (index < count_ / 2) {
+  const bool movesFront = index < count_ / 2;
+  if (movesFront) {
     first_ = (first_ - 1) & mask_;
+  }
+  ++count_;
+  if (first_ + count_ <= slots_.size()) {  // in one piece
+    Entry* const begin = slots_.data() + first_;
+    if (movesFront) {
+      std::copy(begin + 1, begin + index + 1, begin);
+    } else {
+      std::copy_backward(begin + index, begin + count_ - 1, begin + count_);
+    }
+  } else if (movesFront) {
     for (std::size_t i = 0; i < index; ++i) {
       _at(i) = _at(i + 1);
     }

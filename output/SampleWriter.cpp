@@ -34,30 +34,31 @@ class SampleWriter::Row {
 
   void addFixedPart(uint32_t number, const SampleInfo& sample, const ResolvedAddress& place,
                     int timePrecision) {
-    _add('[');
-    _addNumber(number);
-    _add(',');
-    _addPlace(place);
-    _add(',');
-    end_ += kestrel::formatTrimmed(sample.time, timePrecision, end_, DOUBLE_BYTES);
-    _add(',');
-    _addNumber(sample.cpu);
-    _add(',');
-    char* const tid = end_;
-    _addNumber(sample.tid);  // "pidkey": a thread's key in "processes" is its tid
-    _add(',');
-    end_ = std::copy(tid, end_, end_);  // "tid"
-    _add('[');
-    callers_ = end_;
+    char* to = end_;
+    *to++ = '[';
+    to = _writeNumber(number, to);
+    to = _writePlace(place, to);
+    *to++ = ',';
+    to += kestrel::formatTrimmed(sample.time, timePrecision, to, DOUBLE_BYTES);
+    *to++ = ',';
+    to = _writeNumber(sample.cpu, to);
+    char* const tid = to;
+    to = _writeNumber(sample.tid, to);  // "pidkey": a thread's key in "processes" is its tid
+    to = std::copy(tid, to, to);        // "tid"
+    *to++ = '[';
+    callers_ = to;
+    end_ = to;
   }
 
   void addCaller(const ResolvedAddress& place) {
-    if (end_ != callers_) {
-      _add(',');
+    char* to = end_;
+    if (to != callers_) {
+      *to++ = ',';
     }
-    _add('[');
-    _addPlace(place);
-    _add(']');
+    *to++ = '[';
+    to = _writePlace(place, to);
+    *to++ = ']';
+    end_ = to;
   }
 
   // Hands over what was collected so far. Whatever is logged next comes behind it, should both go
@@ -81,8 +82,8 @@ class SampleWriter::Row {
       writer_.endArray();
       writer_.endArray();
     } else {
-      _add(']');
-      _add(']');
+      *end_++ = ']';
+      *end_++ = ']';
       _handOver(begin_, end_);
     }
   }
@@ -93,17 +94,18 @@ class SampleWriter::Row {
   static constexpr int CALLER_BYTES = 2 * NUMBER_BYTES + 4;  // brackets and commas included
   static constexpr int FIXED_BYTES = DOUBLE_BYTES + 6 * NUMBER_BYTES + 16;
 
-  void _add(char byte) { *end_++ = byte; }
-  void _addNumber(uint64_t number) { end_ = kestrel::writeDecimal(number, end_); }
-  void _addPlace(const ResolvedAddress& place) {
+  // Written without the members, which the compiler would store anew after every byte.
+  static char* _writeNumber(uint64_t number, char* to) {
+    to = kestrel::writeDecimal(number, to);
+    *to++ = ',';
+    return to;
+  }
+  static char* _writePlace(const ResolvedAddress& place, char* to) {
     if (place.length > 0) {
-      std::memcpy(end_, place.text, ResolvedAddress::TEXT_BYTES);  // of one size: no loop
-      end_ += place.length;
-      return;
+      std::memcpy(to, place.text, ResolvedAddress::TEXT_BYTES);  // of one size: no loop
+      return to + place.length;
     }
-    _addNumber(place.address);
-    _add(',');
-    _addNumber(place.item()->key);
+    return kestrel::writeDecimal(place.item()->key, _writeNumber(place.address, to));
   }
   void _handOver(const char* begin, const char* end) {
     writer_.appendJsonValue(begin, static_cast<int>(end - begin));
