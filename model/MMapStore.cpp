@@ -57,15 +57,19 @@ MMapInfo* MMapStore::add(const perfevents::PerfEventDataMmap& record) {
   RangedItemStore& store = _storeOf(record.pid());
   auto* const map = new MMapInfo();
   map->copy(record);
-  store.addRangedItem(map);
-  return map;
+  return _addTo(store, map);
 }
 
 MMapInfo* MMapStore::add(unsigned pid, const MMapInfo& info) {
   RangedItemStore& store = _storeOf(pid);
   auto* const map = new MMapInfo();
   map->copy(info);
+  return _addTo(store, map);
+}
+
+MMapInfo* MMapStore::_addTo(RangedItemStore& store, MMapInfo* map) {
   store.addRangedItem(map);
+  missedIn_ = nullptr;
   return map;
 }
 
@@ -77,7 +81,15 @@ MMapInfo* MMapStore::get(unsigned pid, unsigned long long address) {
     return &stackMap_;
   }
   const RangedItemStore* const store = _knownStoreOf(pid);
-  return store == nullptr ? nullptr : _find(*store, pid, address);
+  if (store == nullptr || (store == missedIn_ && address == missedAddress_)) {
+    return nullptr;
+  }
+  MMapInfo* const map = _find(*store, pid, address);
+  if (map == nullptr) {
+    missedIn_ = store;
+    missedAddress_ = address;
+  }
+  return map;
 }
 
 MMapInfo* MMapStore::_find(const RangedItemStore& store, unsigned pid, unsigned long long address) {
@@ -88,11 +100,13 @@ MMapInfo* MMapStore::_find(const RangedItemStore& store, unsigned pid, unsigned 
     return region.map;
   }
   const uint64_t first = number * REGION_SIZE;
-  if (RangedItem* const sole = store.findSoleItem(first, first + REGION_SIZE - 1)) {
-    region = {number, static_cast<MMapInfo*>(sole), pid, store.generation()};
-    return region.map;
+  bool isSole = false;
+  auto* const map = static_cast<MMapInfo*>(
+      store.findRangedItem(address, first, first + (REGION_SIZE - 1), isSole));
+  if (isSole) {
+    region = {number, map, pid, store.generation()};
   }
-  return static_cast<MMapInfo*>(store.findRangedItem(address));
+  return map;
 }
 
 uint32_t MMapStore::generation(unsigned pid) const {

@@ -88,6 +88,7 @@ class MMapStore {
   MMapInfo* _find(const RangedItemStore& store, unsigned pid, unsigned long long address);
   RangedItemStore& _storeOf(unsigned pid);             // created on first use
   RangedItemStore* _knownStoreOf(unsigned pid) const;  // null if there is none
+  MMapInfo* _addTo(RangedItemStore& store, MMapInfo* map);
   MapName _nameOfFake(const std::string& process, const std::string& suffix);
   void _describeFake(unsigned pid, unsigned long long address, const std::string& name,
                      MMapInfo& fake);
@@ -95,6 +96,9 @@ class MMapStore {
   std::map<uint32_t, std::unique_ptr<RangedItemStore>> stores_;  // key: pid
   mutable RecentlyUsed<RangedItemStore> recentStores_;
   std::set<std::shared_ptr<const std::string>, ByText> longFakeNames_;  // how they begin
+  // What was not found last: getFake() asks for it again.
+  const RangedItemStore* missedIn_ = nullptr;
+  uint64_t missedAddress_ = 0;
   // The regions asked for last: sampled addresses lie close together, and the search through a
   // process's maps is most of a look-up.
   std::array<Region, REGIONS> regions_{};

@@ -138,7 +138,7 @@ std::size_t RangedItemSequence::floorIndex(uint64_t address) const {
   std::size_t count = ring.count();
   while (count > 1) {
     const std::size_t half = count / 2;
-    first += ring[first + half].start <= address ? half : 0;
+    first += half * static_cast<std::size_t>(ring[first + half].start <= address);
     count -= half;
   }
   return ringIndex == 0 ? first : rings_.front().count() + (ringIndex - 1) * RING_SIZE + first;

@@ -30,24 +30,25 @@ RangedItem* RangedItemStore::addRangedItem(RangedItem* item) {
 }
 
 RangedItem* RangedItemStore::findRangedItem(unsigned long long address) const {
-  const int index = _findRangedItemIndex(address);
-  if (index < 0) {
-    return nullptr;
-  }
-  RangedItem* const item = items_[static_cast<std::size_t>(index)];
-  return item->contains(address) ? item : nullptr;
+  bool isSole = false;
+  return findRangedItem(address, address, address, isSole);
 }
 
-RangedItem* RangedItemStore::findSoleItem(unsigned long long first, unsigned long long last) const {
-  const int index = _findRangedItemIndex(first);
+RangedItem* RangedItemStore::findRangedItem(unsigned long long address, unsigned long long first,
+                                            unsigned long long last, bool& isSole) const {
+  isSole = false;
+  const int index = _findRangedItemIndex(address);
   if (index < 0) {
     return nullptr;
   }
   const std::size_t next = static_cast<std::size_t>(index) + 1;
   RangedItem* const item = items_[next - 1];
-  const bool isSole = !item->sharesStart && item->contains(first) && item->contains(last) &&
-                      (next == items_.size() || items_.startAt(next) > last);
-  return isSole ? item : nullptr;
+  if (!item->contains(address)) {
+    return nullptr;
+  }
+  isSole = !item->sharesStart && item->start <= first && item->contains(last) &&
+           (next == items_.size() || items_.startAt(next) > last);
+  return item;
 }
 
 int RangedItemStore::_findRangedItemIndex(unsigned long long address) const {

@@ -23,9 +23,10 @@ class RangedItemStore {
   // an address past the end of the floor item is not found, also when an earlier, longer item holds
   // it. Deliberately simple.
   RangedItem* findRangedItem(unsigned long long address) const;
-  // The item that findRangedItem() gives for every address from `first` to `last`; null if they
-  // have no answer in common, or it takes more than one look to tell.
-  RangedItem* findSoleItem(unsigned long long first, unsigned long long last) const;
+  // As above. `isSole` tells whether findRangedItem() gives that item for every address from
+  // `first` to `last`, among which `address` lies; false for an item that shares its start.
+  RangedItem* findRangedItem(unsigned long long address, unsigned long long first,
+                             unsigned long long last, bool& isSole) const;
   // The index of an item with the greatest start not above `address`, or -1. Among equal starts,
   // the one that the search's probes land on: documents depend on it.
   int _findRangedItemIndex(unsigned long long address) const;

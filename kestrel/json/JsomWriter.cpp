@@ -15,7 +15,6 @@ namespace {
 constexpr std::int32_t BREAK_COLUMN = 24576;
 constexpr int INTEGER_BYTES = 32;
 constexpr int DOUBLE_BYTES = 256;
-constexpr int SHORT_VALUE_BYTES = 1024;  // text up to here is joined with its separators
 
 // A line feed, 47 spaces and, by the array's size, a zero byte: lines at a depth of 47 or more hold
 // that byte too. kept: readers of old documents compare them byte for byte
@@ -46,7 +45,7 @@ struct JsomWriter::ValueText {
   }
 
   // A comma, an indentation and a line feed come before the value at most.
-  char bytes[2 + sizeof(INDENTATION) + SHORT_VALUE_BYTES];
+  char bytes[2 + sizeof(INDENTATION) + DOUBLE_BYTES];
   char* end = bytes;
 };
 
@@ -121,10 +120,6 @@ void JsomWriter::appendUnsignedInt(unsigned int value) {
 void JsomWriter::appendJsonValue(const char* text, int length) {
   ValueText lead;
   if (!_beginValue("appendJsonValue", lead)) return;
-  if (text != nullptr && length >= 0 && length <= SHORT_VALUE_BYTES) {
-    _finishValue(lead, text, length);
-    return;
-  }
   _put(lead.bytes, lead.end - lead.bytes);
   write(text, length);
 }
@@ -254,7 +249,7 @@ bool JsomWriter::_beginValue(const char* operation, ValueText& text) {
   return true;
 }
 
-// Only for values that fit: at most SHORT_VALUE_BYTES.
+// Only for values that fit: numbers, words and brackets.
 void JsomWriter::_finishValue(ValueText& text, const char* value, int length) {
   text.add(value, static_cast<std::size_t>(length));
   _put(text.bytes, text.end - text.bytes);
@@ -328,9 +323,12 @@ void JsomWriter::_put(const char* bytes, std::streamsize length) {
   if (length <= 0) return;
   if (!out_->good() || out_->tie() != nullptr || (out_->flags() & std::ios_base::unitbuf) != 0) {
     out_->write(bytes, length);
-  } else if (out_->rdbuf()->sputn(bytes, length) != length) {
-    out_->setstate(std::ios_base::badbit);
+    return;
   }
+  std::streambuf& buffer = *out_->rdbuf();
+  const bool isPut = length == 1 ? buffer.sputc(*bytes) != std::char_traits<char>::eof()
+                                 : buffer.sputn(bytes, length) == length;
+  if (!isPut) out_->setstate(std::ios_base::badbit);
 }
 
 // Saturates: a line that long is broken before the next value all the same.
