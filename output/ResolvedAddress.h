@@ -49,6 +49,8 @@ class AddressCache {
                ? &place
                : nullptr;
   }
+  // Has the processor fetch the place that find() will look at.
+  void prefetch(uint32_t pid, uint64_t address) { __builtin_prefetch(&_placeOf(pid, address)); }
   // The place of the answer, to be filled. It may hold another address's.
   ResolvedAddress& place(uint32_t pid, uint64_t address) { return _placeOf(pid, address); }
 

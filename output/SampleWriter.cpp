@@ -176,6 +176,9 @@ void SampleWriter::_writeValues(kestrel::JsomWriter& writer, const SampleInfo& s
 
 void SampleWriter::_writeRow(kestrel::JsomWriter& writer, const SampleInfo& sample,
                              ThreadInfo* thread) const {
+  for (const uint64_t address : sample.backtrace) {
+    cache_.prefetch(thread->pid, address);
+  }
   Row row(writer, rowText_, sample.backtrace.size());
   row.addFixedPart(sampleCount_, sample, _resolve(thread, sample.ip, nullptr),
                    static_cast<int>(settings_->timePrecision));

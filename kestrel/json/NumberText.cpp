@@ -136,6 +136,12 @@ int formatTrimmed(long double value, int precision, char* buffer, int capacity) 
   return trimZeros(buffer, formatFixed(value, precision, buffer, capacity), precision);
 }
 
+int formatTrimmed(double value, int precision, char* buffer, int capacity) {
+  const int length = formatByIntegers(value, precision, buffer, capacity);
+  return length > 0 ? trimZeros(buffer, length, precision)
+                    : formatTrimmed(static_cast<long double>(value), precision, buffer, capacity);
+}
+
 int trimZeros(const char* text, int length, int precision) {
   if (length <= static_cast<long long>(precision) + 1) return length;
   while (length > 1 && text[length - 1] == '0') --length;

@@ -15,6 +15,7 @@ int formatExponent(long double value, char* buffer, int capacity);
 // As the writer's fractional numbers: at most `precision` fraction digits, zeros at the end
 // removed; a precision of 0 gives six digits, not trimmed. Beyond 1e16 as formatExponent().
 int formatTrimmed(long double value, int precision, char* buffer, int capacity);
+int formatTrimmed(double value, int precision, char* buffer, int capacity);
 
 // The length without the zeros at the end of the text, and without the '.' before them, if the text
 // is longer than `precision` + 1. The first byte always stays.
