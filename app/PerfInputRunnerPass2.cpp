@@ -11,6 +11,10 @@ namespace {
 
 constexpr double NANOSECONDS_PER_SECOND = 1e9;
 
+double _secondsOf(uint64_t nanoseconds) {
+  return static_cast<double>(nanoseconds) / NANOSECONDS_PER_SECOND;
+}
+
 kestrel::Logger& _log() {
   static kestrel::Logger* const logger = kestrel::Logger::getLogger("PerfInputRunnerPass2");
   return *logger;
@@ -25,6 +29,10 @@ PerfInputRunnerPass2::PerfInputRunnerPass2(std::ifstream* input, kestrel::TimeCo
   sampleWriter_.writeHeader(*writer_);
   try {
     perfevents::PerfRecordFileReader reader(*input, true);
+    if (converter_->hasWindow()) {
+      reader.filterSamples(
+          [this](uint64_t time) { return converter_->isInside(_secondsOf(time)); });
+    }
     reader.parseEvents(*this);
   } catch (const std::ios_base::failure& failure) {
     _log().debugf("%p An I/O exception occurred: %s", static_cast<void*>(this), failure.what());
@@ -39,7 +47,7 @@ void PerfInputRunnerPass2::onEventData(const PerfEventData& record) {
     return;
   }
   const auto& sample = static_cast<const perfevents::PerfEventDataSample&>(record);
-  const double dataTime = static_cast<double>(sample.time()) / NANOSECONDS_PER_SECOND;
+  const double dataTime = _secondsOf(sample.time());
   double clockTime = 0.0;
   if (!converter_->nextTimestamp(dataTime, clockTime)) {
     return;

@@ -32,6 +32,10 @@ bool TimeConverter::nextTimestamp(double dataTime, double& clockTime) {
     reference_ = offset_ + (dataTime - base_) * skew_;
   }
   clockTime = offset_ + (dataTime - base_) * skew_ - reference_;
+  return isInside(dataTime);
+}
+
+bool TimeConverter::isInside(double dataTime) const {
   if (!(dataTime >= dataStart_)) {  // so written: what is not a number lies outside too
     return false;
   }

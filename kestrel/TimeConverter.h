@@ -22,6 +22,10 @@ class TimeConverter {
   // to the window's start. Without a window, a time stamp below the first one seen lies outside:
   // kept so, recordings are not sorted.
   bool nextTimestamp(double dataTime, double& clockTime);
+  // Whether there is a window to be inside of.
+  bool hasWindow() const { return dataStart_ != 0.0; }
+  // What nextTimestamp() would answer while there is a window. Changes nothing.
+  bool isInside(double dataTime) const;
 
  private:
   double clockStart_ = 0.0;

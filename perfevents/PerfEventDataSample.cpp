@@ -29,6 +29,19 @@ PerfEventDataSample::PerfEventDataSample(const PerfEventAttribute& attribute)
   setupGetters();
 }
 
+std::optional<std::size_t> PerfEventDataSample::timeOffset(const PerfEventAttribute& attribute) {
+  if ((attribute.sampleType() & abi::SAMPLE_TIME) == 0) {
+    return std::nullopt;
+  }
+  std::size_t offset = 0;
+  for (const uint64_t before : {abi::SAMPLE_IDENTIFIER, abi::SAMPLE_IP, abi::SAMPLE_TID}) {
+    if ((attribute.sampleType() & before) != 0) {
+      offset += sizeof(uint64_t);
+    }
+  }
+  return offset;
+}
+
 // The texts below are kept word for word, "and but" and the ID that the third layout does not carry
 // included: readers of old logs match them.
 void PerfEventDataSample::setupGetters() {

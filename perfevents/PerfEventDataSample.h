@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "perfevents/PerfEventData.h"
@@ -16,6 +17,9 @@ class PerfEventDataSample : public PerfEventData, public PerfEventDataSampleAnci
  public:
   // Logs which kind of layout was found, and one WARN for each part of it that is left unread.
   explicit PerfEventDataSample(const PerfEventAttribute& attribute);
+
+  // Where the time stands in the body of a sample of this layout; nothing if there is none.
+  static std::optional<std::size_t> timeOffset(const PerfEventAttribute& attribute);
 
   bool parseEventData(const kestrel::ByteBufferViewport& body) override;
   Type getType() const override { return Type::Sample; }

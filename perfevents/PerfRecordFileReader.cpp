@@ -3,9 +3,12 @@
 #include <algorithm>
 #include <filesystem>
 #include <istream>
+#include <optional>
+#include <utility>
 
 #include "kestrel/log/Logger.h"
 #include "perfevents/PerfEventDataListener.h"
+#include "perfevents/PerfEventDataSample.h"
 #include "perfevents/PerfEventDataUnknown.h"
 #include "perfevents/PerfRecordEventDataStore.h"
 #include "perfevents/RecordCursor.h"
@@ -277,9 +280,26 @@ void PerfRecordFileReader::_deliver(PerfEventData* undecoded, PerfEventDataListe
   constexpr unsigned int HEADER = abi::EVENT_HEADER_SIZE;
   const kestrel::ByteBufferViewport body(record + HEADER, abi::LARGEST_EVENT_SIZE - HEADER,
                                          size - HEADER);
+  if (type == PerfEventData::Type::Sample && isTimeWanted_ && _isFilteredOut(body)) {
+    return;
+  }
   if (const PerfEventData* const event = store_->getEventData(type, body, misc)) {
     listener.onEventData(*event);
   }
+}
+
+void PerfRecordFileReader::filterSamples(std::function<bool(uint64_t)> isTimeWanted) {
+  const std::optional<std::size_t> offset = PerfEventDataSample::timeOffset(attributes_.at(0));
+  if (offset) {
+    timeOffset_ = *offset;
+    isTimeWanted_ = std::move(isTimeWanted);
+  }
+}
+
+// What is too short to have a time is for its decoder to refuse.
+bool PerfRecordFileReader::_isFilteredOut(const kestrel::ByteBufferViewport& sample) const {
+  return sample.size() >= timeOffset_ + sizeof(uint64_t) &&
+         !isTimeWanted_(RecordCursor::at<uint64_t>(sample, timeOffset_));
 }
 
 }  // namespace perfevents

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <iosfwd>
 #include <memory>
 #include <vector>
@@ -56,6 +57,9 @@ class PerfRecordFileReader : public PerfOutputReader {
   // Leaves out the samples, which are nearly all of a recording, when the listener does not look at
   // them. Their decoder says nothing that would be missed in the log.
   void skipSamples() { skipsSamples_ = true; }
+  // Leaves out samples whose time, in nanoseconds, is not wanted, and does not decode them. Layouts
+  // without a time are delivered whole.
+  void filterSamples(std::function<bool(uint64_t)> isTimeWanted);
 
   const boost::ptr_vector<PerfEventAttribute>& getAttributes() const override {
     return attributes_;
@@ -84,6 +88,7 @@ class PerfRecordFileReader : public PerfOutputReader {
   void _setAttributeVersion();
   std::vector<uint64_t> _readIds(const PerfFileSection& section, uint64_t mostIds);
   bool _readRecord();
+  bool _isFilteredOut(const kestrel::ByteBufferViewport& sample) const;
   void _deliver(PerfEventData* undecoded, PerfEventDataListener& listener);
 
   std::istream& stream_;
@@ -93,6 +98,8 @@ class PerfRecordFileReader : public PerfOutputReader {
   std::map<uint64_t, std::string> traceEventTypes_;
   RecordStream records_;
   bool skipsSamples_ = false;
+  std::function<bool(uint64_t)> isTimeWanted_;  // empty: every time is
+  std::size_t timeOffset_ = 0;                  // in a sample's body
   std::streampos fileSize_ = 0;
   int attributeVersion_ = 0;
   std::string noName_;
