@@ -1,14 +1,25 @@
 #include "kestrel/LineProcessor.h"
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 
 namespace kestrel {
 
+namespace {
+
+// The first such byte, or the end. Faster than std::find.
+const char* _find(const char* begin, const char* end, char byte) {
+  const void* const found = std::memchr(begin, byte, static_cast<std::size_t>(end - begin));
+  return found == nullptr ? end : static_cast<const char*>(found);
+}
+
+}  // namespace
+
 void LineProcessor::processBuffer(const char* data, int length) {
   const char* const end = data + std::max(length, 0);
   while (data != end && finished_ == 0) {
-    const char* const lineEnd = std::find(data, end, '\n');
+    const char* const lineEnd = _find(data, end, '\n');
     _take(data, lineEnd);
     data = lineEnd;
     if (data != end) {
@@ -25,7 +36,7 @@ void LineProcessor::_take(const char* begin, const char* end) {
   constexpr std::ptrdiff_t MOST = std::numeric_limits<std::int32_t>::max();
   pending_ += static_cast<std::int32_t>(std::min(end - begin, MOST - pending_));
   while (begin != end) {
-    const char* const dropped = std::find(begin, end, '\r');
+    const char* const dropped = _find(begin, end, '\r');
     line_.append(begin, dropped);
     begin = dropped == end ? end : dropped + 1;
   }

@@ -4,16 +4,18 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
+#include <string_view>
 
 #include "model/RangedItem.h"
 
 class FunctionInfo : public RangedItem {
  public:
-  // Takes range, line number and name; key and use count stay this function's own.
+  // Takes range, line number and name, which it borrows as `other` does; key and use count stay
+  // this function's own.
   void copy(const FunctionInfo& other);
 
   uint32_t lineNumber = 0;  // 0: unknown
   uint32_t refCount = 0;    // addresses of samples and back traces that resolved to this function
-  std::string name;         // as listed, demangled by the lister
+  // As listed, demangled by the lister. Borrowed: see SymbolTable::keepTexts().
+  std::string_view name;
 };

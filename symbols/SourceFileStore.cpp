@@ -6,9 +6,12 @@
 #include "model/DocumentTable.h"
 #include "symbols/FunctionInfo.h"
 
-void SourceFileStore::add(const std::string& file, FunctionInfo* function) {
+void SourceFileStore::add(std::string_view file, FunctionInfo* function) {
   if (latest_ == files_.end() || latest_->first != file) {
-    latest_ = files_.try_emplace(file).first;
+    latest_ = files_.find(file);
+    if (latest_ == files_.end()) {
+      latest_ = files_.emplace(file, std::vector<FunctionInfo*>()).first;
+    }
   }
   latest_->second.push_back(function);
 }

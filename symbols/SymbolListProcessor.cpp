@@ -8,6 +8,7 @@
 #include "symbols/SourceFileStore.h"
 #include "symbols/SymbolLine.h"
 #include "symbols/SymbolTable.h"
+#include "symbols/TextArena.h"
 
 namespace {
 
@@ -19,7 +20,9 @@ kestrel::Logger& _log() {
 }  // namespace
 
 SymbolListProcessor::SymbolListProcessor(SymbolTable* table)
-    : table_(table), sourceFiles_(kestrel::Singleton<SourceFileStore>::Instance()) {
+    : texts_(std::make_shared<TextArena>()),
+      table_(table),
+      sourceFiles_(kestrel::Singleton<SourceFileStore>::Instance()) {
   _log();
 }
 
@@ -29,10 +32,12 @@ void SymbolListProcessor::processLine(const std::string& line) {
     return;
   }
   isAscending_ = isAscending_ && (symbols_.empty() || symbol->address > symbols_.back().address);
-  symbols_.push_back(
-      {symbol->address, texts_.size(), symbol->name.size(), symbol->sourceFile.size()});
-  texts_ += symbol->name;
-  texts_ += symbol->sourceFile;
+  // A list names one file for many symbols in a row.
+  std::string_view file = symbols_.empty() ? std::string_view() : symbols_.back().sourceFile;
+  if (file != symbol->sourceFile) {
+    file = texts_->keep(symbol->sourceFile);
+  }
+  symbols_.push_back({symbol->address, texts_->keep(symbol->name), file});
 }
 
 // By address, and of each address only the symbol that was listed last.
@@ -57,6 +62,7 @@ void SymbolListProcessor::_sortSymbols() {
 
 void SymbolListProcessor::processEOF() {
   _sortSymbols();
+  table_->keepTexts(texts_);
   for (std::size_t i = 0; i + 1 < symbols_.size(); ++i) {
     _addFunction(symbols_[i], symbols_[i + 1].address - symbols_[i].address, false);
   }
@@ -69,11 +75,10 @@ void SymbolListProcessor::_addFunction(const ListedSymbol& symbol, uint64_t size
   auto* const function = new FunctionInfo();
   function->start = symbol.address;
   function->size = size;
-  function->name.assign(texts_, symbol.textAt, symbol.nameLength);
+  function->name = symbol.name;
   table_->addFunction(function);
-  if (!isLast && symbol.fileLength > 0) {
-    sourceFiles_->add(texts_.substr(symbol.textAt + symbol.nameLength, symbol.fileLength),
-                      function);
+  if (!isLast && !symbol.sourceFile.empty()) {
+    sourceFiles_->add(symbol.sourceFile, function);
   }
 }
 

@@ -9,15 +9,17 @@
 // "SymbolListProcessor".
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
+#include <deque>
+#include <memory>
 #include <string>
-#include <vector>
+#include <string_view>
 
 #include "kestrel/LineProcessor.h"
 
 class SourceFileStore;
 class SymbolTable;
+class TextArena;
 
 class SymbolListProcessor : public kestrel::LineProcessor {
  public:
@@ -33,20 +35,18 @@ class SymbolListProcessor : public kestrel::LineProcessor {
   void processError(const char* message) override;
 
  private:
-  // A symbol that was listed; its texts stand in texts_, the source file behind the name.
   struct ListedSymbol {
     uint64_t address;
-    std::size_t textAt;
-    std::size_t nameLength;
-    std::size_t fileLength;  // 0: unknown
+    std::string_view name;
+    std::string_view sourceFile;  // empty: unknown
   };
 
   void _sortSymbols();
   void _addFunction(const ListedSymbol& symbol, uint64_t size, bool isLast);
 
-  std::vector<ListedSymbol> symbols_;  // as listed until _sortSymbols()
-  bool isAscending_ = true;            // every address above the one before
-  std::string texts_;                  // one allocation for all symbols
+  std::deque<ListedSymbol> symbols_;  // as listed until _sortSymbols(); their texts in texts_
+  bool isAscending_ = true;           // every address above the one before
+  std::shared_ptr<TextArena> texts_;  // shared with the table
   SymbolTable* table_;
   SourceFileStore* sourceFiles_;
 };

@@ -30,7 +30,7 @@ const FunctionInfo* SymbolTable::lastFunction() const {
 }
 
 void SymbolTable::writeLegacyJsonObjectEntries(kestrel::JsomWriter& writer, bool writeAll) const {
-  const std::string& blankName = kestrel::Singleton<PerfSettings>::Instance()->blankName;
+  const std::string_view blankName = kestrel::Singleton<PerfSettings>::Instance()->blankName;
   for (const RangedItem* const item : items()) {
     const auto& function = static_cast<const FunctionInfo&>(*item);
     if (!writeAll && function.refCount == 0) {
@@ -38,8 +38,9 @@ void SymbolTable::writeLegacyJsonObjectEntries(kestrel::JsomWriter& writer, bool
     }
     writer.startArray();
     writer.appendUnsignedLong(function.key);
-    writer.appendString(function.name.size() <= LONGEST_HIDDEN_NAME ? blankName : function.name,
-                        false);
+    const std::string_view name =
+        function.name.size() <= LONGEST_HIDDEN_NAME ? blankName : function.name;
+    writer.appendString(name.data(), static_cast<int>(name.size()), false);
     writer.appendUnsignedLong(function.start);
     writer.appendUnsignedLong(function.size);
     writer.startArray();

@@ -2,8 +2,11 @@
 // serves every map of the file; the symbol table store owns it. One thread only.
 #pragma once
 
+#include <memory>
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "model/MMapInfo.h"
 #include "model/RangedItemStore.h"
@@ -12,6 +15,7 @@
 namespace kestrel {
 class JsomWriter;
 }
+class TextArena;
 
 class SymbolTable : public RangedItemStore {
  public:
@@ -19,6 +23,8 @@ class SymbolTable : public RangedItemStore {
 
   // Takes ownership.
   void addFunction(FunctionInfo* function) { addRangedItem(function); }
+  // Keeps the memory of the functions' names alive as long as the table.
+  void keepTexts(std::shared_ptr<const TextArena> texts) { texts_.push_back(std::move(texts)); }
   // The function at the run-time address `address` of `map`, or null.
   FunctionInfo* getFunction(unsigned long long address, const MMapInfo* map) const;
   // The first function of that name in address order, or null. A linear scan.
@@ -42,4 +48,5 @@ class SymbolTable : public RangedItemStore {
   };
 
   std::set<const MMapInfo*, ByKey> maps_;  // by key, so that documents are the same everywhere
+  std::vector<std::shared_ptr<const TextArena>> texts_;
 };

@@ -325,10 +325,7 @@ void JsomWriter::_put(const char* bytes, std::streamsize length) {
     out_->write(bytes, length);
     return;
   }
-  std::streambuf& buffer = *out_->rdbuf();
-  const bool isPut = length == 1 ? buffer.sputc(*bytes) != std::char_traits<char>::eof()
-                                 : buffer.sputn(bytes, length) == length;
-  if (!isPut) out_->setstate(std::ios_base::badbit);
+  if (out_->rdbuf()->sputn(bytes, length) != length) out_->setstate(std::ios_base::badbit);
 }
 
 // Saturates: a line that long is broken before the next value all the same.

@@ -56,7 +56,8 @@ class SymbolListProcessorTest : public FreshStores {
   std::vector<Entry> entries() const {
     std::vector<Entry> all;
     for (const RangedItem* item : table.items()) {
-      all.push_back({item->start, item->size, dynamic_cast<const FunctionInfo&>(*item).name});
+      const auto& function = dynamic_cast<const FunctionInfo&>(*item);
+      all.push_back({function.start, function.size, std::string(function.name)});
     }
     return all;
   }

@@ -20,7 +20,7 @@ class SymbolTableTest : public testing::Test {
     KeyGenerator::counter = 0;
   }
 
-  FunctionInfo* add(uint64_t start, uint64_t size, const std::string& name, uint32_t refCount = 0) {
+  FunctionInfo* add(uint64_t start, uint64_t size, std::string_view name, uint32_t refCount = 0) {
     auto* function = new FunctionInfo;
     function->start = start;
     function->size = size;
