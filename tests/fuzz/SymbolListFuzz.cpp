@@ -77,7 +77,7 @@ void checkTable(const SymbolTable& table) {
     previous = function;
   }
   require(table.lastFunction() == previous, "the last function has the highest address");
-  require(previous == nullptr || table.findFunction(previous->name) != nullptr,
+  require(previous == nullptr || table.findFunction(std::string(previous->name)) != nullptr,
           "a function is found by its name");
 }
 
