@@ -94,8 +94,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   for (const bool isFrozen : {true, false}) {
     startAfreshForTest();
     PerfSettings& settings = *Singleton<PerfSettings>::Instance();
-    settings.symbolCacheDir.assign(1,
-                                   '.');  // so written, gcc 12 does not warn of what is not there
+    settings.symbolCacheDir.assign(1, '.');  // gcc 12 warns falsely of an assignment of "."
     settings.freezeSymbolCache = isFrozen;
     const AllocationMeter meter;
     askForLists();
