@@ -1,17 +1,13 @@
-// An output file stream for documents of hundreds of megabytes: what is written is collected in
-// large blocks, at little more than the cost of copying it, and reaches the file in the background.
-// Errors set the stream's state, as those of std::ofstream do, though a block later; close() tells
-// of all of them. One thread at a time.
+// An output file stream with a large buffer, for documents of hundreds of megabytes: what fits the
+// buffer is copied there at once, where std::ofstream spends most of a short write on preparations.
+// Errors set the stream's state, as they do there. One thread at a time.
 #pragma once
 
 #include <cstddef>
-#include <memory>
+#include <fstream>
 #include <ostream>
-#include <streambuf>
 #include <string>
 #include <vector>
-
-#include "kestrel/BackgroundWriter.h"
 
 namespace kestrel {
 
@@ -23,36 +19,19 @@ class OutputFile : public std::ostream {
   // Opens for writing, behind what is there or instead of it. On failure is_open() stays false and
   // failbit is set.
   void open(const std::string& path, bool append);
-  bool is_open() const { return buffer_.isOpen(); }
-  // Writes what is left; failbit is set when anything could not be written.
+  bool is_open() const { return buffer_.is_open(); }
+  // Writes what is buffered; failbit is set when not all of it could be written.
   void close();
 
  private:
-  class Buffer : public std::streambuf {
-   public:
-    Buffer() = default;
-    Buffer(const Buffer&) = delete;
-    Buffer& operator=(const Buffer&) = delete;
-    ~Buffer() override { close(); }
+  static constexpr std::size_t BUFFER_SIZE = 64 * 1024;
 
-    bool open(const std::string& path, bool append);
-    bool isOpen() const { return descriptor_ >= 0; }
-    bool close();
-
+  class Buffer : public std::filebuf {
    protected:
     std::streamsize xsputn(const char* bytes, std::streamsize length) override;
-    int_type overflow(int_type byte) override;
-    int sync() override;
-
-   private:
-    bool _handOver();
-    void _startBlock();
-
-    int descriptor_ = -1;
-    std::vector<char> block_;
-    std::unique_ptr<BackgroundWriter> writer_;  // from the first full block on
   };
 
+  std::vector<char> storage_;  // outlives the buffer that uses it
   Buffer buffer_;
 };
 

@@ -118,14 +118,16 @@ MMapInfo* MMapStore::getFake(unsigned pid, unsigned long long address, const std
   if (MMapInfo* const known = get(pid, address)) {
     return known;
   }
-  MMapInfo fake;  // draws a key that no row shows; the stored copy draws another
-  _describeFake(pid, address, name, fake);
-  return add(pid, fake);
+  KeyGenerator::next();  // kept: a key that no row shows
+  RangedItemStore& store = _storeOf(pid);
+  auto* const fake = new MMapInfo();
+  _describeFake(pid, address, name, *fake);
+  return _addTo(store, fake);
 }
 
 void MMapStore::_describeFake(unsigned pid, unsigned long long address, const std::string& name,
                               MMapInfo& fake) {
-  const std::string process = "{" + (name.empty() ? std::to_string(pid) : name);
+  const std::string& process = name.empty() ? std::to_string(pid) : name;
   if (_isWithin(address, settings_->interruptStart64, settings_->interruptEnd64)) {
     fake.start = settings_->interruptStart64;
     fake.size = settings_->interruptEnd64 - settings_->interruptStart64;
@@ -137,23 +139,25 @@ void MMapStore::_describeFake(unsigned pid, unsigned long long address, const st
   } else {
     fake.start = address & settings_->fakePageMask;
     fake.size = settings_->fakePageSize;
-    char digits[16];
-    const auto end = std::to_chars(std::begin(digits), std::end(digits), fake.start, 16);
-    std::string suffix = "-";
-    suffix.append(digits, static_cast<std::size_t>(end.ptr - digits)).append("}");
-    fake.name = _nameOfFake(process, suffix);
+    char suffix[32] = "-";
+    char* const end = std::to_chars(suffix + 1, std::end(suffix) - 1, fake.start, 16).ptr;
+    *end = '}';
+    fake.name = _nameOfFake(process, {suffix, static_cast<std::size_t>(end + 1 - suffix)});
   }
 }
 
-MapName MMapStore::_nameOfFake(const std::string& process, const std::string& suffix) {
-  if (process.size() <= LONGEST_COPIED_NAME) {
-    return MapName(nullptr, process + suffix);
+MapName MMapStore::_nameOfFake(std::string_view process, std::string_view suffix) {
+  std::string text;
+  text.reserve(1 + process.size() + suffix.size());
+  text.append("{").append(process);
+  if (text.size() <= LONGEST_COPIED_NAME) {
+    return MapName(nullptr, std::move(text.append(suffix)));
   }
-  auto shared = longFakeNames_.find(process);
+  auto shared = longFakeNames_.find(text);
   if (shared == longFakeNames_.end()) {
-    shared = longFakeNames_.insert(std::make_shared<const std::string>(process)).first;
+    shared = longFakeNames_.insert(std::make_shared<const std::string>(text)).first;
   }
-  return MapName(*shared, suffix);
+  return MapName(*shared, std::string(suffix));
 }
 
 void MMapStore::writeLegacyJsonObject(kestrel::JsomWriter& writer, bool writeAll) const {

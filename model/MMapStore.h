@@ -9,6 +9,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 
 #include "model/MMapInfo.h"
 #include "model/RangedItemStore.h"
@@ -89,7 +90,7 @@ class MMapStore {
   RangedItemStore& _storeOf(unsigned pid);             // created on first use
   RangedItemStore* _knownStoreOf(unsigned pid) const;  // null if there is none
   MMapInfo* _addTo(RangedItemStore& store, MMapInfo* map);
-  MapName _nameOfFake(const std::string& process, const std::string& suffix);
+  MapName _nameOfFake(std::string_view process, std::string_view suffix);
   void _describeFake(unsigned pid, unsigned long long address, const std::string& name,
                      MMapInfo& fake);
 

@@ -22,6 +22,11 @@ class MapName {
   std::string str() const { return shared_ == nullptr ? rest_ : *shared_ + rest_; }
   operator std::string() const { return str(); }
   std::size_t size() const { return (shared_ == nullptr ? 0 : shared_->size()) + rest_.size(); }
+  // True for an empty name, too.
+  bool isOfNoFile() const {
+    const std::string& beginning = shared_ == nullptr ? rest_ : *shared_;
+    return size() == 0 || (!beginning.empty() && beginning.front() == '{');
+  }
   // The text that the name begins with and shares with others; null if it shares none.
   const std::string* shared() const { return shared_.get(); }
 

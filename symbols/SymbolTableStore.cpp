@@ -31,6 +31,7 @@ SymbolTableStore::SymbolTableStore() {
   fileFinder_.setSearchPath(settings->symbolFileSeachPath);
   locations_[NO_FILE] = NO_FILE;
   tables_[NO_FILE] = std::make_unique<SymbolTable>();
+  noFileTable_ = _tableAt(NO_FILE);
 }
 
 SymbolTable* SymbolTableStore::_tableAt(const std::string& located) const {
@@ -38,12 +39,21 @@ SymbolTable* SymbolTableStore::_tableAt(const std::string& located) const {
   return found == tables_.end() ? nullptr : found->second.get();
 }
 
+void SymbolTableStore::setLocation(const std::string& name, const std::string& located) {
+  locations_[name] = located;
+  hasLocationOfNoFile_ = hasLocationOfNoFile_ || (!name.empty() && _standsForNoFile(name));
+}
+
 bool SymbolTableStore::hasSymbolTable(const MMapInfo* map) const {
-  return map->symbolTable != nullptr || _standsForNoFile(map->name);
+  return map->symbolTable != nullptr || map->name.isOfNoFile();
 }
 
 SymbolTable* SymbolTableStore::getSymbolTable(MMapInfo* map) {
   if (map->symbolTable != nullptr) {
+    return map->symbolTable;
+  }
+  if (!hasLocationOfNoFile_ && map->name.isOfNoFile()) {
+    map->symbolTable = noFileTable_;
     return map->symbolTable;
   }
   const std::string name = map->name;
@@ -55,7 +65,7 @@ SymbolTable* SymbolTableStore::getSymbolTable(MMapInfo* map) {
     }
   }
   if (_standsForNoFile(name)) {
-    map->symbolTable = _tableAt(NO_FILE);
+    map->symbolTable = noFileTable_;
     return map->symbolTable;
   }
 
@@ -67,7 +77,7 @@ SymbolTable* SymbolTableStore::getSymbolTable(MMapInfo* map) {
     _log().debugf("Created mmap(%p) a new symbol table %p for (\"%s\")", static_cast<void*>(map),
                   static_cast<void*>(table), located.c_str());
   } else {
-    locations_[name] = located;
+    setLocation(name, located);
   }
   table->addMap(map);
   map->symbolTable = table;
@@ -89,7 +99,7 @@ SymbolTable* SymbolTableStore::_createSymbolTable(const std::string& located) {
   std::unique_ptr<SymbolTable>& entry = tables_[located];
   entry = std::make_unique<SymbolTable>();
   SymbolTable* const table = entry.get();
-  locations_[located] = located;
+  setLocation(located, located);
   std::string listPath;
   if (kestrel::Singleton<SymbolCache>::Instance()->getSampleDataFile(located, listPath)) {
     SymbolListProcessor processor(table);

@@ -31,9 +31,7 @@ class SymbolTableStore {
 
   // Names that are known to stand for a path, without a look at the disk. The driver enters the
   // kernel's.
-  void setLocation(const std::string& name, const std::string& located) {
-    locations_[name] = located;
-  }
+  void setLocation(const std::string& name, const std::string& located);
 
   // Writes the "functions" member into the writer's open object, tables in the order of their
   // paths; only functions in use unless `writeAll`.
@@ -52,4 +50,6 @@ class SymbolTableStore {
   kestrel::FileFinder fileFinder_;
   std::map<std::string, std::unique_ptr<SymbolTable>> tables_;  // key: located path
   std::map<std::string, std::string> locations_;                // map file name to located path
+  SymbolTable* noFileTable_;          // among tables_: made-up maps have no symbols
+  bool hasLocationOfNoFile_ = false;  // a name among them reads as a made-up map's
 };
