@@ -1,20 +1,27 @@
 #include "symbols/SymbolLine.h"
 
 #include <algorithm>
+#include <array>
 
 namespace {
 
 // White space of the C locale.
 bool _isSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-// The value of a hexadecimal digit, or -1.
-int _digitOf(char c) {
-  if (c >= '0' && c <= '9') {
-    return c - '0';
+// The value of every byte as a hexadecimal digit, or -1.
+constexpr auto DIGITS = [] {
+  std::array<int8_t, 256> digits{};
+  for (std::size_t i = 0; i < digits.size(); ++i) {
+    const bool isNumeral = i >= '0' && i <= '9';
+    const bool isUpper = i >= 'A' && i <= 'F';
+    const bool isLower = i >= 'a' && i <= 'f';
+    const std::size_t value = isNumeral ? i - '0' : isUpper ? i - 'A' + 10 : i - 'a' + 10;
+    digits[i] = isNumeral || isUpper || isLower ? static_cast<int8_t>(value) : int8_t{-1};
   }
-  const char lower = static_cast<char>(c | 0x20);
-  return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
+  return digits;
+}();
+
+int _digitOf(char c) { return DIGITS[static_cast<unsigned char>(c)]; }
 
 // Marks of Arm code and data, not symbols. Coarse: a name that holds one of them is dropped too.
 bool _holdsMappingSymbol(std::string_view line) {
