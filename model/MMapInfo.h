@@ -23,8 +23,8 @@ class MMapInfo : public RangedItem {
   // In the order of their use: a look-up touches all but the name.
   uint64_t pgoff = 0;
   uint64_t loadBias = 0;  // run-time address minus loadBias: the address inside the mapped file
-  SymbolTable* symbolTable =
-      nullptr;            // borrowed; set when the map is first resolved, reset by both copies
+  // Borrowed; set when the map is first resolved, reset by both copies.
+  SymbolTable* symbolTable = nullptr;
   uint32_t refCount = 0;  // references made while writing samples
   MapName name;
 };

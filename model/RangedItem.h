@@ -11,8 +11,8 @@ class RangedItem {
   // Every construction draws a key, also that of a temporary: keys are unique over a run, but not
   // dense.
   RangedItem() : key(KeyGenerator::next()) {}
-  RangedItem(const RangedItem&) =
-      delete;  // a copy would need a key of its own: the subclasses offer copy()
+  // A copy would need a key of its own: the subclasses offer copy().
+  RangedItem(const RangedItem&) = delete;
   RangedItem& operator=(const RangedItem&) = delete;
   virtual ~RangedItem() = default;
 

@@ -7,7 +7,6 @@
 struct ThreadInfo {
   uint32_t pid = 0;
   uint32_t tid = 0;
-  uint32_t refCount =
-      0;  // references made while writing the document: samples, maps of the process
+  uint32_t refCount = 0;  // references made by the document: samples, maps of the process
   std::string name;
 };

@@ -85,8 +85,7 @@ class JsomWriter {
 
   std::ostream* out_;
   // The innermost open construct: 0 none, '{' object without and '}' with a member, ':' label that
-  // awaits its value,
-  // '[' array without and ']' with an element.
+  // awaits its value, '[' array without and ']' with an element.
   char state_ = 0;
   std::int32_t column_ = 0;  // bytes since the last forced line break, as far as they are counted
   std::string stateStack_;   // states of the enclosing constructs, the innermost last
