@@ -14,12 +14,20 @@ constexpr std::size_t BLOCK_SIZE = 128 * 1024;
 }  // namespace
 
 void RecordStream::begin() {
+  _keepHeader();
   buffer_.size(BLOCK_SIZE + abi::LARGEST_EVENT_SIZE);
   blockStart_ = stream_.tellg();
   recordAt_ = 0;
   nextAt_ = 0;
   filledTo_ = 0;
   isCutOff_ = false;
+}
+
+// Of the last record, before the buffer is filled anew.
+void RecordStream::_keepHeader() {
+  if (nextAt_ > 0) {
+    std::copy_n(buffer_.data() + recordAt_, header_.size(), header_.begin());
+  }
 }
 
 // Whether so many bytes lie in the buffer from nextAt_ on.
@@ -39,9 +47,7 @@ bool RecordStream::_provide(std::size_t bytes) {
 }
 
 RecordStream::Outcome RecordStream::_nextAcrossBlocks() {
-  if (nextAt_ > 0) {
-    std::copy_n(buffer_.data() + recordAt_, header_.size(), header_.begin());
-  }
+  _keepHeader();
   isCutOff_ = !_provide(header_.size());
   const std::size_t headerBytes = std::min(header_.size(), filledTo_ - nextAt_);
   std::copy_n(buffer_.data() + nextAt_, headerBytes, header_.begin());

@@ -68,6 +68,7 @@ class RecordStream {
     return _fieldAt<uint16_t>(header, abi::EVENT_HEADER_SIZE_OFFSET);
   }
   Outcome _nextAcrossBlocks();
+  void _keepHeader();
   bool _provide(std::size_t bytes);
 
   std::istream& stream_;
