@@ -202,6 +202,8 @@ const std::vector<RandomCase>& cases() {
       {.name = "TimesUntrimmed", .settings = {.timePrecision = 0, .skew = 1e3}},
       {.name = "WholeSecondsAndTenths", .settings = {.timePrecision = 1}},
       {.name = "Window", .settings = {.clockStart = 110, .duration = 300, .offset = -5, .base = 1}},
+      {.name = "WindowFromDataTimeZero",
+       .settings = {.clockStart = 5, .duration = 400, .base = -5}},
       {.name = "WithoutCallers", .shape = {.samples = 20000}, .settings = {.maxBackTrace = 0}},
       {.name = "EndlessCallers",
        .shape = {.samples = 150, .longestChain = 5000, .places = 20000},
