@@ -196,6 +196,20 @@ TEST(RecordStreamTest, SecondWalkSeesTheSameRecords) {
   }
 }
 
+// Of a header cut within its size the other byte is that of the last record, 0x0010, not of the
+// first, 0x0118.
+TEST(RecordStreamTest, SecondWalkStillHasTheHeaderOfTheLastRecord) {
+  const std::string cut = Body().u32(2).u16(0).u16(0x0204).str().substr(0, 7);
+  std::istringstream stream(recordOf(0x118, 1) + recordOf(0x10, 2) + cut);
+  RecordStream records(stream);
+  records.begin();
+  EXPECT_EQ(static_cast<int>(records.next()), static_cast<int>(Outcome::Record));
+  EXPECT_EQ(static_cast<int>(records.next()), static_cast<int>(Outcome::Record));
+  records.end();
+  records.begin();
+  EXPECT_EQ(static_cast<int>(records.next()), static_cast<int>(Outcome::Garbled));
+}
+
 TEST(RecordStreamTest, TheLargestRecordsSpaceCanBeReadFromEveryRecordsStart) {
   std::istringstream stream(filler(2 * BLOCK));
   RecordStream records(stream);
