@@ -29,7 +29,9 @@ namespace {
 using kestrel::Singleton;
 using testing::IsEmpty;
 
-constexpr std::size_t ANY_PLACE = 12;
+// Of the 12 values of a row before which a line can break. Compilers draw in different orders, so
+// that the recordings, and with them the places, are not the same everywhere.
+constexpr std::size_t MOST_PLACES = 8;
 
 struct RandomCase {
   const char* name;
@@ -222,12 +224,12 @@ const std::vector<RandomCase>& cases() {
       {.name = "ThousandsOfLines",
        .shape = {.maps = 60, .samples = 30000, .longestChain = 100, .places = 3000},
        .settings = {.maxBackTrace = 100},
-       .placesOfBreaks = ANY_PLACE - 2,
+       .placesOfBreaks = MOST_PLACES,
        .seeds = 1},
       {.name = "ThousandsOfIndentedLines",
        .shape = {.maps = 400, .samples = 12000, .longestChain = 60},
        .settings = {.maxBackTrace = 50, .timePrecision = 4, .whitespace = true},
-       .placesOfBreaks = ANY_PLACE,
+       .placesOfBreaks = MOST_PLACES,
        .seeds = 1},
   };
   return all;
