@@ -41,6 +41,8 @@ struct Builder {
 
 }  // namespace
 
+// One draw a statement where the order of evaluation is the compiler's: every compiler makes the
+// same recording.
 RandomRecording::RandomRecording(unsigned seed, const RecordingShape& shape,
                                  std::vector<std::string> files)
     : random_(seed), shape_(shape), files_(std::move(files)), time_(_below(100 * SECOND)) {
@@ -79,7 +81,8 @@ uint64_t RandomRecording::_below(uint64_t limit) { return random_() % limit; }
 uint32_t RandomRecording::_id() { return static_cast<uint32_t>(_below(shape_.processes)); }
 
 uint64_t RandomRecording::_place() {
-  const uint64_t page = oneOf(BASES, random_()) + PAGE * _below(4);
+  const uint64_t base = oneOf(BASES, random_());
+  const uint64_t page = base + PAGE * _below(4);
   return page + (_oneIn(3) ? _below(PAGE) : oneOf(OFFSETS, random_()));
 }
 
@@ -103,8 +106,10 @@ std::string RandomRecording::_mapName() {
       return "{" + _text(6);
     case 3:
       return "kernel";
-    case 4:
-      return "/nowhere/gone" + _text(2) + " (deleted)" + _text(2);
+    case 4: {
+      const std::string gone = "/nowhere/gone" + _text(2) + " (deleted)";
+      return gone + _text(2);
+    }
     case 5:
     case 6:
       return "/nowhere/" + _text(40);
@@ -127,8 +132,11 @@ SampleFields RandomRecording::_sample() {
   // Whole microseconds, halves of them and anything; sometimes before the sample before.
   time_ += _oneIn(3) ? 1000 * _below(100'000) : _oneIn(2) ? 500 * _below(100'000) : _below(SECOND);
   const uint64_t back = _oneIn(20) ? _below(SECOND) : 0;
-  SampleFields sample = at(time_ - std::min(time_, back), _oneIn(50) ? 0 : _address(), _id(), _id(),
-                           static_cast<uint32_t>(_oneIn(9) ? random_() : _below(8)));
+  const uint64_t ip = _oneIn(50) ? 0 : _address();
+  const uint32_t pid = _id();
+  const uint32_t tid = _id();
+  const uint64_t cpu = _oneIn(9) ? random_() : _below(8);
+  SampleFields sample = at(time_ - std::min(time_, back), ip, pid, tid, static_cast<uint32_t>(cpu));
   if (_oneIn(50)) {
     sample.ip = ALL_ONES;
   }
