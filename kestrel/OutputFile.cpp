@@ -27,12 +27,24 @@ void OutputFile::close() {
 }
 
 std::streamsize OutputFile::Buffer::xsputn(const char* bytes, std::streamsize length) {
-  if (length >= epptr() - pptr()) {
-    return std::filebuf::xsputn(bytes, length);
+  std::streamsize left = length;
+  while (left > epptr() - pptr()) {
+    const std::streamsize room = epptr() - pptr();
+    bytes = _fill(bytes, room);
+    if (traits_type::eq_int_type(overflow(traits_type::to_int_type(*bytes)), traits_type::eof())) {
+      return length - left + room;
+    }
+    ++bytes;
+    left -= room + 1;
   }
+  _fill(bytes, left);
+  return length;
+}
+
+const char* OutputFile::Buffer::_fill(const char* bytes, std::streamsize length) {
   std::copy_n(bytes, length, pptr());
   pbump(static_cast<int>(length));
-  return length;
+  return bytes + length;
 }
 
 }  // namespace kestrel

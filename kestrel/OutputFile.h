@@ -24,11 +24,14 @@ class OutputFile : public std::ostream {
   void close();
 
  private:
-  static constexpr std::size_t BUFFER_SIZE = 64 * 1024;
+  static constexpr std::size_t BUFFER_SIZE = 128 * 1024;
 
   class Buffer : public std::filebuf {
    protected:
     std::streamsize xsputn(const char* bytes, std::streamsize length) override;
+
+   private:
+    const char* _fill(const char* bytes, std::streamsize length);
   };
 
   std::vector<char> storage_;  // outlives the buffer that uses it

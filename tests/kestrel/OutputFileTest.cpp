@@ -1,3 +1,4 @@
+#include <filesystem>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -7,7 +8,7 @@
 
 namespace {
 
-constexpr std::size_t BUFFER = 64 * 1024;
+constexpr std::size_t BUFFER = 128 * 1024;
 const char* const FULL_DEVICE = "/dev/full";
 
 std::string pattern(std::size_t bytes) {
@@ -17,6 +18,8 @@ std::string pattern(std::size_t bytes) {
   }
   return text;
 }
+
+std::uintmax_t sizeOf(const std::string& path) { return std::filesystem::file_size(path); }
 
 }  // namespace
 
@@ -120,6 +123,89 @@ TEST(OutputFileTest, ManySmallWritesAreWhole) {
   EXPECT_TRUE(folder.read("text") == expected);
 }
 
+TEST(OutputFileTest, OneHugeWriteIsWhole) {
+  const TempDir folder;
+  const std::string text = pattern(40 * BUFFER + 12345);
+  kestrel::OutputFile file;
+  file.open(folder.file("text"), false);
+  file.put('<');
+  file.write(text.data(), static_cast<std::streamsize>(text.size()));
+  file.put('>');
+  file.close();
+  EXPECT_TRUE(file.good());
+  EXPECT_TRUE(folder.read("text") == "<" + text + ">");
+}
+
+TEST(OutputFileTest, NoBytesAreNoWrite) {
+  const TempDir folder;
+  kestrel::OutputFile file;
+  file.open(folder.file("text"), false);
+  file.write("abc", 0);
+  EXPECT_TRUE(file.good());
+  file << ""
+       << "x";
+  file.write("abc", 0);
+  file.close();
+  EXPECT_TRUE(file.good());
+  EXPECT_EQ(folder.read("text"), "x");
+}
+
+// The last byte of a block waits for the next one, in a write of its own or at the end of another.
+TEST(OutputFileTest, HandsOverWholeBlocksAtTheirOffsets) {
+  const TempDir folder;
+  for (const std::size_t piece :
+       {std::size_t{1}, std::size_t{1000}, BUFFER - 1, BUFFER, 3 * BUFFER}) {
+    SCOPED_TRACE(piece);
+    kestrel::OutputFile file;
+    file.open(folder.file("text"), false);
+    const std::string text = pattern(piece);
+    std::size_t given = 0;
+    while (given < 3 * BUFFER + 5) {
+      file.write(text.data(), static_cast<std::streamsize>(text.size()));
+      given += piece;
+      ASSERT_EQ(sizeOf(folder.file("text")), given / BUFFER * BUFFER) << given;
+    }
+    file.close();
+    EXPECT_EQ(sizeOf(folder.file("text")), given);
+  }
+}
+
+TEST(OutputFileTest, FlushInBetweenKeepsTheOrder) {
+  const TempDir folder;
+  for (const std::size_t before : {std::size_t{1}, BUFFER - 1, BUFFER, BUFFER + 1}) {
+    for (const std::size_t behind : {std::size_t{1}, BUFFER - 1, BUFFER, BUFFER + 1, 2 * BUFFER}) {
+      const std::string text = pattern(before + behind);
+      kestrel::OutputFile file;
+      file.open(folder.file("text"), false);
+      file.write(text.data(), static_cast<std::streamsize>(before));
+      file.flush();
+      EXPECT_TRUE(folder.read("text") == text.substr(0, before));
+      file.write(text.data() + before, static_cast<std::streamsize>(behind));
+      file.flush();
+      file.flush();
+      EXPECT_TRUE(folder.read("text") == text);
+      file.put('.');
+      file.close();
+      EXPECT_TRUE(file.good());
+      EXPECT_TRUE(folder.read("text") == text + ".") << before << " " << behind;
+    }
+  }
+}
+
+TEST(OutputFileTest, AppendsMoreThanABlock) {
+  const TempDir folder;
+  const std::string text = pattern(2 * BUFFER + 7);
+  const std::string path = folder.write("text", "old,");
+  for (int i = 0; i < 2; ++i) {
+    kestrel::OutputFile file;
+    file.open(path, true);
+    file.write(text.data(), static_cast<std::streamsize>(text.size()));
+    file.close();
+    EXPECT_TRUE(file.good());
+  }
+  EXPECT_TRUE(folder.read("text") == "old," + text + text);
+}
+
 TEST(OutputFileTest, FlushHandsOverWhatIsBuffered) {
   const TempDir folder;
   kestrel::OutputFile file;
@@ -164,6 +250,56 @@ TEST(OutputFileTest, FullDeviceFailsAWriteThatDoesNotFitTheBuffer) {
   const std::string text = pattern(3 * BUFFER);
   file.write(text.data(), static_cast<std::streamsize>(text.size()));
   EXPECT_TRUE(file.bad());
+}
+
+TEST(OutputFileTest, FullDeviceFailsAtExactlyOneBlock) {
+  const std::string text = pattern(BUFFER);
+  for (const bool isInOnePiece : {true, false}) {
+    kestrel::OutputFile file;
+    file.open(FULL_DEVICE, false);
+    file.write(text.data(), static_cast<std::streamsize>(BUFFER - 1));
+    EXPECT_TRUE(file.good());
+    file.put('x');
+    EXPECT_TRUE(file.bad());
+    file.close();
+    EXPECT_TRUE(file.fail());
+
+    kestrel::OutputFile other;
+    other.open(FULL_DEVICE, false);
+    if (isInOnePiece) {
+      other.write(text.data(), static_cast<std::streamsize>(BUFFER));
+    } else {
+      for (const char byte : text) {
+        other.put(byte);
+      }
+    }
+    EXPECT_TRUE(other.bad());
+  }
+}
+
+TEST(OutputFileTest, AfterAFailureNothingMoreIsTaken) {
+  kestrel::OutputFile file;
+  file.open(FULL_DEVICE, false);
+  const std::string text = pattern(2 * BUFFER);
+  for (int i = 0; i < 5; ++i) {
+    file.write(text.data(), static_cast<std::streamsize>(text.size()));
+    file << "some more";
+    file.put('x');
+    file.flush();
+    EXPECT_TRUE(file.bad());
+  }
+  file.close();
+  EXPECT_TRUE(file.fail());
+}
+
+TEST(OutputFileTest, WritesToWhatIsNotOpenFail) {
+  const std::string text = pattern(BUFFER);
+  kestrel::OutputFile file;
+  file.write(text.data(), static_cast<std::streamsize>(text.size()));
+  EXPECT_TRUE(file.bad());
+  kestrel::OutputFile other;
+  other << "x";
+  EXPECT_TRUE(other.bad());
 }
 
 TEST(OutputFileTest, ClosingWhatIsNotOpenFails) {
