@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "model/MapName.h"
+#include "model/Pooled.h"
 #include "model/RangedItem.h"
 
 namespace perfevents {
@@ -12,7 +13,7 @@ class PerfEventDataMmap;
 }
 class SymbolTable;
 
-class MMapInfo : public RangedItem {
+class MMapInfo : public RangedItem, public Pooled<MMapInfo> {
  public:
   // Takes the facts of a record. Maps from the settings' shared library base on, the kernel's range
   // excepted, get a load bias. A " (deleted)" in the name and what follows is cut off.
@@ -20,11 +21,12 @@ class MMapInfo : public RangedItem {
   // Takes range, offset, bias and name of `other`; key and use count stay this map's own.
   void copy(const MMapInfo& other);
 
-  // In the order of their use: a look-up touches all but the name.
+  // In the order of their use. The count fits behind the base's last member, where what asks for it
+  // has been: a look-up touches all but the name.
+  uint32_t refCount = 0;  // references made while writing samples
   uint64_t pgoff = 0;
   uint64_t loadBias = 0;  // run-time address minus loadBias: the address inside the mapped file
   // Borrowed; set when the map is first resolved, reset by both copies.
   SymbolTable* symbolTable = nullptr;
-  uint32_t refCount = 0;  // references made while writing samples
   MapName name;
 };

@@ -1,7 +1,6 @@
 #include "model/MMapStore.h"
 
-#include <charconv>
-#include <iterator>
+#include <utility>
 
 #include "app/PerfSettings.h"
 #include "kestrel/Singleton.h"
@@ -13,8 +12,6 @@
 namespace {
 
 constexpr std::size_t SHORTEST_SHOWN_NAME = 4;
-// Longer than the kernel's names of processes; what is shorter costs less in a copy.
-constexpr std::size_t LONGEST_COPIED_NAME = 64;
 
 bool _isWithin(unsigned long long address, uint64_t start, uint64_t end) {
   return start <= address && address <= end;
@@ -127,37 +124,28 @@ MMapInfo* MMapStore::getFake(unsigned pid, unsigned long long address, const std
 
 void MMapStore::_describeFake(unsigned pid, unsigned long long address, const std::string& name,
                               MMapInfo& fake) {
-  const std::string& process = name.empty() ? std::to_string(pid) : name;
+  MapName::SharedText beginning = _beginningOfName(name.empty() ? std::to_string(pid) : name);
   if (_isWithin(address, settings_->interruptStart64, settings_->interruptEnd64)) {
     fake.start = settings_->interruptStart64;
     fake.size = settings_->interruptEnd64 - settings_->interruptStart64;
-    fake.name = _nameOfFake(process, "-interrupt}");
+    fake.name = MapName::ofInterrupts(std::move(beginning));
   } else if (_isWithin(address, settings_->interruptStart32, settings_->interruptEnd32)) {
     fake.start = settings_->interruptStart32;
     fake.size = settings_->interruptEnd32 - settings_->interruptStart32;
-    fake.name = _nameOfFake(process, "-interrupt}");
+    fake.name = MapName::ofInterrupts(std::move(beginning));
   } else {
     fake.start = address & settings_->fakePageMask;
     fake.size = settings_->fakePageSize;
-    char suffix[32] = "-";
-    char* const end = std::to_chars(suffix + 1, std::end(suffix) - 1, fake.start, 16).ptr;
-    *end = '}';
-    fake.name = _nameOfFake(process, {suffix, static_cast<std::size_t>(end + 1 - suffix)});
+    fake.name = MapName::ofPage(std::move(beginning), fake.start);
   }
 }
 
-MapName MMapStore::_nameOfFake(std::string_view process, std::string_view suffix) {
-  std::string text;
-  text.reserve(1 + process.size() + suffix.size());
-  text.append("{").append(process);
-  if (text.size() <= LONGEST_COPIED_NAME) {
-    return MapName(nullptr, std::move(text.append(suffix)));
+// Mostly the same process asks again.
+MapName::SharedText MMapStore::_beginningOfName(const std::string& process) {
+  if (recentFakeName_ == nullptr || recentFakeName_->compare(1, std::string::npos, process) != 0) {
+    recentFakeName_ = *fakeNames_.insert(std::make_shared<const std::string>("{" + process)).first;
   }
-  auto shared = longFakeNames_.find(text);
-  if (shared == longFakeNames_.end()) {
-    shared = longFakeNames_.insert(std::make_shared<const std::string>(text)).first;
-  }
-  return MapName(*shared, std::string(suffix));
+  return recentFakeName_;
 }
 
 void MMapStore::writeLegacyJsonObject(kestrel::JsomWriter& writer, bool writeAll) const {
@@ -191,8 +179,8 @@ void MMapStore::_writeLegacyJsonObjectForInfo(kestrel::JsomWriter& writer, unsig
   writer.startArray();
   writer.appendUnsignedLong(info.key);
   writer.appendUnsignedInt(pid);
-  writer.appendString(
-      info.name.size() < SHORTEST_SHOWN_NAME ? settings_->blankName : info.name.str(), false);
+  const std::string name = info.name;
+  writer.appendString(name.size() < SHORTEST_SHOWN_NAME ? settings_->blankName : name, false);
   writer.appendUnsignedLong(info.start);
   writer.appendUnsignedLong(info.size);
   writer.endArray();

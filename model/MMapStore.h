@@ -62,16 +62,8 @@ class MMapStore {
 
  private:
   struct ByText {
-    using is_transparent = void;
-    bool operator()(const std::shared_ptr<const std::string>& one,
-                    const std::shared_ptr<const std::string>& other) const {
+    bool operator()(const MapName::SharedText& one, const MapName::SharedText& other) const {
       return *one < *other;
-    }
-    bool operator()(const std::shared_ptr<const std::string>& one, const std::string& other) const {
-      return *one < other;
-    }
-    bool operator()(const std::string& one, const std::shared_ptr<const std::string>& other) const {
-      return one < *other;
     }
   };
 
@@ -90,13 +82,14 @@ class MMapStore {
   RangedItemStore& _storeOf(unsigned pid);             // created on first use
   RangedItemStore* _knownStoreOf(unsigned pid) const;  // null if there is none
   MMapInfo* _addTo(RangedItemStore& store, MMapInfo* map);
-  MapName _nameOfFake(std::string_view process, std::string_view suffix);
+  MapName::SharedText _beginningOfName(const std::string& process);
   void _describeFake(unsigned pid, unsigned long long address, const std::string& name,
                      MMapInfo& fake);
 
   std::map<uint32_t, std::unique_ptr<RangedItemStore>> stores_;  // key: pid
   mutable RecentlyUsed<RangedItemStore> recentStores_;
-  std::set<std::shared_ptr<const std::string>, ByText> longFakeNames_;  // how they begin
+  std::set<MapName::SharedText, ByText> fakeNames_;  // how they begin
+  MapName::SharedText recentFakeName_;
   // What was not found last: getFake() asks for it again.
   const RangedItemStore* missedIn_ = nullptr;
   uint64_t missedAddress_ = 0;

@@ -129,17 +129,26 @@ std::size_t RangedItemSequence::_ringOf(uint64_t address) const {
   return first;
 }
 
-// Without a branch that depends on the starts: a processor cannot foretell those of a sampled
-// address.
+// In each step three probes, none of which waits for another: sampled addresses are far apart, and
+// each probe waits for the memory. Without a branch that depends on the starts, which a processor
+// could not foretell.
 std::size_t RangedItemSequence::floorIndex(uint64_t address) const {
   const std::size_t ringIndex = _ringOf(address);
   const Ring& ring = rings_[ringIndex];
+  const auto isBelow = [&ring, address](std::size_t index) {
+    return static_cast<std::size_t>(ring[index].start <= address);
+  };
   std::size_t first = 0;
   std::size_t count = ring.count();
+  while (count >= 4) {
+    const std::size_t quarter = count / 4;
+    first += quarter * (isBelow(first + quarter) + isBelow(first + 2 * quarter) +
+                        isBelow(first + 3 * quarter));
+    count -= 3 * quarter;
+  }
   while (count > 1) {
-    const std::size_t half = count / 2;
-    first += half * static_cast<std::size_t>(ring[first + half].start <= address);
-    count -= half;
+    first += isBelow(first + 1);
+    --count;
   }
   return ringIndex == 0 ? first : rings_.front().count() + (ringIndex - 1) * RING_SIZE + first;
 }

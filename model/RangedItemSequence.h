@@ -105,17 +105,23 @@ class RangedItemSequence::const_iterator {
   RangedItem* operator*() const { return (*sequence_)[index_]; }
   const_iterator& operator++() {
     ++index_;
+    if (index_ + AHEAD < sequence_->size()) {
+      __builtin_prefetch((*sequence_)[index_ + AHEAD]);
+    }
     return *this;
   }
   const_iterator operator++(int) {
     const const_iterator before = *this;
-    ++index_;
+    ++*this;
     return before;
   }
   bool operator==(const const_iterator& other) const { return index_ == other.index_; }
   bool operator!=(const const_iterator& other) const { return index_ != other.index_; }
 
  private:
+  // The items lie all over the memory: without this, a walk would wait for each.
+  static constexpr std::size_t AHEAD = 8;
+
   const RangedItemSequence* sequence_ = nullptr;
   std::size_t index_ = 0;
 };

@@ -6,16 +6,17 @@
 #include <cstdint>
 #include <string_view>
 
+#include "model/Pooled.h"
 #include "model/RangedItem.h"
 
-class FunctionInfo : public RangedItem {
+class FunctionInfo : public RangedItem, public Pooled<FunctionInfo> {
  public:
   // Takes range, line number and name, which it borrows as `other` does; key and use count stay
   // this function's own.
   void copy(const FunctionInfo& other);
 
-  uint32_t lineNumber = 0;  // 0: unknown
   uint32_t refCount = 0;    // addresses of samples and back traces that resolved to this function
+  uint32_t lineNumber = 0;  // 0: unknown
   // As listed, demangled by the lister. Borrowed: see SymbolTable::keepTexts().
   std::string_view name;
 };

@@ -2,10 +2,10 @@
 // kestrel::Singleton<SourceFileStore>::Instance(). One thread only.
 #pragma once
 
-#include <functional>
-#include <map>
+#include <deque>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace kestrel {
@@ -27,8 +27,17 @@ class SourceFileStore {
   bool _functionsHaveReferences(const std::vector<FunctionInfo*>& functions) const;
 
  private:
-  using Files = std::map<std::string, std::vector<FunctionInfo*>, std::less<>>;
+  struct File {
+    std::string name;
+    std::vector<FunctionInfo*> functions;
+  };
 
-  Files files_;
-  Files::iterator latest_ = files_.end();  // a list names one file for many functions in a row
+  File& _fileOf(std::string_view name);
+  std::vector<const File*> _referencedFiles() const;  // by name
+
+  // Ordered when they are written only: a list names thousands of files, and few have a function in
+  // use.
+  std::deque<File> files_;
+  std::unordered_map<std::string_view, File*> byName_;
+  File* latest_ = nullptr;  // a list names one file for many functions in a row
 };

@@ -240,11 +240,34 @@ TEST_F(MMapStoreTest, FakesOfOneProcessShareALongName) {
   EXPECT_EQ("{" + name + "-10000}", first->name);
   EXPECT_EQ("{" + name + "-20000}", second->name);
   EXPECT_EQ("{" + name + "-interrupt}", interrupt->name);
-  EXPECT_EQ(5000u + 8u, first->name.size());
 
   MMapInfo* const other = store().getFake(7, 0x12345, name + "y");
   EXPECT_EQ("{" + name + "y-10000}", other->name);
   EXPECT_NE(first->name.shared(), other->name.shared());
+}
+
+// So that a recording with one short name and many addresses costs no more than one with a long
+// name.
+TEST_F(MMapStoreTest, FakesOfOneProcessShareAShortName) {
+  MMapInfo* const first = store().getFake(5, 0x12345, "a");
+  store().getFake(6, 0x12345, "b");
+  MMapInfo* const second = store().getFake(5, 0x22345, "a");
+  MMapInfo* const interrupt = store().getFake(5, 0xFFFF0F00, "a");
+  EXPECT_EQ(first->name.shared(), second->name.shared());
+  EXPECT_EQ(first->name.shared(), interrupt->name.shared());
+  EXPECT_EQ("{a-10000}", first->name);
+  EXPECT_EQ("{b-10000}", store().get(6, 0x12345)->name);
+  EXPECT_EQ("{a-20000}", second->name);
+  EXPECT_EQ("{a-interrupt}", interrupt->name);
+}
+
+// The name asked for before is remembered, brace and all.
+TEST_F(MMapStoreTest, FakesOfNamesThatBeginAlikeAreNamedApart) {
+  EXPECT_EQ("{app-10000}", store().getFake(5, 0x12345, "app")->name);
+  EXPECT_EQ("{ap-10000}", store().getFake(6, 0x12345, "ap")->name);
+  EXPECT_EQ("{apps-10000}", store().getFake(7, 0x12345, "apps")->name);
+  EXPECT_EQ("{{app-10000}", store().getFake(8, 0x12345, "{app")->name);
+  EXPECT_EQ("{9-10000}", store().getFake(9, 0x12345, "")->name);
 }
 
 TEST_F(MMapStoreTest, RowsOfFakesWithALongNameShowItWhole) {

@@ -115,6 +115,32 @@ TEST_F(RangedItemSequenceTest, InsertionsAnywhere) {
   expectSame();
 }
 
+TEST_F(RangedItemSequenceTest, FloorIndexAmongEveryNumberOfItemsOfARing) {
+  for (uint64_t count = 1; count <= RING; ++count) {
+    insert(count - 1, 10 * count);
+    for (uint64_t i = 0; i < count; ++i) {
+      ASSERT_EQ(sequence.floorIndex(10 * (i + 1)), i) << count;
+      ASSERT_EQ(sequence.floorIndex(10 * (i + 1) + 9), i) << count;
+    }
+    ASSERT_EQ(sequence.floorIndex(UINT64_MAX), count - 1);
+  }
+}
+
+// The walk looks ahead, but not past the end.
+TEST_F(RangedItemSequenceTest, WalkThroughEveryNumberOfItems) {
+  for (std::size_t count = 0; count <= 40; ++count) {
+    std::size_t index = 0;
+    for (auto at = sequence.begin(); at != sequence.end(); ++index) {
+      ASSERT_EQ(*(index % 2 == 0 ? at++ : at), plain[index]) << count;
+      if (index % 2 == 1) {
+        ++at;
+      }
+    }
+    ASSERT_EQ(index, count);
+    insert(count, count);
+  }
+}
+
 TEST_F(RangedItemSequenceTest, FloorIndexIsThatOfTheLastStartNotAboveTheAddress) {
   std::mt19937_64 random(2);
   for (unsigned i = 0; i < 3000; ++i) {
