@@ -238,14 +238,52 @@ void PerfRecordFileReader::parseEvents(PerfEventDataListener& listener) {
     owned = std::make_unique<PerfEventDataUnknown>(attributes_.at(0));
     undecoded = owned.get();
   }
-  auto remaining = static_cast<int64_t>(header_.data.size);
+  const auto size = static_cast<int64_t>(header_.data.size);
+  int64_t offset = 0;
+  std::size_t stretch = 0;
   records_.begin();
-  while (remaining >= 1 && _readRecord()) {
+  while (offset < size) {
+    if (leftOut_ != nullptr) {
+      offset += _leaveOut(offset, stretch);
+    }
+    if (!_readRecord()) {
+      break;
+    }
+    if (quiet_ != nullptr) {
+      quiet_->add(static_cast<uint64_t>(offset), _isQuiet());
+    }
     _deliver(undecoded, listener);
-    remaining -= records_.size();
+    offset += records_.size();
+  }
+  if (quiet_ != nullptr) {
+    quiet_->finish();
   }
   records_.end();
   listener.onClose();
+}
+
+// Passes over the stretch if it begins here. Returns its length, else 0.
+int64_t PerfRecordFileReader::_leaveOut(int64_t offset, std::size_t& stretch) {
+  const std::vector<QuietStretches::Stretch>& stretches = leftOut_->stretches();
+  if (stretch == stretches.size() || static_cast<int64_t>(stretches[stretch].begin) != offset) {
+    return 0;
+  }
+  const auto length = static_cast<int64_t>(stretches[stretch].end) - offset;
+  records_.passOver(length);
+  ++stretch;
+  return length;
+}
+
+// Of all records only COMM ones are logged.
+bool PerfRecordFileReader::_isQuiet() {
+  const auto type = static_cast<PerfEventData::Type>(records_.type());
+  return type == PerfEventData::Type::Sample ? isTimeWanted_ && _isFilteredOut(_body())
+                                             : type != PerfEventData::Type::Comm;
+}
+
+kestrel::ByteBufferViewport PerfRecordFileReader::_body() {
+  constexpr unsigned int HEADER = abi::EVENT_HEADER_SIZE;
+  return {records_.record() + HEADER, abi::LARGEST_EVENT_SIZE - HEADER, records_.size() - HEADER};
 }
 
 bool PerfRecordFileReader::_readRecord() {
@@ -263,12 +301,11 @@ bool PerfRecordFileReader::_readRecord() {
 }
 
 void PerfRecordFileReader::_deliver(PerfEventData* undecoded, PerfEventDataListener& listener) {
-  unsigned char* const record = records_.record();
-  const uint16_t size = records_.size();
   const auto type = static_cast<PerfEventData::Type>(records_.type());
   const uint16_t misc = records_.misc();
   if (undecoded != nullptr) {
-    const kestrel::ByteBufferViewport whole(record, abi::LARGEST_EVENT_SIZE, size);
+    const kestrel::ByteBufferViewport whole(records_.record(), abi::LARGEST_EVENT_SIZE,
+                                            records_.size());
     if (undecoded->parse(whole, misc)) {
       listener.onEventData(*undecoded);
     }
@@ -277,9 +314,7 @@ void PerfRecordFileReader::_deliver(PerfEventData* undecoded, PerfEventDataListe
   if (skipsSamples_ && type == PerfEventData::Type::Sample) {
     return;
   }
-  constexpr unsigned int HEADER = abi::EVENT_HEADER_SIZE;
-  const kestrel::ByteBufferViewport body(record + HEADER, abi::LARGEST_EVENT_SIZE - HEADER,
-                                         size - HEADER);
+  const kestrel::ByteBufferViewport body = _body();
   if (type == PerfEventData::Type::Sample && isTimeWanted_ && _isFilteredOut(body)) {
     return;
   }

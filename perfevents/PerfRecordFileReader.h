@@ -16,6 +16,7 @@
 #include "perfevents/PerfAbi.h"
 #include "perfevents/PerfEventDataStore.h"
 #include "perfevents/PerfOutputReader.h"
+#include "perfevents/QuietStretches.h"
 #include "perfevents/RecordStream.h"
 
 namespace perfevents {
@@ -60,6 +61,11 @@ class PerfRecordFileReader : public PerfOutputReader {
   // Leaves out samples whose time, in nanoseconds, is not wanted, and does not decode them. Layouts
   // without a time are delivered whole.
   void filterSamples(std::function<bool(uint64_t)> isTimeWanted);
+  // Has the next walk note the stretches that a later one, of the same file and with the same
+  // filter, may leave out. Without a filter there are none. Borrows the stretches for the walk.
+  void noteQuietStretches(QuietStretches& stretches) { quiet_ = &stretches; }
+  // Has the next walk leave out stretches that an earlier one has noted. Borrows them for the walk.
+  void leaveOut(const QuietStretches& stretches) { leftOut_ = &stretches; }
 
   const boost::ptr_vector<PerfEventAttribute>& getAttributes() const override {
     return attributes_;
@@ -87,6 +93,9 @@ class PerfRecordFileReader : public PerfOutputReader {
   void _checkSection(const PerfFileSection& section, const char* message) const;
   void _setAttributeVersion();
   std::vector<uint64_t> _readIds(const PerfFileSection& section, uint64_t mostIds);
+  int64_t _leaveOut(int64_t offset, std::size_t& stretch);
+  bool _isQuiet();
+  kestrel::ByteBufferViewport _body();  // of the record in hand
   bool _readRecord();
   bool _isFilteredOut(const kestrel::ByteBufferViewport& sample) const;
   void _deliver(PerfEventData* undecoded, PerfEventDataListener& listener);
@@ -100,6 +109,8 @@ class PerfRecordFileReader : public PerfOutputReader {
   bool skipsSamples_ = false;
   std::function<bool(uint64_t)> isTimeWanted_;  // empty: every time is
   std::size_t timeOffset_ = 0;                  // in a sample's body
+  QuietStretches* quiet_ = nullptr;             // to be noted
+  const QuietStretches* leftOut_ = nullptr;
   std::streampos fileSize_ = 0;
   int attributeVersion_ = 0;
   std::string noName_;

@@ -46,6 +46,21 @@ bool RecordStream::_provide(std::size_t bytes) {
   return filledTo_ >= bytes;
 }
 
+void RecordStream::passOver(std::streamoff bytes) {
+  const std::streamoff left = static_cast<std::streamoff>(filledTo_ - nextAt_);
+  if (bytes <= left) {
+    nextAt_ += static_cast<std::size_t>(bytes);
+    return;
+  }
+  _keepHeader();
+  blockStart_ += static_cast<std::streamoff>(nextAt_) + bytes;
+  recordAt_ = 0;
+  nextAt_ = 0;
+  filledTo_ = 0;
+  stream_.clear();  // the block may have reached the end of the file
+  stream_.seekg(blockStart_);
+}
+
 RecordStream::Outcome RecordStream::_nextAcrossBlocks() {
   _keepHeader();
   isCutOff_ = !_provide(header_.size());

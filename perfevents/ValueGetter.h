@@ -41,6 +41,8 @@ class ValueGetter {
   virtual uint64_t measure(const unsigned char* data, std::size_t left) const = 0;
   // Whether the stretch always has its minimum size.
   virtual bool isFixedSize() const { return false; }
+  // Where the stretch is copied to as it stands; null when it is not.
+  virtual unsigned char* plainTarget() const { return nullptr; }
 };
 
 // A getter whose stretch always has the same length.
@@ -60,6 +62,9 @@ class TypedValueGetter : public FixedSizeGetter<sizeof(T)> {
   uint32_t operator()(const unsigned char* data) override {
     std::memcpy(destination_, data, sizeof(T));
     return sizeof(T);
+  }
+  unsigned char* plainTarget() const override {
+    return reinterpret_cast<unsigned char*>(destination_);
   }
 
  private:
