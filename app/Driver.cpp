@@ -220,7 +220,10 @@ bool Driver::_writeDocument() {
     const PerfInputRunnerPass1 pass1(&input_, &timeConverter_, &writer);
     input_.clear();  // pass 1 may have left an end of file behind
     input_.seekg(0);
-    const PerfInputRunnerPass2 pass2(&input_, &timeConverter_, &writer);
+    const PerfInputRunnerPass2 pass2(
+        &input_, &timeConverter_, &writer,
+        outputName_ ? SampleRowWriter::Mode::InBackground : SampleRowWriter::Mode::AtOnce,
+        pass1.quietStretches());
     _writeTables(writer);
   } catch (const std::exception& problem) {
     reserve_.reset();

@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "perfevents/PerfEventDataListener.h"
+#include "perfevents/QuietStretches.h"
 
 namespace kestrel {
 class JsomWriter;
@@ -22,4 +23,10 @@ class PerfInputRunnerPass1 : public perfevents::PerfEventDataListener {
 
   void onEventData(const perfevents::PerfEventData& record) override;
   void onClose() override {}
+
+  // What the second pass may leave out, where there is a time window.
+  const perfevents::QuietStretches& quietStretches() const { return quietStretches_; }
+
+ private:
+  perfevents::QuietStretches quietStretches_;
 };

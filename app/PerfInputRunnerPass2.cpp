@@ -1,5 +1,6 @@
 #include "app/PerfInputRunnerPass2.h"
 
+#include "app/TimeFilter.h"
 #include "kestrel/TimeConverter.h"
 #include "kestrel/log/Logger.h"
 #include "perfevents/PerfEventDataSample.h"
@@ -9,12 +10,6 @@ using perfevents::PerfEventData;
 
 namespace {
 
-constexpr double NANOSECONDS_PER_SECOND = 1e9;
-
-double _secondsOf(uint64_t nanoseconds) {
-  return static_cast<double>(nanoseconds) / NANOSECONDS_PER_SECOND;
-}
-
 kestrel::Logger& _log() {
   static kestrel::Logger* const logger = kestrel::Logger::getLogger("PerfInputRunnerPass2");
   return *logger;
@@ -23,15 +18,16 @@ kestrel::Logger& _log() {
 }  // namespace
 
 PerfInputRunnerPass2::PerfInputRunnerPass2(std::ifstream* input, kestrel::TimeConverter* converter,
-                                           kestrel::JsomWriter* writer)
-    : converter_(converter), writer_(writer) {
+                                           kestrel::JsomWriter* writer, SampleRowWriter::Mode mode,
+                                           const perfevents::QuietStretches& leftOut)
+    : sampleWriter_(mode), converter_(converter), writer_(writer) {
   _log();
   sampleWriter_.writeHeader(*writer_);
   try {
     perfevents::PerfRecordFileReader reader(*input, true);
-    if (converter_->hasWindow()) {
-      reader.filterSamples(
-          [this](uint64_t time) { return converter_->isInside(_secondsOf(time)); });
+    if (const auto isTimeWanted = timeFilter(*converter_)) {
+      reader.filterSamples(isTimeWanted);
+      reader.leaveOut(leftOut);
     }
     reader.parseEvents(*this);
   } catch (const std::ios_base::failure& failure) {
@@ -47,7 +43,7 @@ void PerfInputRunnerPass2::onEventData(const PerfEventData& record) {
     return;
   }
   const auto& sample = static_cast<const perfevents::PerfEventDataSample&>(record);
-  const double dataTime = _secondsOf(sample.time());
+  const double dataTime = secondsOf(sample.time());
   double clockTime = 0.0;
   if (!converter_->nextTimestamp(dataTime, clockTime)) {
     return;

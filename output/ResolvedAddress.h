@@ -25,15 +25,11 @@ struct ResolvedAddress {
     }
   }
 
-  static constexpr std::size_t TEXT_BYTES = 31;  // an address of 20 digits, a comma, a key of 10
-
   uint64_t address = 0;
   uint32_t pid = 0;
   uint32_t generation = 0;  // of the process's maps, when this was found
   MMapInfo* map = nullptr;  // null: no answer
   FunctionInfo* function = nullptr;
-  char text[TEXT_BYTES] = {};  // "address,key"
-  uint8_t length = 0;          // of the text; 0 when it is too long to be kept
 };
 
 class AddressCache {

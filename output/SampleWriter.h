@@ -4,15 +4,14 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
 #include "output/ResolvedAddress.h"
 #include "output/SampleInfo.h"
+#include "output/SampleRowWriter.h"
 
 namespace kestrel {
 class JsomWriter;
 }
-struct PerfSettings;
 struct ThreadInfo;
 class MMapStore;
 class RangedItem;
@@ -21,7 +20,7 @@ class ThreadStore;
 
 class SampleWriter {
  public:
-  SampleWriter();
+  explicit SampleWriter(SampleRowWriter::Mode mode = SampleRowWriter::Mode::AtOnce);
   virtual ~SampleWriter() = default;
 
   // Opens the table in the writer's open object; its "data" array stays open for the rows.
@@ -36,21 +35,13 @@ class SampleWriter {
   RangedItem* _getMemMap(ThreadInfo* thread, unsigned long long address) const;
 
  private:
-  class Row;
+  SampleRow::Place _placeOf(ThreadInfo* thread, uint64_t address) const;
 
-  // As _getMemMap(). Flushes the row in hand, if any, before a symbol table is made, which is
-  // logged. Valid until the next call.
-  ResolvedAddress& _resolve(ThreadInfo* thread, uint64_t address, Row* row) const;
-  void _writeValues(kestrel::JsomWriter& writer, const SampleInfo& sample,
-                    ThreadInfo* thread) const;
-  void _writeRow(kestrel::JsomWriter& writer, const SampleInfo& sample, ThreadInfo* thread) const;
-
-  PerfSettings* settings_;
   ThreadStore* threads_;
   MMapStore* maps_;
   SymbolTableStore* symbolTables_;
   mutable uint32_t sampleCount_ = 0;
   mutable AddressCache cache_;
-  mutable ResolvedAddress uncached_;   // the answer that is not kept
-  mutable std::vector<char> rowText_;  // one row, reused
+  mutable ResolvedAddress uncached_;  // the answer that is not kept
+  mutable SampleRowWriter rows_;
 };

@@ -165,3 +165,16 @@ TEST(GoldenRecordTest, AttributeRevisionsAreNamed) {
   EXPECT_THAT(lines(104), ElementsAre(newer, newer));
   EXPECT_THAT(lines(65536), ElementsAre(newer, newer));
 }
+
+// Thousands of rows are written by a thread of their own, which is nobody's business.
+TEST(GoldenRecordTest, LogIsTheSameHoweverManySamplesThereAre) {
+  const auto logOf = [](unsigned samples) {
+    PerfFileBuilder recording = recordingOf(IP_TID_TIME_CPU);
+    recording.mmap(1, 1, 0x8000, 0x1000, 0, "/bin/missing");
+    for (unsigned i = 0; i < samples; ++i) {
+      recording.sample(at(SECOND + i, 0x8000 + i % 16, 1, 1));
+    }
+    return Conversion(recording).run().log;
+  };
+  EXPECT_EQ(logOf(10), logOf(5000));
+}

@@ -60,7 +60,7 @@ RandomRecording::RandomRecording(unsigned seed, const RecordingShape& shape,
     if (i * maps.size() / shape_.samples < (i + 1) * maps.size() / shape_.samples) {
       events_.push_back(maps[i * maps.size() / shape_.samples]);
     }
-    if (_oneIn(shape_.samples / 40 + 1)) {
+    if (_oneIn(shape_.samples / shape_.names + 1)) {
       events_.emplace_back(CommEvent{_id(), _id(), _text(_oneIn(5) ? 60 : 3)});
     }
     events_.emplace_back(_sample());

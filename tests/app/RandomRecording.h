@@ -35,6 +35,7 @@ struct RecordingShape {
   unsigned longestChain = 20;
   unsigned places = 600;  // distinct addresses, besides the edges of maps
   unsigned processes = 9;
+  unsigned names = 40;  // about so many names are given, all over the recording
 };
 
 class RandomRecording {

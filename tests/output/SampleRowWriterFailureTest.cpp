@@ -1,0 +1,127 @@
+// What becomes of the rows when their stream fails: nothing waits forever, and what stands is a
+// beginning of what should.
+#include <ios>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "kestrel/json/JsomWriter.h"
+#include "output/SampleRowWriter.h"
+#include "tests/output/PlainRows.h"
+#include "tests/output/RowStreams.h"
+
+namespace {
+
+using Mode = SampleRowWriter::Mode;
+
+}  // namespace
+
+TEST(SampleRowWriterFailureTest, StreamThatTurnsBadHalfwayHasTheFirstHalf) {
+  const std::vector<PlainRow> plains = manyRows(MORE_THAN_ALL_BATCHES);
+  const std::string text = plainText(plains, PRECISION);
+  for (const Mode mode : {Mode::AtOnce, Mode::InBackground}) {
+    FullBuffer buffer(text.size() / 2);
+    std::ostream out(&buffer);
+    kestrel::JsomWriter writer(&out);
+    writer.startArray();
+    SampleRowWriter rows(mode, PRECISION);
+    giveAll(rows, writer, plains);
+    rows.finish();
+    EXPECT_TRUE(out.bad());
+    EXPECT_TRUE(buffer.text() == text.substr(0, text.size() / 2));
+  }
+}
+
+TEST(SampleRowWriterFailureTest, WhoeverWaitsForAStreamGetsItsFailure) {
+  const std::vector<PlainRow> plains = manyRows(MORE_THAN_ALL_BATCHES);
+  TrapBuffer buffer;
+  std::ostream out(&buffer);
+  out.exceptions(std::ios_base::badbit);
+  kestrel::JsomWriter writer(&out);
+  writer.startArray();
+  buffer.shut();
+  {
+    SampleRowWriter rows(Mode::InBackground, PRECISION);
+    Giver giver(rows, writer, plains);
+    giver.awaitStandstill();
+    buffer.open();
+    EXPECT_EQ(giver.await(), "the buffer was a trap");
+  }
+  EXPECT_EQ(buffer.text(), "[");
+}
+
+// The failure comes while rows are still given: an end() throws it, and whoever gives rows leaves.
+TEST(SampleRowWriterFailureTest, FailureReachesWhoeverGivesRows) {
+  const std::vector<PlainRow> plains = manyRows(2 * MORE_THAN_ALL_BATCHES);
+  const std::string text = plainText(plains, PRECISION);
+  ThrowingBuffer buffer(text.size() / 4);
+  std::ostream out(&buffer);
+  out.exceptions(std::ios_base::badbit);
+  kestrel::JsomWriter writer(&out);
+  writer.startArray();
+  {
+    SampleRowWriter rows(Mode::InBackground, PRECISION);
+    EXPECT_EQ(problemOf([&] { giveAll(rows, writer, plains); }), "the buffer has had enough");
+  }
+  EXPECT_GE(buffer.text().size(), text.size() / 4);
+  EXPECT_EQ(buffer.text().back(), ']');
+  EXPECT_TRUE(buffer.text() == text.substr(0, buffer.text().size()));
+}
+
+// Neither finish() nor the destruction writes the rows behind those that are missing.
+TEST(SampleRowWriterFailureTest, FailureAfterTheLastRowReachesFinish) {
+  const std::vector<PlainRow> plains = manyRows(5 * ROWS_IN_BATCH + 5);
+  ThrowingBuffer buffer(1000);
+  std::ostream out(&buffer);
+  out.exceptions(std::ios_base::badbit);
+  kestrel::JsomWriter writer(&out);
+  writer.startArray();
+  buffer.shut();
+  {
+    SampleRowWriter rows(Mode::InBackground, PRECISION);
+    giveAll(rows, writer, plains);
+    buffer.open();
+    EXPECT_EQ(problemOf([&] { rows.finish(); }), "the buffer has had enough");
+  }
+  EXPECT_GE(buffer.text().size(), 1000U);
+  EXPECT_EQ(buffer.text().back(), ']');
+  EXPECT_TRUE(buffer.text() == plainText(plains, PRECISION).substr(0, buffer.text().size()));
+}
+
+TEST(SampleRowWriterFailureTest, FailureOfADestructionIsLost) {
+  ThrowingBuffer buffer(1000);
+  std::ostream out(&buffer);
+  out.exceptions(std::ios_base::badbit);
+  kestrel::JsomWriter writer(&out);
+  writer.startArray();
+  buffer.shut();
+  {
+    SampleRowWriter rows(Mode::InBackground, PRECISION);
+    giveAll(rows, writer, manyRows(5 * ROWS_IN_BATCH));
+    buffer.open();
+  }
+  EXPECT_GE(buffer.text().size(), 1000U);
+}
+
+TEST(SampleRowWriterFailureTest, StreamThatThrowsWhenItTurnsBadStopsTheRows) {
+  const std::vector<PlainRow> plains = manyRows(MORE_THAN_ALL_BATCHES);
+  const std::string text = plainText(plains, PRECISION);
+  for (const Mode mode : {Mode::AtOnce, Mode::InBackground}) {
+    FullBuffer buffer(text.size() / 3);
+    std::ostream out(&buffer);
+    out.exceptions(std::ios_base::badbit);
+    kestrel::JsomWriter writer(&out);
+    writer.startArray();
+    {
+      SampleRowWriter rows(mode, PRECISION);
+      const auto giveThem = [&] {
+        giveAll(rows, writer, plains);
+        rows.finish();
+      };
+      EXPECT_THROW(giveThem(), std::ios_base::failure);
+    }
+    EXPECT_TRUE(buffer.text() == text.substr(0, text.size() / 3));
+  }
+}
