@@ -1,7 +1,7 @@
 // The name of a memory map. Maps that are made up for addresses of one process have names that
 // begin with that of the process. A recording can hold one long name and an address every few
-// bytes, so such names share their beginning and make the rest when it is asked for; everything else
-// is a plain text.
+// bytes, so such names share their beginning and make the rest when it is asked for; everything
+// else is a plain text.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 // The text of rows of the "samples" table. Hands each row to the writer as one text where no forced
-// line break can fall inside it: handing over every value costs several times as much. One thread at
-// a time.
+// line break can fall inside it: handing over every value costs several times as much. One thread
+// at a time.
 #pragma once
 
 #include <vector>

@@ -110,7 +110,8 @@ void SampleRowWriter::_rethrowFailure() {
   }
 }
 
-// Writes batches in their order until there are no more to come. After a failure it only takes them.
+// Writes batches in their order until there are no more to come. After a failure it only takes
+// them.
 void SampleRowWriter::_runBackground() {
   kestrel::ScopedLock guard(lock_);
   bool hasFailed = false;

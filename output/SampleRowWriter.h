@@ -1,6 +1,6 @@
-// Takes the rows of the "samples" table and sees to it that they are written: each one as soon as it
-// is complete, or many at a time in the background, while the next ones are made. One thread gives
-// the rows; it leaves the writer alone until finish().
+// Takes the rows of the "samples" table and sees to it that they are written: each one as soon as
+// it is complete, or many at a time in the background, while the next ones are made. One thread
+// gives the rows; it leaves the writer alone until finish().
 #pragma once
 
 #include <cstddef>
@@ -74,12 +74,13 @@ class SampleRowWriter {
   void _rethrowFailure() REQUIRES(lock_);
 
   const Mode mode_;
-  SampleRowText text_;                     // of whoever writes
-  kestrel::JsomWriter* writer_ = nullptr;  // likewise
-  std::unique_ptr<SampleRowBatch> batch_ = std::make_unique<SampleRowBatch>();  // being filled
-  bool isPartlyWritten_ = false;   // the row in hand
-  // Not one of a thread group: those log what they do, and a log must not depend on how many samples
-  // there are.
+  SampleRowText text_;  // of whoever writes, like the writer
+  kestrel::JsomWriter* writer_ = nullptr;
+  bool isPartlyWritten_ = false;  // the row in hand
+  std::unique_ptr<SampleRowBatch> batch_ = std::make_unique<SampleRowBatch>();
+
+  // Not one of a thread group: those log what they do, and a log must not depend on how many
+  // samples there are.
   std::thread background_;
 
   kestrel::Lock lock_;

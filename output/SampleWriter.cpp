@@ -12,8 +12,7 @@ SampleWriter::SampleWriter(SampleRowWriter::Mode mode)
     : threads_(kestrel::Singleton<ThreadStore>::Instance()),
       maps_(kestrel::Singleton<MMapStore>::Instance()),
       symbolTables_(kestrel::Singleton<SymbolTableStore>::Instance()),
-      rows_(mode,
-            static_cast<int>(kestrel::Singleton<PerfSettings>::Instance()->timePrecision)) {
+      rows_(mode, static_cast<int>(kestrel::Singleton<PerfSettings>::Instance()->timePrecision)) {
   kestrel::Logger::getLogger("SampleWriter");
 }
 

@@ -1,7 +1,7 @@
 // Where a recording has nothing to say: the stretches of its data section in which a second walk
-// would find neither a sample that is wanted nor a record that is logged. A narrow time window leaves
-// out most of a recording this way, and need not read it again. Offsets are bytes from the start of
-// the data section. One thread only.
+// would find neither a sample that is wanted nor a record that is logged. A narrow time window
+// leaves out most of a recording this way, and need not read it again. Offsets are bytes from the
+// start of the data section. One thread only.
 #pragma once
 
 #include <cstdint>
