@@ -69,7 +69,7 @@ bool SampleRowWriter::_isBackgroundThere() {
     }
   }
   try {
-    background_ = std::thread(&SampleRowWriter::_runBackground, this);
+    background_ = std::thread(&SampleRowWriter::_runBackground, this, writer_);
   } catch (const std::system_error&) {
     return false;
   }
@@ -112,7 +112,7 @@ void SampleRowWriter::_rethrowFailure() {
 
 // Writes batches in their order until there are no more to come. After a failure it only takes
 // them.
-void SampleRowWriter::_runBackground() {
+void SampleRowWriter::_runBackground(kestrel::JsomWriter* writer) {
   kestrel::ScopedLock guard(lock_);
   bool hasFailed = false;
   while (!isEnding_ || !filled_.empty()) {
@@ -128,7 +128,7 @@ void SampleRowWriter::_runBackground() {
     std::exception_ptr failure;
     try {
       if (!hasFailed) {
-        text_.write(*writer_, *batch);
+        text_.write(*writer, *batch);
       }
     } catch (...) {
       failure = std::current_exception();

@@ -66,7 +66,7 @@ class SampleRowWriter {
   // The background is woken for some of them at a time: waking it is not free.
   static constexpr std::size_t WORTH_WAKING = 4;
 
-  void _runBackground();
+  void _runBackground(kestrel::JsomWriter* writer);
   void _submit();
   bool _isBackgroundThere();
   std::unique_ptr<SampleRowBatch> _emptyBatch() REQUIRES(lock_);
@@ -74,9 +74,9 @@ class SampleRowWriter {
   void _rethrowFailure() REQUIRES(lock_);
 
   const Mode mode_;
-  SampleRowText text_;  // of whoever writes, like the writer
-  kestrel::JsomWriter* writer_ = nullptr;
-  bool isPartlyWritten_ = false;  // the row in hand
+  SampleRowText text_;                     // the background's while it runs
+  kestrel::JsomWriter* writer_ = nullptr;  // given to the background when it begins
+  bool isPartlyWritten_ = false;           // the row in hand
   std::unique_ptr<SampleRowBatch> batch_ = std::make_unique<SampleRowBatch>();
 
   // Not one of a thread group: those log what they do, and a log must not depend on how many
