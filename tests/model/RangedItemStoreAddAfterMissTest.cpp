@@ -189,12 +189,12 @@ TEST_F(RangedItemStoreAddAfterMissTest, TheLastAddress) {
 TEST_F(RangedItemStoreAddAfterMissTest, RandomQuestionsAndItems) {
   unsigned misses = 0;
   unsigned answers = 0;
-  for (unsigned seed = 0; seed < 60; ++seed) {
+  for (unsigned seed = 0; seed < 30; ++seed) {
     std::mt19937 random(seed);
     RangedItemStore owner(true);
     PlainStore plain;
     const unsigned places = seed % 3 == 0 ? 60 : 5000;
-    for (int round = 0; round < 250; ++round) {
+    for (int round = 0; round < 160; ++round) {
       const uint64_t address = random() % places;
       const RangedItem* const expected = plain.soleFloorOf(address);
       const RangedItem* const found = owner.findRangedItem(address);
