@@ -336,7 +336,9 @@ TEST_F(PerfRecordFileReaderWindowTest, StretchesAreNotReadAgain) {
   ASSERT_EQ(stretches.size(), 2U);
   std::string bytes = builder.bytes();
   for (const auto& [begin, end] : stretches) {
-    bytes.replace(builder.dataOffset() + begin, end - begin, std::string(end - begin, '\0'));
+    const auto length = static_cast<std::size_t>(end - begin);
+    const auto at = static_cast<std::size_t>(builder.dataOffset() + begin);
+    bytes.replace(at, length, length, '\0');
   }
   stream_ = std::ifstream(folder_.write("perf.data", bytes), std::ios::in | std::ios::binary);
   const Seen seen = secondWalk(15000, 20000, noted_);
