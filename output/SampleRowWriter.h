@@ -24,7 +24,7 @@ class SampleRowWriter {
     // For a document that goes where log lines may go, too: what is logged between two rows, or
     // between two values of a row, stands there.
     AtOnce,
-    // A quarter of the time of a conversion less, where there is a second processor.
+    // A fifth of the time of a conversion less, where there is a second processor.
     InBackground,
   };
 
