@@ -7,20 +7,10 @@
 #include "symbols/FunctionInfo.h"
 
 void SourceFileStore::add(std::string_view file, FunctionInfo* function) {
-  if (latest_ == nullptr || latest_->name != file) {
-    latest_ = &_fileOf(file);
+  if (runs_.empty() || runs_.back().file != file) {
+    runs_.push_back({std::string(file), {}});
   }
-  latest_->functions.push_back(function);
-}
-
-SourceFileStore::File& SourceFileStore::_fileOf(std::string_view name) {
-  const auto known = byName_.find(name);
-  if (known != byName_.end()) {
-    return *known->second;
-  }
-  File& file = files_.emplace_back(File{std::string(name), {}});
-  byName_.emplace(file.name, &file);
-  return file;
+  runs_.back().functions.push_back(function);
 }
 
 bool SourceFileStore::_functionsHaveReferences(const std::vector<FunctionInfo*>& functions) const {
@@ -28,16 +18,30 @@ bool SourceFileStore::_functionsHaveReferences(const std::vector<FunctionInfo*>&
                      [](const FunctionInfo* function) { return function->refCount != 0; });
 }
 
-std::vector<const SourceFileStore::File*> SourceFileStore::_referencedFiles() const {
-  std::vector<const File*> files;
-  for (const File& file : files_) {
-    if (!file.name.empty() && _functionsHaveReferences(file.functions)) {
-      files.push_back(&file);
+// In the order of their names, those of one file in the order in which they came. Without `all`
+// only those with a function in use.
+std::vector<const SourceFileStore::Run*> SourceFileStore::_runsByFile(bool all) const {
+  std::vector<const Run*> runs;
+  for (const Run& run : runs_) {
+    if (!run.file.empty() && (all || _functionsHaveReferences(run.functions))) {
+      runs.push_back(&run);
     }
   }
-  std::sort(files.begin(), files.end(),
-            [](const File* one, const File* other) { return one->name < other->name; });
-  return files;
+  std::stable_sort(runs.begin(), runs.end(),
+                   [](const Run* one, const Run* other) { return one->file < other->file; });
+  return runs;
+}
+
+void SourceFileStore::_writeFunctions(kestrel::JsomWriter& writer,
+                                      const std::vector<FunctionInfo*>& functions, bool writeAll) {
+  for (const FunctionInfo* const function : functions) {
+    if (writeAll || function->refCount != 0) {
+      writer.startArray();
+      writer.appendUnsignedLong(function->key);
+      writer.appendUnsignedInt(function->lineNumber);
+      writer.endArray();
+    }
+  }
 }
 
 void SourceFileStore::writeLegacyJsonObject(kestrel::JsomWriter& writer, bool writeAll) const {
@@ -48,21 +52,23 @@ void SourceFileStore::writeLegacyJsonObject(kestrel::JsomWriter& writer, bool wr
                      {"symbols.ref", "ref to symbol using this file"},
                      {"symbols.linenum", "ref to line number"}});
   unsigned int key = 0;
-  for (const File* const file : _referencedFiles()) {
-    writer.startArray();
-    writer.appendUnsignedInt(++key);
-    writer.appendString(file->name, false);
-    writer.startArray();
-    for (const FunctionInfo* const function : file->functions) {
-      if (writeAll || function->refCount != 0) {
-        writer.startArray();
-        writer.appendUnsignedLong(function->key);
-        writer.appendUnsignedInt(function->lineNumber);
-        writer.endArray();
+  const std::vector<const Run*> runs = _runsByFile(writeAll);
+  for (auto first = runs.begin(); first != runs.end();) {
+    const auto last = std::find_if(first, runs.end(),
+                                   [&](const Run* run) { return run->file != (*first)->file; });
+    if (std::any_of(first, last,
+                    [&](const Run* run) { return _functionsHaveReferences(run->functions); })) {
+      writer.startArray();
+      writer.appendUnsignedInt(++key);
+      writer.appendString((*first)->file, false);
+      writer.startArray();
+      for (; first != last; ++first) {
+        _writeFunctions(writer, (*first)->functions, writeAll);
       }
+      writer.endArray();
+      writer.endArray();
     }
-    writer.endArray();
-    writer.endArray();
+    first = last;
   }
   closeDocumentTable(writer);
 }

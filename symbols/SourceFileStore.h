@@ -5,7 +5,6 @@
 #include <deque>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace kestrel {
@@ -27,17 +26,17 @@ class SourceFileStore {
   bool _functionsHaveReferences(const std::vector<FunctionInfo*>& functions) const;
 
  private:
-  struct File {
-    std::string name;
+  // Functions of one file that were added one after the other.
+  struct Run {
+    std::string file;
     std::vector<FunctionInfo*> functions;
   };
 
-  File& _fileOf(std::string_view name);
-  std::vector<const File*> _referencedFiles() const;  // by name
+  std::vector<const Run*> _runsByFile(bool all) const;
+  static void _writeFunctions(kestrel::JsomWriter& writer,
+                              const std::vector<FunctionInfo*>& functions, bool writeAll);
 
-  // Ordered when they are written only: a list names thousands of files, and few have a function in
-  // use.
-  std::deque<File> files_;
-  std::unordered_map<std::string_view, File*> byName_;
-  File* latest_ = nullptr;  // a list names one file for many functions in a row
+  // Ordered, and those of one file joined, only when they are written: a list names thousands of
+  // files, each for many functions in a row, and few have a function in use.
+  std::deque<Run> runs_;
 };

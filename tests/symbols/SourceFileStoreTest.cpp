@@ -80,6 +80,16 @@ TEST_F(SourceFileStoreTest, FilesAreNumberedFromOneInTheByteOrderOfTheirNames) {
             rows(false));
 }
 
+TEST_F(SourceFileStoreTest, FunctionsOfAFileThatIsNamedAgainJoinTheFirstOnes) {
+  functions[3].refCount = 1;
+  store.add("/src/b.c", &functions[2]);
+  store.add("/src/a.c", &functions[0]);
+  store.add("/src/b.c", &functions[3]);
+  store.add("/src/b.c", &functions[1]);
+  EXPECT_EQ(table(R"([1,"/src/b.c",[[3,0]]])"), rows(false));
+  EXPECT_EQ(table(R"([1,"/src/b.c",[[2,0],[3,0],[1,0]]])"), rows(true));
+}
+
 TEST_F(SourceFileStoreTest, SkippedFilesTakeNoNumber) {
   functions[1].refCount = 1;
   functions[2].refCount = 1;
