@@ -94,6 +94,7 @@ class Comparison:
         self.readable_names = demangled(names)
         self.libraries = [library_name(place.library) for place in perf.places]
         self.document_places: dict[int, DocumentPlace] = {}
+        self.interrupts: dict[int, bool] = {}
         self.namings: dict[tuple[int, int], tuple[bool | None, Naming]] = {}
 
     def document_place(self, key: int) -> DocumentPlace:
@@ -103,6 +104,13 @@ class Comparison:
             place = DocumentPlace(place.function, library_name(place.library))
             self.document_places[key] = place
         return place
+
+    def is_interrupt(self, key: int) -> bool:
+        """Whether a mapkey is that of a mark in a chain, which is no address."""
+        known = self.interrupts.get(key)
+        if known is None:
+            known = self.interrupts[key] = INTERRUPTS.fullmatch(self.document_place(key).library) is not None
+        return known
 
     def is_kernel(self, place: int, ip: int = 0) -> bool:
         library = self.libraries[place]
@@ -213,43 +221,45 @@ def compare(perf: PerfSamples, document: Document, rows: DocumentSamples, matche
     for (is_kernel, place, key), times in places.items():
         comparison.count(agreement.samples[SIDES[is_kernel]], agreement.differences, place, key, times, "sample")
     most = max((len(chain) for chain in rows.chains), default=0) if most_entries is None else most_entries
+    entries: Counter[tuple[int | None, int | None]] = Counter()
     for (own, theirs, ours), times in chains.items():
-        _compare_chains(comparison, agreement, perf.chains[theirs], own, rows.chains[ours],
-                        rows.begins_with_ip, most, times)
+        for pair in _chain_pairs(comparison, perf.chains[theirs], own, rows.chains[ours], rows.begins_with_ip, most):
+            entries[pair] += times
+    for (entry, shown_key), times in entries.items():
+        _count_entry(comparison, agreement, entry, shown_key, times)
     return agreement
 
 
-def _compare_chains(comparison: Comparison, agreement: Agreement, theirs: tuple[int, ...], own: int,
-                    ours: tuple[int, ...], begins_with_ip: bool, most: int, times: int) -> None:
-    def library_of(entry: int) -> str:
-        return comparison.document_place(entry >> LOW_BITS).library
-
-    def is_made_up(entry: int) -> bool:
-        return MADE_UP_NAMES.fullmatch(library_of(entry)) is not None
-
+def _chain_pairs(comparison: Comparison, theirs: tuple[int, ...], own: int, ours: tuple[int, ...], begins_with_ip: bool,
+                 most: int) -> list[tuple[int | None, int | None]]:
+    """What perf's entries are called (a place), and what the document's are (a mapkey)."""
     is_cut = len(ours) >= most
     if theirs and theirs[0] == own:
         theirs = theirs[1:]
     if begins_with_ip and ours and (ours[0] ^ own) & LOW_MASK == 0:
         ours = ours[1:]
-    ours = tuple(entry for entry in ours if not INTERRUPTS.fullmatch(library_of(entry)))
+    ours = tuple([entry for entry in ours if not comparison.is_interrupt(entry >> LOW_BITS)])
+    if len(theirs) == len(ours) and not any([(mine ^ other) & LOW_MASK for mine, other in zip(theirs, ours)]):
+        return [(mine >> LOW_BITS, other >> LOW_BITS) for mine, other in zip(theirs, ours)]
     pairs = list(aligned(theirs, ours))
     if is_cut:
         # What perf has behind the last entry that the document had room for.
         while pairs and pairs[-1][1] is None:
             pairs.pop()
-    for mine, other in pairs:
-        if mine is None:
-            assert other is not None
-            if not is_made_up(other):
-                agreement.entries_left += times
-            continue
-        place = mine >> LOW_BITS
-        if comparison.libraries[place] == UNKNOWN and (other is None or is_made_up(other)):
-            continue  # no address of code, and known for none
-        tally = agreement.entries[SIDES[comparison.is_kernel(place)]]
-        tally.total += times
-        if other is None:
-            agreement.differences[comparison.lost(place, "entry")] += times
-        else:
-            comparison.count(tally, agreement.differences, place, other >> LOW_BITS, times, "entry")
+    return [(None if mine is None else mine >> LOW_BITS, None if other is None else other >> LOW_BITS)
+            for mine, other in pairs]
+
+
+def _count_entry(comparison: Comparison, agreement: Agreement, place: int | None, key: int | None, times: int) -> None:
+    is_made_up = key is not None and MADE_UP_NAMES.fullmatch(comparison.document_place(key).library) is not None
+    if place is None:
+        agreement.entries_left += 0 if is_made_up else times
+        return
+    if comparison.libraries[place] == UNKNOWN and (key is None or is_made_up):
+        return  # no address of code, and known for none
+    tally = agreement.entries[SIDES[comparison.is_kernel(place)]]
+    tally.total += times
+    if key is None:
+        agreement.differences[comparison.lost(place, "entry")] += times
+    else:
+        comparison.count(tally, agreement.differences, place, key, times, "entry")

@@ -168,6 +168,7 @@ class PerfScript:
 
     def _read_chains(self, samples: PerfSamples, places: _Places, wanted: list[bool]) -> None:
         chains: dict[tuple[int, ...], int] = {(): 0}
+        entries: dict[str, int] = {}  # of whole lines
         count = -1  # of the samples so far, less one
         chain: list[int] = []
 
@@ -177,8 +178,11 @@ class PerfScript:
 
         for line in _lines(self._command("tid,ip,sym,dso")):
             if line[0] == "\t":
-                address, _, text = line.strip().partition(" ")
-                chain.append(places.number(text) << LOW_BITS | (int(address, 16) & LOW_MASK))
+                entry = entries.get(line)
+                if entry is None:
+                    address, _, text = line.strip().partition(" ")
+                    entry = entries[line] = places.number(text) << LOW_BITS | (int(address, 16) & LOW_MASK)
+                chain.append(entry)
             elif not line.isspace():
                 keep()
                 chain.clear()
