@@ -18,6 +18,9 @@ ANONYMOUS = "anonymous memory"
 MODULE_FILE = re.compile(r".*/([^/]+)\.ko(\.(gz|xz|zst))?")
 KERNEL_NAMES = re.compile(r"\[kernel[.\]].*|\[guest\.kernel\.kallsyms.*|.*/vmlinu[xz][^/]*")
 ANONYMOUS_NAMES = re.compile(r"/tmp/perf-\d+\.map|//anon|\[anon(:.*)?\]|anon|/dev/zero|/anon_hugepage|/SYSV.*|\[heap\]")
+# Names in brackets that are no modules of the kernel.
+USERS_OWN = ("[vdso]", "[stack]", "[heap]", "[uprobes]", "[vectors]", "[sigpage]", UNKNOWN)
+UNALIGNED_NAMES = re.compile(r".*/jitted-[^/]+\.so|bpf_.*")
 MADE_UP_NAMES = re.compile(r"\{.*\}")
 INTERRUPTS = re.compile(r"\{.*-interrupt\}")
 LOOK_AHEAD = 4
@@ -81,6 +84,8 @@ def library_name(name: str) -> str:
     module = MODULE_FILE.fullmatch(name)
     if module:
         return f"[{module[1].replace('-', '_')}]"
+    if name in ("[vdso32]", "[vdsox32]"):
+        return "[vdso]"
     return ANONYMOUS if ANONYMOUS_NAMES.fullmatch(name) else name
 
 
@@ -112,12 +117,17 @@ class Comparison:
             known = self.interrupts[key] = INTERRUPTS.fullmatch(self.document_place(key).library) is not None
         return known
 
+    def is_unaligned(self, place: int) -> bool:
+        """Whether perf's address of an entry tells nothing: the library need not begin with a page."""
+        return UNALIGNED_NAMES.fullmatch(self.libraries[place]) is not None
+
     def is_kernel(self, place: int, ip: int = 0) -> bool:
         library = self.libraries[place]
         if library == "[vsyscall]":
             return False
-        return ip >> 63 == 1 or library == KERNEL or library.startswith(("bpf_prog_", "bpf_trampoline_")) or (
-            library.startswith("[") and library not in ("[vdso]", "[stack]", "[heap]", UNKNOWN, "[uprobes]", "[vdso32]"))
+        if ip >> 63 == 1 or library == KERNEL or library.startswith("bpf_"):
+            return True
+        return library.startswith("[") and library not in USERS_OWN
 
     def naming(self, place: int, key: int) -> tuple[bool | None, Naming]:
         """Whether the library is the same (nothing: perf knows none), and the function."""
@@ -136,7 +146,8 @@ class Comparison:
             return same, Naming.MISSING
         return same, Naming.SAME if ours.function in self.readable_names[place] else Naming.WRONG
 
-    def count(self, tally: Tally, differences: Counter[Difference], place: int, key: int, times: int, what: str) -> None:
+    def count(self, tally: Tally, differences: Counter[Difference], place: int, key: int, times: int,
+              what: str) -> None:
         """Adds what a place, present in the document, comes to."""
         same, naming = self.naming(place, key)
         tally.present += times
@@ -239,7 +250,8 @@ def _chain_pairs(comparison: Comparison, theirs: tuple[int, ...], own: int, ours
     if begins_with_ip and ours and (ours[0] ^ own) & LOW_MASK == 0:
         ours = ours[1:]
     ours = tuple([entry for entry in ours if not comparison.is_interrupt(entry >> LOW_BITS)])
-    if len(theirs) == len(ours) and not any([(mine ^ other) & LOW_MASK for mine, other in zip(theirs, ours)]):
+    if len(theirs) == len(ours) and not any([(mine ^ other) & LOW_MASK and not comparison.is_unaligned(mine >> LOW_BITS)
+                                             for mine, other in zip(theirs, ours)]):
         return [(mine >> LOW_BITS, other >> LOW_BITS) for mine, other in zip(theirs, ours)]
     pairs = list(aligned(theirs, ours))
     if is_cut:

@@ -111,7 +111,8 @@ def _lines(command: list[str]) -> Iterator[str]:
 def _sample_pattern(fields: frozenset[str]) -> re.Pattern[str]:
     cpu = r"\s+\[(?P<cpu>\d+)\]" if "cpu" in fields else ""
     time = r"\s+(?P<seconds>\d+)\.(?P<fraction>\d{9}):" if "time" in fields else ""
-    return re.compile(rf"\s*.*?\s(?P<pid>-?\d+)/(?P<tid>-?\d+){cpu}{time}\s+(?P<event>\S+):\s+(?P<ip>[0-9a-f]+) (?P<place>.*)")
+    who = r"\s*.*?\s(?P<pid>-?\d+)/(?P<tid>-?\d+)"
+    return re.compile(who + cpu + time + r"\s+(?P<event>\S+):\s+(?P<ip>[0-9a-f]+) (?P<place>.*)")
 
 
 class PerfScript:

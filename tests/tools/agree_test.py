@@ -176,8 +176,8 @@ class AgreeTest(unittest.TestCase):
             "a 1/1 [000] 1.000000004: cpu-clock: 50 known (/bin/x)\n",
             "1   10 a (b)\n1   20 a (b)\n1   30 a (b)\n1   0 a (b)\n1  50 a (b)\n")
         made = document(
-            [[1, 0x10, 10, 0, 0, 1, 1, []], [2, 0xFFFFFFFFC0000020, 11, 1e-9, 0, 1, 1, []], [3, 0x30, 3, 2e-9, 0, 1, 1, []],
-             [4, 0x50, 12, 4e-9, 0, 1, 1, []]],
+            [[1, 0x10, 10, 0, 0, 1, 1, []], [2, 0xFFFFFFFFC0000020, 11, 1e-9, 0, 1, 1, []],
+             [3, 0x30, 3, 2e-9, 0, 1, 1, []], [4, 0x50, 12, 4e-9, 0, 1, 1, []]],
             [[1, 1, "/bin/gone", 0, 1], [2, 0, "[nf_tables]", 0, 1], [3, 1, "{a-0}", 0, 1], [4, 1, "/bin/x", 0, 1]],
             [[10, "ab ", 0, 1, [1]], [11, "＄a.x", 0, 1, [2]], [12, "[unknown]", 0, 1, [4]]], [[1, 1, 1, "a"]])
         result = self.result(made)
@@ -194,6 +194,16 @@ class AgreeTest(unittest.TestCase):
         self.assertEqual(2, self.result(made)["entries"]["all"]["total"])
         entries = self.result(made, "--max-entries", "16")["entries"]["all"]
         self.assertEqual([3, 2], [entries["total"], entries["present"]])
+
+    def test_entries_in_libraries_that_begin_anywhere_are_paired_by_their_order(self) -> None:
+        made = self.small()
+        chains = (self.folder / "chains").read_text(encoding="utf-8")
+        made["libraries"]["data"].append([4, 10, "/tmp/jitted-10-1.so", 0x1000, 4096])
+        made["functions"]["data"][1][4] = [4]
+        self.write("chains", chains.replace(" 20 main (/bin/app)\n\t 7777 [unknown] ([unknown])\n",
+                                            " 99 main (/tmp/jitted-10-1.so)\n"))
+        entries = self.result(made)["entries"]["all"]
+        self.assertEqual([2, 2, 2], [entries[name] for name in ("total", "present", "same_function")])
 
     def test_names_are_compared_without_choosing_a_demangler(self) -> None:
         made = self.small()
@@ -240,7 +250,7 @@ class PartsTest(unittest.TestCase):
     def test_libraries_have_one_name(self) -> None:
         for name, common in (("[kernel.kallsyms]", "kernel"), ("kernel", "kernel"), ("/boot/vmlinux-6.1", "kernel"),
                              ("/lib/modules/6.1/a-b.ko", "[a_b]"), ("/tmp/perf-12.map", "anonymous memory"),
-                             ("//anon", "anonymous memory"), ("/bin/kernel", "/bin/kernel")):
+                             ("//anon", "anonymous memory"), ("[vdso32]", "[vdso]"), ("/bin/kernel", "/bin/kernel")):
             self.assertEqual(common, library_name(name))
 
     def test_chains_are_aligned_by_the_place_in_the_page(self) -> None:

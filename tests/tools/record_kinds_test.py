@@ -21,7 +21,8 @@ loader.exec_module(record_kinds)
 
 
 def run(*words: object) -> subprocess.CompletedProcess[str]:
-    return subprocess.run([sys.executable, "-B", PROGRAM, *map(str, words)], check=False, capture_output=True, text=True)
+    command = [sys.executable, "-B", str(PROGRAM), *map(str, words)]
+    return subprocess.run(command, check=False, capture_output=True, text=True)
 
 
 def may_record() -> bool:
