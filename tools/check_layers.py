@@ -25,6 +25,8 @@ LAYER_OF_PREFIX = {
     "symbols/": "symbols",
     "output/": "output",
     "app/": "app",
+    "recordings/": "recordings",
+    "prepare/": "prepare",
 }
 LIBRARY = {"kestrel_json", "kestrel"}
 ALLOWED = {
@@ -36,6 +38,8 @@ ALLOWED = {
     "symbols": LIBRARY | {"tracemill_settings", "perfevents", "model"},
     "output": LIBRARY | {"tracemill_settings", "perfevents", "model", "symbols"},
     "app": LIBRARY | {"tracemill_settings", "perfevents", "model", "symbols", "output"},
+    "recordings": LIBRARY,
+    "prepare": LIBRARY | {"recordings", "listing", "unwinding"},
 }
 
 SUFFIXES = {".h", ".hpp", ".cpp", ".cc"}
