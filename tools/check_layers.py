@@ -25,6 +25,7 @@ LAYER_OF_PREFIX = {
     "symbols/": "symbols",
     "output/": "output",
     "app/": "app",
+    "listing/": "listing",
 }
 LIBRARY = {"kestrel_json", "kestrel"}
 ALLOWED = {
@@ -35,6 +36,7 @@ ALLOWED = {
     "model": LIBRARY | {"tracemill_settings", "perfevents"},
     "symbols": LIBRARY | {"tracemill_settings", "perfevents", "model"},
     "output": LIBRARY | {"tracemill_settings", "perfevents", "model", "symbols"},
+    "listing": LIBRARY,
     "app": LIBRARY | {"tracemill_settings", "perfevents", "model", "symbols", "output"},
 }
 
