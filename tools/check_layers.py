@@ -27,6 +27,7 @@ LAYER_OF_PREFIX = {
     "app/": "app",
     "recordings/": "recordings",
     "prepare/": "prepare",
+    "listing/": "listing",
 }
 LIBRARY = {"kestrel_json", "kestrel"}
 ALLOWED = {
@@ -37,6 +38,7 @@ ALLOWED = {
     "model": LIBRARY | {"tracemill_settings", "perfevents"},
     "symbols": LIBRARY | {"tracemill_settings", "perfevents", "model"},
     "output": LIBRARY | {"tracemill_settings", "perfevents", "model", "symbols"},
+    "listing": LIBRARY,
     "app": LIBRARY | {"tracemill_settings", "perfevents", "model", "symbols", "output"},
     "recordings": LIBRARY,
     "prepare": LIBRARY | {"recordings", "listing", "unwinding"},
