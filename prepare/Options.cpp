@@ -1,10 +1,9 @@
 #include "prepare/Options.h"
 
-#include <getopt.h>
-
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <getopt.h>
 #include <limits>
 
 namespace prepare {

@@ -138,11 +138,13 @@ std::uint64_t Preparation::_placeSampled(Task& task, Mode mode, std::uint64_t ad
   if (mode == Mode::KERNEL && _isInKernel(address)) {
     ++counts.mapped;
     ++task.plain->kernelHits;
+    sampledAddresses_.add(KERNEL_INDEX, address);
     return address;
   }
   Piece* piece = _findPiece(task, mode, address);
   if (piece != nullptr) {
     ++counts.mapped;
+    sampledAddresses_.add(piece->file->index, address - piece->base);
   } else {
     const std::uint64_t start = address & ~(UNKNOWN_SIZE - 1);
     const recordings::Mapping unknown{start, start + (UNKNOWN_SIZE - 1), start, &unknownFile()};
@@ -160,6 +162,9 @@ void Preparation::_addCaller(Task& task, Mode mode, std::uint64_t address) {
   if (mode == Mode::KERNEL && _isInKernel(address)) {
     ++counts.mapped;
     ++task.plain->kernelHits;
+    if (areCallersCounted_) {
+      callerAddresses_.add(KERNEL_INDEX, address);
+    }
     frames_.push_back(address);
     return;
   }
@@ -167,6 +172,9 @@ void Preparation::_addCaller(Task& task, Mode mode, std::uint64_t address) {
   if (piece != nullptr) {
     ++counts.mapped;
     ++piece->callers;
+    if (areCallersCounted_) {
+      callerAddresses_.add(piece->file->index, address - piece->base);
+    }
     frames_.push_back(address + piece->shift);
   } else if (settings_.keepUnknown) {
     frames_.push_back(address);
@@ -218,6 +226,7 @@ void Preparation::onSample(std::uint32_t event, const recordings::Sample& sample
   Task& task = _taskOf(sample);
   _countName(task);
   const Mode mode = _modeOf(sample.misc);
+  areCallersCounted_ = counts_.samples() % CALLERS_COUNTED_EVERY == 0;
   frames_.clear();
   frames_.push_back(_placeSampled(task, mode, sample.ip));
   _addCallers(task, mode, sample);

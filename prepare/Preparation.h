@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "prepare/AddressCounts.h"
 #include "prepare/Placement.h"
 #include "prepare/PlainRecording.h"
 #include "recordings/Processes.h"
@@ -79,6 +80,13 @@ class Preparation : public recordings::RecordVisitor {
   const std::map<std::uint32_t, PlainProcess>& plainProcesses() const { return plainProcesses_; }
   const std::map<std::uint32_t, SampledThread>& threads() const { return threads_; }
 
+  // Sampled addresses, and callers of every CALLERS_COUNTED_EVERY-th sample, by MappedFile::index
+  // (KERNEL_INDEX: the kernel itself) and address in that file, as recorded (offsets for files).
+  const AddressCounts& sampledAddresses() const { return sampledAddresses_; }
+  const AddressCounts& callerAddresses() const { return callerAddresses_; }
+  static constexpr std::uint32_t KERNEL_INDEX = 0x7fffffff;
+  static constexpr std::uint64_t CALLERS_COUNTED_EVERY = 8;
+
   // What the pieces of addresses that no map holds refer to.
   static const recordings::MappedFile& unknownFile();
 
@@ -121,6 +129,9 @@ class Preparation : public recordings::RecordVisitor {
   std::map<std::uint32_t, PlainProcess> plainProcesses_;
   std::map<std::uint32_t, SampledThread> threads_;
   PreparationCounts counts_;
+  AddressCounts sampledAddresses_;
+  AddressCounts callerAddresses_;
+  bool areCallersCounted_ = false;  // of the sample in hand
   std::array<Task, TASKS> tasks_;
   std::vector<Remembered> remembered_;
   std::vector<std::uint64_t> frames_;

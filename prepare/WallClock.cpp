@@ -107,9 +107,9 @@ Window Window::parse(const std::string& text, std::int64_t firstSampleNanosecond
   const std::string when = text.substr(0, comma);
   std::tm parts = localTime(firstSampleNanoseconds);
   int used = 0;
-  const bool hasDate = std::sscanf(when.c_str(), "%4d-%2d-%2d%*1[ T]%2d:%2d:%2d%n", &parts.tm_year,
-                                   &parts.tm_mon, &parts.tm_mday, &parts.tm_hour, &parts.tm_min,
-                                   &parts.tm_sec, &used) == 6;
+  const bool hasDate =
+      std::sscanf(when.c_str(), "%4d-%2d-%2d%*1[ T]%2d:%2d:%2d%n", &parts.tm_year, &parts.tm_mon,
+                  &parts.tm_mday, &parts.tm_hour, &parts.tm_min, &parts.tm_sec, &used) == 6;
   if (hasDate) {
     parts.tm_year -= 1900;
     parts.tm_mon -= 1;
@@ -121,7 +121,8 @@ Window Window::parse(const std::string& text, std::int64_t firstSampleNanosecond
     }
   }
   std::int64_t fraction = 0;
-  if (used == 0 || !parseFraction(std::string_view(when).substr(static_cast<std::size_t>(used)), fraction) ||
+  if (used == 0 ||
+      !parseFraction(std::string_view(when).substr(static_cast<std::size_t>(used)), fraction) ||
       parts.tm_hour > 23 || parts.tm_min > 59 || parts.tm_sec > 60 || parts.tm_hour < 0 ||
       parts.tm_min < 0 || parts.tm_sec < 0) {
     refuse(text);

@@ -12,7 +12,7 @@ namespace prepare {
 
 // A stretch of wall-clock time, as --window gives it.
 struct Window {
-  std::int64_t startNanoseconds = 0;   // since 1970, UTC
+  std::int64_t startNanoseconds = 0;  // since 1970, UTC
   std::uint64_t lengthNanoseconds = 0;
 
   // "14:03:10.5,2s", "2026-11-21 14:03:10.5,500ms": local time. A time of day without a date is the

@@ -37,6 +37,12 @@ Thread& Processes::thread(std::uint32_t tid) {
   return thread;
 }
 
+const std::string& Processes::nameOf(std::uint32_t tid) const {
+  static const std::string NONE;
+  const auto place = threads_.find(tid);
+  return place == threads_.end() ? NONE : place->second.name;
+}
+
 void Processes::onMap(const MapRecord& map) {
   if (map.isOfKernel()) {
     _onKernelMap(map);

@@ -51,6 +51,8 @@ class Processes {
   // Never null; made without maps or name if nothing was heard of it. Stays where it is.
   Process& process(std::uint32_t pid);
   Thread& thread(std::uint32_t tid);
+  // Of the thread; empty if nothing was heard of it.
+  const std::string& nameOf(std::uint32_t tid) const;
   // Modules and what KSYMBOL records told of; not the kernel itself.
   const Process& kernelCode() const { return kernelCode_; }
   const KernelImage& kernel() const { return kernel_; }
