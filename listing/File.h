@@ -15,11 +15,9 @@ namespace listing {
 struct File {
   enum class Kind {
     Elf,
-    Vdso,         // the code that the kernel maps into every process
-    PerfMap,      // anonymous code: /tmp/perf-PID.map; with the name of a jitdump file
-                  // (`.../jit-PID.dump`), that one too
-    KernelModule  // .ko, maybe packed; addresses in its list are those in its sections, see
-                  // listKernel
+    Vdso,    // the code that the kernel maps into every process
+    PerfMap  // anonymous code: /tmp/perf-PID.map; with the name of a jitdump file
+             // (`.../jit-PID.dump`), that one too
   };
   Kind kind = Kind::Elf;
   std::string name;  // path in the recorded process, or [vdso]
