@@ -81,9 +81,15 @@ def parse(recording):
     )
     maps = collections.defaultdict(list)
     entries = collections.Counter()
+    kernel = None
     for line in output.stdout:
         if "PERF_RECORD_MMAP" in line:
             match = MMAP.search(line)
+            if match and match.group(5).startswith("[kernel.kallsyms]"):
+                start, size = int(match.group(2), 16), int(match.group(3), 16)
+                reference = match.group(5).removeprefix("[kernel.kallsyms]")
+                kernel = f"--kernel={start:x},{start + size:x},{reference},{int(match.group(4), 16):x},"
+                kernel += ids.get("[kernel.kallsyms]", "")
             if match and match.group(1) != "-1":
                 maps[match.group(5)].append((int(match.group(2), 16), int(match.group(3), 16), int(match.group(4), 16)))
             continue
@@ -97,7 +103,7 @@ def parse(recording):
             if match:
                 entries[(int(match.group(1), 16), match.group(2), match.group(3), False)] += 1
     output.wait()
-    return entries, ids, maps
+    return entries, ids, maps, kernel
 
 
 class Lists:
@@ -109,18 +115,18 @@ class Lists:
             [lister, work, *options, *arguments], capture_output=True, text=True, check=True
         ).stdout
         self.lists, self.segments, self.reasons = {}, {}, {}
-        for name, line in zip(names, text.splitlines(), strict=True):
+        for name, line in zip([*names, KERNEL], text.splitlines()):
             outcome, path, file, origin, _ = line.split("\t")
             self.reasons[name] = (outcome, origin)
             if path:
                 self.lists[name] = SymbolList(path)
-            self.segments[name] = segments_of(file) if file and not name.startswith("/tmp/perf-") else []
+            self.segments[name] = segments_of(file) if file and name.startswith(("/usr", "/", "[vdso")) and not name.startswith("/tmp/perf-") else []
 
     def find(self, name, address, is_offset, maps):
         symbols = self.lists.get(name)
         if symbols is None:
             return UNKNOWN
-        if name.startswith("/tmp/perf-"):
+        if name == KERNEL or name.startswith("/tmp/perf-"):
             return symbols.find(address)
         for start, size, offset in [] if is_offset else maps.get(name, []):
             if start <= address < start + size:
@@ -130,17 +136,19 @@ class Lists:
         return UNKNOWN if address is None else symbols.find(address)
 
 
-def is_user(entry):
-    address, _, library, _ = entry
-    return address < 1 << 63 and not library.startswith(("[kernel", "[unknown")) and library != "inlined"
+KERNEL = "[kernel.kallsyms]"
+
+
+def is_compared(entry):
+    return not entry[2].startswith("[unknown") and entry[2] != "inlined"
 
 
 def compare(recording, options):
-    entries, ids, maps = parse(recording)
-    user = {entry: count for entry, count in entries.items() if is_user(entry)}
-    names = sorted({entry[2] for entry in user if not entry[2].startswith(("[stack", "[heap", "//anon", "anon"))})
+    entries, ids, maps, kernel = parse(recording)
+    user = {entry: count for entry, count in entries.items() if is_compared(entry)}
+    names = sorted({entry[2] for entry in user if not entry[2].startswith(("[stack", "[heap", "//anon", "anon", "[kernel", "bpf_"))})
     work = tempfile.mkdtemp(prefix="names-agree-")
-    lists = Lists(names, ids, options.lister, options.option, work)
+    lists = Lists(names, ids, options.lister, options.option + ([kernel] if kernel else []), work)
     kinds = collections.Counter()
     differences = collections.Counter()
     for (address, name, library, is_offset), count in user.items():

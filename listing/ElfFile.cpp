@@ -146,7 +146,8 @@ bool ElfFile::_isWanted(const Symbol& symbol, unsigned char type, unsigned char 
                               name.find("data") != std::string_view::npos));
 }
 
-void ElfFile::addSymbols(std::uint32_t tableType, std::vector<Symbol>& symbols) {
+void ElfFile::addSymbols(std::uint32_t tableType, std::vector<Symbol>& symbols,
+                         std::string_view onlyIn) {
   const auto table =
       std::find_if(sections_.begin(), sections_.end(),
                    [tableType](const Section& section) { return section.type == tableType; });
@@ -188,7 +189,8 @@ void ElfFile::addSymbols(std::uint32_t tableType, std::vector<Symbol>& symbols) 
                   GELF_ST_BIND(entry.st_info) == STB_WEAK,
                   GELF_ST_BIND(entry.st_info) == STB_GLOBAL,
                   type == STT_NOTYPE};
-    if (!_isWanted(symbol, type, GELF_ST_VISIBILITY(entry.st_other), section)) {
+    if (!_isWanted(symbol, type, GELF_ST_VISIBILITY(entry.st_other), section) ||
+        (!onlyIn.empty() && sections_[section].name != onlyIn)) {
       continue;
     }
     if (machine_ == EM_ARM && type == STT_FUNC) {

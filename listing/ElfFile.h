@@ -60,7 +60,9 @@ class ElfFile {
   bool hasSymbols(std::uint32_t tableType) const;  // SHT_SYMTAB or SHT_DYNSYM
   // Appends the functions, objects and visible labels of a table, in its order: what perf takes
   // from it. A relocatable file's addresses are those in their sections.
-  void addSymbols(std::uint32_t tableType, std::vector<Symbol>& symbols);
+  // With `onlyIn`, of the section of that name only.
+  void addSymbols(std::uint32_t tableType, std::vector<Symbol>& symbols,
+                  std::string_view onlyIn = {});
   // Appends `NAME@plt` for the entries of the procedure linkage tables; `.plt` for what is at the
   // head of the first.
   void addPltEntries(std::vector<Symbol>& symbols);

@@ -15,19 +15,18 @@ namespace listing {
 struct File {
   enum class Kind {
     Elf,
-    Vdso,         // the code that the kernel maps into every process
-    PerfMap,      // anonymous code: /tmp/perf-PID.map; with the name of a jitdump file
-                  // (`.../jit-PID.dump`), that one too
-    KernelModule  // .ko, maybe packed; addresses in its list are those in its sections, see
-                  // listKernel
+    Vdso,    // the code that the kernel maps into every process
+    PerfMap  // anonymous code: /tmp/perf-PID.map
   };
   Kind kind = Kind::Elf;
   std::string name;  // path in the recorded process, or [vdso]
   BuildId buildId;   // as recorded
-  std::uint32_t pid =
-      0;  // PerfMap: the process (group leader); else, if not 0, a process that may still run
-  std::vector<std::pair<std::uint64_t, std::uint64_t>>
-      ranges;                 // PerfMap: [start, end) of its anonymous maps; none: all
+  // PerfMap: the process (group leader). Else, if not 0, a process that may still run.
+  std::uint32_t pid = 0;
+  // PerfMap: [start, end) of its anonymous maps; none: all.
+  std::vector<std::pair<std::uint64_t, std::uint64_t>> ranges;
+  // PerfMap: mapped files `jit-PID.dump` of that process, which name its code, too.
+  std::vector<std::string> jitDumps;
   std::uint64_t samples = 0;  // heavier files are listed first
 };
 

@@ -27,6 +27,9 @@ class SourceFiles {
   std::string_view fileOf(std::size_t function) const;
 
  private:
+  class Assignment;
+  std::uint32_t _add(std::string path);  // index in names_ and 1; 0 for an empty one
+
   std::vector<std::uint32_t> files_;  // by function: index in names_ and 1; 0: not known
   std::deque<std::string> names_;
   std::unordered_map<std::string_view, std::uint32_t> indices_;
