@@ -25,6 +25,9 @@ LAYER_OF_PREFIX = {
     "symbols/": "symbols",
     "output/": "output",
     "app/": "app",
+    "recordings/": "recordings",
+    "prepare/": "prepare",
+    "listing/": "listing",
 }
 LIBRARY = {"kestrel_json", "kestrel"}
 ALLOWED = {
@@ -35,7 +38,10 @@ ALLOWED = {
     "model": LIBRARY | {"tracemill_settings", "perfevents"},
     "symbols": LIBRARY | {"tracemill_settings", "perfevents", "model"},
     "output": LIBRARY | {"tracemill_settings", "perfevents", "model", "symbols"},
+    "listing": LIBRARY,
     "app": LIBRARY | {"tracemill_settings", "perfevents", "model", "symbols", "output"},
+    "recordings": LIBRARY,
+    "prepare": LIBRARY | {"recordings", "listing", "unwinding"},
 }
 
 SUFFIXES = {".h", ".hpp", ".cpp", ".cc"}
