@@ -198,8 +198,9 @@ class PerfScript:
 
 def demangled(names: list[str]) -> list[tuple[str, ...]]:
     """Each name as it can be read: as c++filt prints it, and with the short names of the standard
-    library's types, as other programs do. The first is the shortest; without c++filt it is the name."""
-    ways = [_filtered(names, "--no-verbose"), _filtered(names)]
+    library's types, as other programs do, and without parameters, as perf script prints it. Without
+    c++filt it is the name."""
+    ways = [_filtered(names, "--no-verbose"), _filtered(names), _filtered(names, "--no-params")]
     return [tuple(dict.fromkeys((*readable, name))) for *readable, name in zip(*ways, names, strict=True)]
 
 
