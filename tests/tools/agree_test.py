@@ -83,7 +83,7 @@ class AgreeTest(unittest.TestCase):
             "app 10/10 [000] 5.002000300: cpu-clock: ffffffff81000010 read ([kernel.kallsyms])\n"
             "app 10/10 [000] 5.003000400: cpu-clock:   3010 [unknown] (/bin/app)\n"
             "app 10/10 [000] 5.003000500: task-clock:   3010 [unknown] (/bin/app)\n",
-            "10 \n\t    10 _Z3onev (/bin/app)\n\t  20 main (/bin/app)\n\t 7777 [unknown] ([unknown])\n\n"
+            "10 \n\t    10 _Z3onev (/bin/app)\n\t 7777 [unknown] ([unknown])\n\t  20 main (/bin/app)\n\n"
             "11 \n\t    10 two (/lib/b (1).so)\n\n"
             "10 \n\tffffffff81000010 read ([kernel.kallsyms])\n\t 30 main (/bin/app)\n\n"
             "10 \n\t 10 [unknown] (/bin/app)\n\n"
@@ -202,7 +202,7 @@ class AgreeTest(unittest.TestCase):
         chains = (self.folder / "chains").read_text(encoding="utf-8")
         made["libraries"]["data"].append([4, 10, "/tmp/jitted-10-1.so", 0x1000, 4096])
         made["functions"]["data"][1][4] = [4]
-        self.write("chains", chains.replace(" 20 main (/bin/app)\n\t 7777 [unknown] ([unknown])\n",
+        self.write("chains", chains.replace(" 7777 [unknown] ([unknown])\n\t  20 main (/bin/app)\n",
                                             " 99 main (/tmp/jitted-10-1.so)\n"))
         entries = self.result(made)["entries"]["all"]
         self.assertEqual([2, 2, 2], [entries[name] for name in ("total", "present", "same_function")])
