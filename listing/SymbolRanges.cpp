@@ -4,6 +4,7 @@
 #include <numeric>
 #include <queue>
 #include <string_view>
+#include <utility>
 
 #include "listing/Demangler.h"
 
@@ -49,9 +50,27 @@ bool _isPreferred(const Symbol& a, const Symbol& b, Demangler& demangler) {
 
 }  // namespace
 
+void sortByStart(std::vector<Symbol>& symbols) {
+  const auto isBefore = [](const Symbol& a, const Symbol& b) { return a.start < b.start; };
+  if (std::is_sorted(symbols.begin(), symbols.end(), isBefore)) {
+    return;
+  }
+  // Symbols are large; what is sorted is where they are.
+  std::vector<std::pair<std::uint64_t, std::size_t>> places(symbols.size());
+  for (std::size_t i = 0; i < symbols.size(); ++i) {
+    places[i] = {symbols[i].start, i};
+  }
+  std::sort(places.begin(), places.end());
+  std::vector<Symbol> sorted;
+  sorted.reserve(symbols.size());
+  for (const auto& place : places) {
+    sorted.push_back(symbols[place.second]);
+  }
+  symbols = std::move(sorted);
+}
+
 void completeSizes(std::vector<Symbol>& symbols) {
-  std::stable_sort(symbols.begin(), symbols.end(),
-                   [](const Symbol& a, const Symbol& b) { return a.start < b.start; });
+  sortByStart(symbols);
   for (std::size_t i = 0; i + 1 < symbols.size(); ++i) {
     if (symbols[i].end == symbols[i].start) {
       symbols[i].end = symbols[i + 1].start;  // still empty if that is an alias

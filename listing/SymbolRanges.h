@@ -22,7 +22,10 @@ struct Range {
   std::size_t symbol = NONE;  // index
 };
 
-// Sorts by start, equal ones in the order given; then gives symbols without a size one, up to the
+// Equal ones stay in the order given.
+void sortByStart(std::vector<Symbol>& symbols);
+
+// Sorts by start; then gives symbols without a size one, up to the
 // next higher start; the last gets the rest of its page and one page more.
 void completeSizes(std::vector<Symbol>& symbols);
 
