@@ -45,6 +45,7 @@ void Names::find(const std::function<void(std::size_t, std::size_t)>& progress) 
       continue;
     }
     listing::File file;
+    // Of 32 bits there is an image only where perf kept it: found by its build id, not by name.
     file.kind = hit.file->kind == MappedFile::Kind::VDSO       ? listing::File::Kind::Vdso
                 : hit.file->kind == MappedFile::Kind::PERF_MAP ? listing::File::Kind::PerfMap
                                                                : listing::File::Kind::Elf;
@@ -108,7 +109,7 @@ void Names::_listKernel() {
   }
   kernel.sameMachine = isThisMachine(recording_.header().facts);
   kernel.start = image.start;
-  kernel.end = image.end;
+  kernel.end = image.farthestEnd;
   kernel.referenceName = image.referenceName;
   kernel.referenceAddress = image.referenceAddress;
   if (!recording_.folder().empty()) {
@@ -209,8 +210,8 @@ void Names::_writeMaps(PlainRecording& output) const {
   const recordings::KernelImage& kernel = preparation_.processes().kernel();
   for (const auto& [pid, process] : preparation_.plainProcesses()) {
     if (process.kernelHits > 0 && !hasKernelList()) {
-      output.addMap(pid, pid, kernel.start, kernel.end - kernel.start, kernel.start, KERNEL_NAME,
-                    false);
+      output.addMap(pid, pid, kernel.start, kernel.farthestEnd - kernel.start, kernel.start,
+                    KERNEL_NAME, false);
     }
     process.placement.forEach([&, owner = pid](std::uint64_t written, const Piece& piece) {
       output.addMap(owner, owner, written, piece.high - piece.low, _pageOffset(piece),

@@ -57,7 +57,7 @@ void Preparation::onMap(const recordings::MapRecord& map) {
   const std::uint64_t startBefore = kernel.start;
   processes_.onMap(map);
   if (kernel.start != startBefore) {
-    rules_.reserved = {STACKS, {kernel.start, kernel.end - 1}};
+    rules_.reserved = {STACKS, {kernel.start, kernel.farthestEnd - 1}};
   }
 }
 
@@ -95,7 +95,7 @@ void Preparation::_countName(Task& task) {
 
 bool Preparation::_isInKernel(std::uint64_t address) const {
   const recordings::KernelImage& kernel = processes_.kernel();
-  return address >= kernel.start && address < kernel.end;
+  return address >= kernel.start && address < kernel.farthestEnd;
 }
 
 // The piece that holds an address outside the kernel itself; null if no map does.
