@@ -45,7 +45,6 @@ void Names::find(const std::function<void(std::size_t, std::size_t)>& progress) 
       continue;
     }
     listing::File file;
-    // Of 32 bits there is an image only where perf kept it: found by its build id, not by name.
     file.kind = hit.file->kind == MappedFile::Kind::VDSO       ? listing::File::Kind::Vdso
                 : hit.file->kind == MappedFile::Kind::PERF_MAP ? listing::File::Kind::PerfMap
                                                                : listing::File::Kind::Elf;
