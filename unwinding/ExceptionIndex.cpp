@@ -8,7 +8,7 @@ namespace unwinding {
 namespace {
 
 constexpr std::size_t ENTRY_SIZE = 8;  // where a function starts, and its instructions
-constexpr std::size_t WORD = 4;
+constexpr std::uint32_t WORD = 4;
 constexpr std::uint32_t CANNOT_UNWIND = 1;
 constexpr std::uint32_t COMPACT = 0x80000000;
 

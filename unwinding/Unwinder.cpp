@@ -268,8 +268,13 @@ std::optional<End> Unwinder::_stepByGuess(Frame& frame) {
   if (machine_ == Machine::Arm) {
     return End::NoCallFrameInformation;  // its frame records have several forms
   }
-  return _stepByFramePointer(frame) ? std::nullopt
-                                    : std::optional<End>(End::NoCallFrameInformation);
+  if (_stepByFramePointer(frame)) {
+    return std::nullopt;
+  }
+  // Start code clears the frame pointer to mark the outermost frame.
+  const bool cleared = frame.registers.known(traits_.framePointer) &&
+                       frame.registers.value(traits_.framePointer) == 0;
+  return cleared ? End::Complete : End::NoCallFrameInformation;
 }
 
 bool Unwinder::_stepByFramePointer(Frame& frame) {
