@@ -189,6 +189,10 @@ bool Unwinder::_apply(const FrameRule& rule, const RegisterRule& each, std::uint
       break;
     case RegisterRule::Kind::Offset:
       value = memory_.read(atOffset, traits_.wordSize);
+      if (!value && each.number != traits_.pc &&
+          atOffset < frame.registers.value(traits_.stackPointer)) {
+        return true;  // in an epilogue, popped: below the stack, and back in its register
+      }
       break;
     case RegisterRule::Kind::ValueOffset:
       value = atOffset;
