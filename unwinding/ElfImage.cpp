@@ -147,35 +147,45 @@ void ElfImage::_readSectionsAsSegments() {
 
 std::optional<ElfImage::Section> ElfImage::section(const char* name) const {
   std::size_t names = 0;
-  if (::elf_getshdrstrndx(handle_->elf, &names) != 0) {
+  GElf_Shdr header;
+  if (::elf_getshdrstrndx(handle_->elf, &names) != 0 ||
+      ::gelf_getshdr(::elf_getscn(handle_->elf, names), &header) == nullptr ||
+      (header.sh_flags & SHF_COMPRESSED) != 0) {  // libelf would unpack them, whatever their size
     return std::nullopt;
   }
   Elf_Scn* each = nullptr;
   while ((each = ::elf_nextscn(handle_->elf, each)) != nullptr) {
-    GElf_Shdr header;
-    if (::gelf_getshdr(each, &header) == nullptr) {
+    if (::gelf_getshdr(each, &header) == nullptr || header.sh_type == SHT_NOBITS) {
       continue;
     }
     const char* const text = ::elf_strptr(handle_->elf, names, header.sh_name);
-    if (text == nullptr || std::strcmp(text, name) != 0 || header.sh_type == SHT_NOBITS) {
-      continue;
+    if (text != nullptr && std::strcmp(text, name) == 0) {
+      return (header.sh_flags & SHF_COMPRESSED) != 0
+                 ? _unpack(::elf_ndxscn(each))
+                 : _read(header.sh_addr, header.sh_offset, header.sh_size);
     }
-    if ((header.sh_flags & SHF_COMPRESSED) == 0) {
-      return _read(header.sh_addr, header.sh_offset, header.sh_size);
-    }
-    GElf_Chdr packed;
-    if (::gelf_getchdr(each, &packed) == nullptr || packed.ch_size > LARGEST_SECTION ||
-        header.sh_size > handle_->size || ::elf_compress(each, 0, 0) < 0) {
-      return std::nullopt;
-    }
-    const Elf_Data* const data = ::elf_rawdata(each, nullptr);
-    if (data == nullptr || data->d_buf == nullptr) {
-      return std::nullopt;
-    }
-    const auto* const bytes = static_cast<const unsigned char*>(data->d_buf);
-    return Section{header.sh_addr, {bytes, bytes + data->d_size}};
   }
   return std::nullopt;
+}
+
+// In a descriptor of its own, since unpacking changes the headers that it holds.
+std::optional<ElfImage::Section> ElfImage::_unpack(std::size_t index) const {
+  const std::unique_ptr<Elf, decltype(&::elf_end)> elf(
+      ::elf_begin(handle_->descriptor, ELF_C_READ, nullptr), &::elf_end);
+  Elf_Scn* const section = ::elf_getscn(elf.get(), index);
+  GElf_Shdr header;
+  GElf_Chdr packed;
+  if (::gelf_getshdr(section, &header) == nullptr || header.sh_size > handle_->size ||
+      ::gelf_getchdr(section, &packed) == nullptr || packed.ch_size > LARGEST_SECTION ||
+      ::elf_compress(section, 0, 0) < 0) {
+    return std::nullopt;
+  }
+  const Elf_Data* const data = ::elf_getdata(section, nullptr);
+  if (data == nullptr || data->d_buf == nullptr) {
+    return std::nullopt;
+  }
+  const auto* const bytes = static_cast<const unsigned char*>(data->d_buf);
+  return Section{header.sh_addr, {bytes, bytes + data->d_size}};
 }
 
 std::optional<ElfImage::Section> ElfImage::header(std::uint32_t type) const {

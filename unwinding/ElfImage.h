@@ -56,6 +56,7 @@ class ElfImage {
   bool _readHeaders();
   void _readSegments();
   void _readSectionsAsSegments();
+  std::optional<Section> _unpack(std::size_t index) const;
   std::optional<Section> _read(std::uint64_t address, std::uint64_t offset,
                                std::uint64_t size) const;
 

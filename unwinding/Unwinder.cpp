@@ -24,10 +24,9 @@ static_assert(CACHED_RULES == std::size_t{1} << (64 - 50));
 
 }  // namespace
 
-void Unwinder::SampleMemory::begin(const UserState& state, const MapLookup& maps) {
+void Unwinder::SampleMemory::begin(const UserState& state) {
   stack_ = state.stack;
   stackStart_ = state.registers.value(traitsOf(state.machine).stackPointer);
-  maps_ = &maps;
   missedStack_ = false;
 }
 
@@ -43,7 +42,7 @@ std::optional<std::uint64_t> Unwinder::SampleMemory::read(std::uint64_t address,
 
 std::optional<std::uint64_t> Unwinder::SampleMemory::_readFile(std::uint64_t address,
                                                                unsigned size) {
-  const Map* const map = maps_->find(address);
+  const Map* const map = owner_.maps_->find(address);
   if (map == nullptr || map->file == NO_FILE || size > map->end - address) {
     return std::nullopt;
   }
@@ -60,7 +59,8 @@ End Unwinder::unwind(const UserState& state, const MapLookup& maps, std::size_t 
   lastFile_ = NO_FILE;
   machine_ = state.machine;
   traits_ = traitsOf(machine_);
-  memory_.begin(state, maps);
+  maps_ = &maps;
+  memory_.begin(state);
   Frame frame;
   frame.registers = state.registers;
   frame.pc = state.registers.value(traits_.pc);
@@ -252,21 +252,33 @@ bool Unwinder::_stepByContext(const FrameRule& rule, Frame& frame) {
 
 std::optional<End> Unwinder::_stepByExceptionCode(const FrameRule& rule, Frame& frame) {
   const std::optional<ExceptionStep> step = runExceptionCode(rule, frame.registers, memory_);
+  if (step && step->outermost) {
+    return End::Complete;
+  }
+  const std::uint64_t pc = step ? step->caller.value(traits_.pc) : 0;
+  const Map* const map = step ? maps_->find(pc - 1) : nullptr;
+  if ((map == nullptr || map->file == NO_FILE) && _stepByLinkRegister(frame)) {
+    return std::nullopt;
+  }
   if (!step) {
     return memory_.missedStack() ? End::StackTooShort : End::Broken;
   }
-  if (step->outermost) {
-    return End::Complete;
-  }
   frame.registers = step->caller;
-  frame.pc = step->caller.value(traits_.pc);
+  frame.pc = pc;
   return std::nullopt;
 }
 
+bool Unwinder::_stepByLinkRegister(Frame& frame) {
+  if (!frame.innermost || !frame.registers.known(traits_.linkRegister)) {
+    return false;
+  }
+  frame.pc = frame.registers.value(traits_.linkRegister);
+  frame.registers.forget(traits_.linkRegister);
+  return true;
+}
+
 std::optional<End> Unwinder::_stepByGuess(Frame& frame) {
-  if (frame.innermost && frame.registers.known(traits_.linkRegister)) {
-    frame.pc = frame.registers.value(traits_.linkRegister);
-    frame.registers.forget(traits_.linkRegister);
+  if (_stepByLinkRegister(frame)) {
     return std::nullopt;
   }
   if (machine_ == Machine::Arm) {

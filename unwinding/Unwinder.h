@@ -10,7 +10,8 @@
 // Rules come from .eh_frame, .debug_frame and, for Arm, .ARM.exidx. Where a file says nothing:
 // trampolines and linkage table entries by their code; then on x86 the frame pointer, if it points
 // into the next 16 KiB of the stack; on Arm the link register, for the innermost frame only. The
-// same as libunwind's guesses.
+// same as libunwind's guesses. The Arm tables say nothing of a function's first and last
+// instructions: where they lead out of all files, the link register is taken.
 //
 // Stack and files may hold anything: a chain ends at the latest with its `mostFrames`th frame, and
 // each takes bounded work.
@@ -59,7 +60,7 @@ class Unwinder {
   class SampleMemory : public Memory {
    public:
     explicit SampleMemory(Unwinder& owner) : owner_(owner) {}
-    void begin(const UserState& state, const MapLookup& maps);
+    void begin(const UserState& state);
     std::optional<std::uint64_t> read(std::uint64_t address, unsigned size) override;
     bool missedStack() const { return missedStack_; }
 
@@ -69,7 +70,6 @@ class Unwinder {
     Unwinder& owner_;
     Bytes stack_;
     std::uint64_t stackStart_ = 0;
-    const MapLookup* maps_ = nullptr;
     bool missedStack_ = false;  // something above the stack was asked for and is in no map
   };
 
@@ -97,12 +97,14 @@ class Unwinder {
   std::optional<End> _stepByExceptionCode(const FrameRule& rule, Frame& frame);
   std::optional<End> _stepByGuess(Frame& frame);
   bool _stepByFramePointer(Frame& frame);
+  bool _stepByLinkRegister(Frame& frame);
   bool _apply(const FrameRule& rule, const RegisterRule& each, std::uint64_t cfa,
               const Frame& frame, Registers& caller);
   std::optional<std::uint64_t> _cfa(const FrameRule& rule, const Frame& frame);
   std::uint64_t _truncated(std::uint64_t value) const;
 
   FrameFiles& files_;
+  const MapLookup* maps_ = nullptr;  // of the current chain
   SampleMemory memory_;
   MachineTraits traits_;
   Machine machine_ = Machine::X86_64;
