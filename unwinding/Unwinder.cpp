@@ -252,16 +252,16 @@ bool Unwinder::_stepByContext(const FrameRule& rule, Frame& frame) {
 
 std::optional<End> Unwinder::_stepByExceptionCode(const FrameRule& rule, Frame& frame) {
   const std::optional<ExceptionStep> step = runExceptionCode(rule, frame.registers, memory_);
-  if (step && step->outermost) {
-    return End::Complete;
-  }
-  const std::uint64_t pc = step ? step->caller.value(traits_.pc) : 0;
-  const Map* const map = step ? maps_->find(pc - 1) : nullptr;
-  if ((map == nullptr || map->file == NO_FILE) && _stepByLinkRegister(frame)) {
-    return std::nullopt;
-  }
   if (!step) {
     return memory_.missedStack() ? End::StackTooShort : End::Broken;
+  }
+  if (step->outermost) {
+    return End::Complete;
+  }
+  const std::uint64_t pc = step->caller.value(traits_.pc);
+  const Map* const map = maps_->find(pc - 1);
+  if ((map == nullptr || map->file == NO_FILE) && _stepByLinkRegister(frame)) {
+    return std::nullopt;
   }
   frame.registers = step->caller;
   frame.pc = pc;
