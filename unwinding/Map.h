@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 namespace unwinding {
 
@@ -14,14 +15,16 @@ struct Map {
   std::uint64_t end = 0;
   std::uint64_t fileOffset = 0;  // of `start`; 0 for the vdso, whatever a recording says
   FileId file = NO_FILE;
+
+  bool holds(std::uint64_t address) const { return address >= start && address < end; }
 };
 
 // The maps of one process at one moment.
 class MapLookup {
  public:
   virtual ~MapLookup() = default;
-  // The map that holds the address, or null. It has to stay until the chain is complete.
-  virtual const Map* find(std::uint64_t address) const = 0;
+  // The map that holds the address, if there is one. Asked a few times for each frame.
+  virtual std::optional<Map> find(std::uint64_t address) const = 0;
 };
 
 }  // namespace unwinding

@@ -42,8 +42,8 @@ std::optional<std::uint64_t> Unwinder::SampleMemory::read(std::uint64_t address,
 
 std::optional<std::uint64_t> Unwinder::SampleMemory::_readFile(std::uint64_t address,
                                                                unsigned size) {
-  const Map* const map = owner_.maps_->find(address);
-  if (map == nullptr || map->file == NO_FILE || size > map->end - address) {
+  const std::optional<Map> map = owner_.maps_->find(address);
+  if (!map || map->file == NO_FILE || size > map->end - address) {
     return std::nullopt;
   }
   const FileFrames* const file = owner_._file(map->file);
@@ -64,13 +64,13 @@ End Unwinder::unwind(const UserState& state, const MapLookup& maps, std::size_t 
   Frame frame;
   frame.registers = state.registers;
   frame.pc = state.registers.value(traits_.pc);
-  const Map* map = nullptr;
+  std::optional<Map> map;
   while (true) {
     const std::uint64_t address = frame.isReturnAddress ? frame.pc - 1 : frame.pc;
-    if (map == nullptr || address < map->start || address >= map->end) {
+    if (!map || !map->holds(address)) {
       map = maps.find(address);
     }
-    lastFile_ = map == nullptr ? NO_FILE : map->file;
+    lastFile_ = map ? map->file : NO_FILE;
     const FileFrames* const file = lastFile_ == NO_FILE ? nullptr : _file(lastFile_);
     if (file == nullptr || file->machine() != machine_) {
       frames.push_back(address);
@@ -259,8 +259,8 @@ std::optional<End> Unwinder::_stepByExceptionCode(const FrameRule& rule, Frame& 
     return End::Complete;
   }
   const std::uint64_t pc = step->caller.value(traits_.pc);
-  const Map* const map = maps_->find(pc - 1);
-  if ((map == nullptr || map->file == NO_FILE) && _stepByLinkRegister(frame)) {
+  const std::optional<Map> map = maps_->find(pc - 1);
+  if ((!map || map->file == NO_FILE) && _stepByLinkRegister(frame)) {
     return std::nullopt;
   }
   frame.registers = step->caller;

@@ -18,8 +18,8 @@ struct ChainDump {
   unwinding::Registers registers;
   std::vector<unsigned char> stack;
   std::vector<MappedFile> files;
-  std::uint64_t signalReturn = 0;  // where the handler returns to; 0: no signal
-  std::vector<unsigned char> vdso;  // its bytes; its path is [vdso]
+  std::uint64_t signalReturn = 0;      // where the handler returns to; 0: no signal
+  std::vector<unsigned char> vdso;     // its bytes; its path is [vdso]
   std::vector<std::uint64_t> callers;  // return addresses, innermost first
 
   unwinding::UserState state() const { return {machine, registers, stack}; }

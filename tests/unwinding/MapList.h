@@ -1,6 +1,7 @@
 // The maps of a process, for tests.
 #pragma once
 
+#include <optional>
 #include <vector>
 
 #include "unwinding/Map.h"
@@ -8,13 +9,13 @@
 class MapList : public unwinding::MapLookup {
  public:
   void add(const unwinding::Map& map) { maps_.push_back(map); }
-  const unwinding::Map* find(std::uint64_t address) const override {
+  std::optional<unwinding::Map> find(std::uint64_t address) const override {
     for (const unwinding::Map& each : maps_) {
-      if (address >= each.start && address < each.end) {
-        return &each;
+      if (each.holds(address)) {
+        return each;
       }
     }
-    return nullptr;
+    return std::nullopt;
   }
 
  private:

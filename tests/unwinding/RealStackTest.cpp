@@ -115,7 +115,8 @@ TEST_P(RealStackTest, AStackCutAnywhereGivesTheBeginningOfTheChain) {
   ChainDump dump = dumpOf("plain");
   const Chain whole = chainOf(dump);
   std::size_t longest = 0;
-  for (std::size_t size = 0; size < dump.stack.size() && longest < whole.frames.size(); size += 8) {
+  for (std::size_t size = 0; size < dump.stack.size() && longest < whole.frames.size();
+       size += 24) {
     ChainDump cut = dump;
     cut.stack.resize(size);
     const Chain chain = chainOf(cut);
