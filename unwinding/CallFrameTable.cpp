@@ -67,7 +67,8 @@ CallFrameTable::CallFrameTable(Machine machine, Form form, std::vector<unsigned 
 void CallFrameTable::_index(const IsCode& isCode) {
   std::array<Common, 16> recent;  // entries mostly follow what they have in common
   Header header;
-  for (std::size_t offset = 0; _readHeader(offset, header); offset = header.end) {
+  for (std::size_t offset = _skipZeroWords(0); _readHeader(offset, header);
+       offset = _skipZeroWords(header.end)) {
     if (header.common) {
       continue;
     }
@@ -128,17 +129,18 @@ bool CallFrameTable::find(std::uint64_t address, FrameRule& rule) const {
   return rule.kind != FrameRule::Kind::None;
 }
 
-// Skips the zero words that linkers leave between and behind the entries.
+// Linkers leave them between and behind the entries.
+std::size_t CallFrameTable::_skipZeroWords(std::size_t offset) const {
+  ByteCursor in(section_, offset);
+  while (in.takeUnsigned(4) == 0 && in.ok()) {
+    offset = in.offset();
+  }
+  return offset;
+}
+
 bool CallFrameTable::_readHeader(std::size_t offset, Header& header) const {
   ByteCursor in(section_, offset);
-  std::uint64_t length = 0;
-  while (length == 0) {
-    header.offset = in.offset();
-    length = in.takeUnsigned(4);
-    if (!in.ok()) {
-      return false;
-    }
-  }
+  std::uint64_t length = in.takeUnsigned(4);
   const unsigned wordSize = length == LENGTH_64_BIT ? 8 : 4;
   if (wordSize == 8) {
     length = in.takeUnsigned(8);
@@ -170,7 +172,7 @@ CallFrameTable::Common CallFrameTable::_readCommon(std::uint64_t offset) const {
   common.offset = offset;
   Header header;
   if (offset >= section_.size() || !_readHeader(static_cast<std::size_t>(offset), header) ||
-      header.offset != offset || !header.common) {
+      !header.common) {
     return common;
   }
   ByteCursor in(Bytes(section_).first(header.end), header.body);

@@ -61,7 +61,6 @@ class CallFrameTable {
     Bytes instructions;
   };
   struct Header {
-    std::uint64_t offset = 0;  // of the entry
     bool common = false;
     std::uint64_t commonOffset = 0;  // of an entry that is not
     std::size_t body = 0;            // offset behind the header
@@ -75,6 +74,7 @@ class CallFrameTable {
 
   void _index(const IsCode& isCode);
   bool _readHeader(std::size_t offset, Header& header) const;
+  std::size_t _skipZeroWords(std::size_t offset) const;
   Common _readCommon(std::uint64_t offset) const;
   bool _readAugmentation(std::string_view letters, ByteCursor& in, Common& common) const;
   bool _readFunction(const Header& header, const Common& common, Function& function) const;

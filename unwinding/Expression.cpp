@@ -51,7 +51,7 @@ enum Operation : std::uint8_t {
   DW_NOP = 0x96,
 };
 
-constexpr unsigned MOST_STEPS = 1000;
+constexpr unsigned MOST_STEPS = 250;
 
 class Evaluation {
  public:

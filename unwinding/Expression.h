@@ -20,8 +20,8 @@ struct ExpressionInput {
 };
 
 // The number on top of the stack at the end. `section` holds the expression at `place`, its length
-// (ULEB128) first. Nothing when it is broken, does not end within a thousand steps, or needs what
-// is not known.
+// (ULEB128) first. Nothing when it is broken, needs what is not known, or does not end
+// within 250 steps; those in use take a dozen.
 std::optional<std::uint64_t> evaluate(Bytes section, std::size_t place,
                                       const ExpressionInput& input);
 

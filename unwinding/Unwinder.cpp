@@ -12,6 +12,7 @@ namespace {
 
 constexpr std::size_t CACHED_RULES = std::size_t{1} << 14;  // a power of two
 constexpr std::uint64_t LONGEST_GUESSED_FRAME = 0x4000;     // bytes
+constexpr unsigned MOST_FILE_READS = 256;                   // of a chain; honest ones need none
 constexpr std::uint64_t THUMB_BIT = 1;
 // Arm64: what is above the addresses of a process is the authentication code.
 constexpr std::uint64_t ARM64_ADDRESS_MASK = (std::uint64_t{1} << 48) - 1;
@@ -27,6 +28,7 @@ static_assert(CACHED_RULES == std::size_t{1} << (64 - 50));
 void Unwinder::SampleMemory::begin(const UserState& state) {
   stack_ = state.stack;
   stackStart_ = state.registers.value(traitsOf(state.machine).stackPointer);
+  fileReads_ = 0;
   missedStack_ = false;
 }
 
@@ -43,7 +45,7 @@ std::optional<std::uint64_t> Unwinder::SampleMemory::read(std::uint64_t address,
 std::optional<std::uint64_t> Unwinder::SampleMemory::_readFile(std::uint64_t address,
                                                                unsigned size) {
   const std::optional<Map> map = owner_.maps_->find(address);
-  if (!map || map->file == NO_FILE || size > map->end - address) {
+  if (!map || map->file == NO_FILE || ++fileReads_ > MOST_FILE_READS || size > map->end - address) {
     return std::nullopt;
   }
   const FileFrames* const file = owner_._file(map->file);

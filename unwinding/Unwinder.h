@@ -70,6 +70,7 @@ class Unwinder {
     Unwinder& owner_;
     Bytes stack_;
     std::uint64_t stackStart_ = 0;
+    unsigned fileReads_ = 0;
     bool missedStack_ = false;  // something above the stack was asked for and is in no map
   };
 
