@@ -28,6 +28,7 @@ LAYER_OF_PREFIX = {
     "recordings/": "recordings",
     "prepare/": "prepare",
     "listing/": "listing",
+    "unwinding/": "unwinding",
 }
 LIBRARY = {"kestrel_json", "kestrel"}
 ALLOWED = {
@@ -42,6 +43,7 @@ ALLOWED = {
     "app": LIBRARY | {"tracemill_settings", "perfevents", "model", "symbols", "output"},
     "recordings": LIBRARY,
     "prepare": LIBRARY | {"recordings", "listing", "unwinding"},
+    "unwinding": set(),
 }
 
 SUFFIXES = {".h", ".hpp", ".cpp", ".cc"}
