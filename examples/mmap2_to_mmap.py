@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Rewrites the MMAP2 records of a perf.data file as MMAP records.
 
 Current perf versions write every memory map as a PERF_RECORD_MMAP2 (type 10). Readers that know

@@ -1,7 +1,7 @@
 """Installs the libraries below a folder of its own and builds the example reader on them, as
 another project would: with nothing of this project but what was installed.
 
-    find_package_test.py SOURCE BUILD CMAKE GENERATOR COMPILER FLAGS BUILD_TYPE
+    find_package_test.py SOURCE BUILD CMAKE GENERATOR COMPILER flags=FLAGS BUILD_TYPE
 """
 
 import json
@@ -45,7 +45,7 @@ def main(arguments):
         ]
         configure += [
             f"-DCMAKE_CXX_COMPILER={compiler}",
-            f"-DCMAKE_CXX_FLAGS={flags} -Wall -Wextra -Werror",
+            f"-DCMAKE_CXX_FLAGS={flags.removeprefix('flags=')} -Wall -Wextra -Werror",
         ]
         run(*configure)
         run(cmake, "--build", folder / "build")
