@@ -1,4 +1,4 @@
-# What `cmake --install` puts where, in two components: "program" (the program and what its users read) and
+# What `cmake --install` puts where, in two components: "program" (the programs and what their users read) and
 # "development" (libraries, headers and package files for find_package(tracemill); see tracemill_layer).
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -22,18 +22,26 @@ function(tracemill_install_package_texts package component)
   install(FILES ${PROJECT_SOURCE_DIR}/share/debian/copyright DESTINATION ${folder} COMPONENT ${component})
 endfunction()
 
+# tracemill_install_program(TARGET [SCHEMA]): the program, its manual page and its completion, which are called after it,
+# and the JSON Schema of what it writes; all from share/.
 function(tracemill_install_program target)
   install(TARGETS ${target} RUNTIME COMPONENT program)
-  tracemill_install_compressed(share/tracemill.1 ${CMAKE_INSTALL_MANDIR}/man1 program)
-  tracemill_install_package_texts(tracemill program)
+  tracemill_install_compressed(share/${target}.1 ${CMAKE_INSTALL_MANDIR}/man1 program)
 
   install(
-    FILES ${PROJECT_SOURCE_DIR}/share/tracemill.bash-completion
+    FILES ${PROJECT_SOURCE_DIR}/share/${target}.bash-completion
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
-    RENAME tracemill
+    RENAME ${target}
     COMPONENT program)
-  install(FILES ${PROJECT_SOURCE_DIR}/share/tracemill.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/tracemill
-          COMPONENT program)
+  foreach(schema IN LISTS ARGN)
+    install(FILES ${PROJECT_SOURCE_DIR}/share/${schema} DESTINATION ${CMAKE_INSTALL_DATADIR}/tracemill
+            COMPONENT program)
+  endforeach()
+endfunction()
+
+# What users of all programs read and copy.
+function(tracemill_install_documents)
+  tracemill_install_package_texts(tracemill program)
   install(
     FILES ${PROJECT_SOURCE_DIR}/README.md
     DESTINATION ${CMAKE_INSTALL_DOCDIR}
