@@ -1,7 +1,8 @@
 # `cpack -G DEB` in a build directory: tracemill_<version>_<architecture>.deb and, for other projects,
 # libtracemill-dev_<version>_<architecture>.deb.
 set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_CONTACT "The tracemill developers")
+# As in share/debian/changelog.
+set(CPACK_PACKAGE_CONTACT "The tracemill developers <developers@tracemill.example>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL program development)

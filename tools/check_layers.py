@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Checks that no include of the project runs upwards through its layers.
 
     check_layers.py ROOT

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Prints the back traces of a document as collapsed stacks, which flame graph viewers read.
 
     collapse_stacks.py DOCUMENT > stacks.txt

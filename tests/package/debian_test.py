@@ -1,9 +1,10 @@
 """Makes the Debian packages and tries that of the program: unpacked and configured by dpkg under a
 root of its own, run from there, and removed again.
 
-    debian_test.py SOURCE BUILD CPACK companions|alone
+    debian_test.py SOURCE BUILD CPACK BUILD_TYPE companions|alone
 """
 
+import gzip
 import json
 import os
 import re
@@ -21,6 +22,8 @@ FILES = """
 usr/bin/tracemill
 usr/share/bash-completion/completions/tracemill
 usr/share/doc/tracemill/README.md
+usr/share/doc/tracemill/changelog.gz
+usr/share/doc/tracemill/copyright
 usr/share/doc/tracemill/docs/output-format.md
 usr/share/doc/tracemill/examples/tracemill.conf
 usr/share/doc/tracemill/examples/plots/top_functions.py
@@ -106,6 +109,23 @@ class DebianPackagesTest(unittest.TestCase):
                 if file.is_file() and file.suffix != ".a":  # archives keep their debug information
                     self.assertNotIn(str(self.build).encode(), file.read_bytes(), file)
 
+    @unittest.skipUnless(shutil.which("lintian"), "lintian is not installed")
+    def test_the_distributions_own_check_finds_no_error(self):
+        if self.build_type != "Release":  # it would look through all debug information, for a minute
+            self.skipTest("packages for users are made from the release build")
+        options = ["--no-cfg", "--allow-root", "--fail-on", "error", "--display-level", "error"]
+        run("lintian", *options, *self.packages.values())
+
+    def test_the_changelog_is_of_this_version_and_by_the_maintainer(self):
+        for name, path in self.packages.items():
+            folder = self.folder / "texts" / name
+            folder.parent.mkdir(exist_ok=True)
+            run("dpkg-deb", "--extract", path, folder)
+            changelog = folder / "usr/share/doc" / name / "changelog.gz"
+            text = gzip.decompress(changelog.read_bytes()).decode()
+            self.assertTrue(text.startswith(f"tracemill ({self.field(name, 'Version')}) "), text)
+            self.assertIn(f" -- {self.field(name, 'Maintainer')}  ", text)
+
     def test_it_installs_runs_and_leaves_nothing(self):
         root = self.folder / "root"
         (root / "var/lib/dpkg").mkdir(parents=True)
@@ -153,7 +173,7 @@ class DebianPackagesTest(unittest.TestCase):
 
 
 def main(arguments):
-    source, build, DebianPackagesTest.cpack, extent = arguments
+    source, build, DebianPackagesTest.cpack, DebianPackagesTest.build_type, extent = arguments
     DebianPackagesTest.has_companions = extent == "companions"
     DebianPackagesTest.source, DebianPackagesTest.build = Path(source), Path(build)
     needed = dict(NEEDED) if os.geteuid() == 0 else dict(NEEDED, fakeroot="fakeroot")

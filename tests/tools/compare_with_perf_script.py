@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Compares the samples of a tracemill document with what `perf script` prints for the recording.
 
     compare_with_perf_script.py TRACEMILL RECORDING
