@@ -6,7 +6,8 @@
 #   tracemill_demangler  libiberty where it is installed (TRACEMILL_LIBIBERTY), else the C++ library's own
 macro(tracemill_find_companions)
   set(TRACEMILL_COMPANIONS OFF)
-  if(NOT CMAKE_CROSSCOMPILING) # pkg-config would answer for this machine
+  # pkg-config would answer for this machine, and for shared libraries.
+  if(NOT CMAKE_CROSSCOMPILING AND NOT CMAKE_EXE_LINKER_FLAGS MATCHES "-static")
     find_package(PkgConfig QUIET)
   endif()
   if(PkgConfig_FOUND)
@@ -23,6 +24,6 @@ macro(tracemill_find_companions)
       target_compile_definitions(tracemill_demangler INTERFACE TRACEMILL_LIBIBERTY)
     endif()
   else()
-    message(STATUS "Building the converter alone: the companions need pkg-config and the development files of libelf, libdw, zlib, xz and zstd")
+    message(STATUS "Building the converter alone: the companions are built for this machine with shared libraries, and need pkg-config and the development files of libelf, libdw, zlib, xz and zstd")
   endif()
 endmacro()
