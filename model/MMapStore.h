@@ -61,12 +61,6 @@ class MMapStore {
                                      const MMapInfo& info) const;
 
  private:
-  struct ByText {
-    bool operator()(const MapName::SharedText& one, const MapName::SharedText& other) const {
-      return *one < *other;
-    }
-  };
-
   RangedItemStore& _storeOf(unsigned pid);             // created on first use
   RangedItemStore* _knownStoreOf(unsigned pid) const;  // null if there is none
   MapName::SharedText _beginningOfName(const std::string& process);
@@ -76,7 +70,7 @@ class MMapStore {
 
   std::map<uint32_t, std::unique_ptr<RangedItemStore>> stores_;  // key: pid
   mutable RecentlyUsed<RangedItemStore> recentStores_;
-  std::set<MapName::SharedText, ByText> fakeNames_;  // how they begin
+  std::set<MapName::SharedText, MapName::ByText> fakeNames_;  // how they begin
   MapName::SharedText recentFakeName_;
   MMapInfo kernelMap_;
   MMapInfo stackMap_;

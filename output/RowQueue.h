@@ -20,7 +20,7 @@ struct RowBatch {
   void clear();
   void writeTo(kestrel::JsomWriter& writer, SampleRowText& text) const;
 
-  // 120 KiB in all, save for very long back traces.
+  // 112 KiB in all, save for very long back traces.
   static constexpr std::size_t MOST_ROWS = 1024;
   static constexpr std::size_t ENOUGH_CALLERS = 4096;
 
