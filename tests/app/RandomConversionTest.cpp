@@ -213,7 +213,7 @@ const std::vector<RandomCase>& cases() {
        .shape = {.samples = 150, .longestChain = 5000, .places = 20000},
        .settings = {.maxBackTrace = 4000},
        .seeds = 2},
-      {.name = "FewMaps", .shape = {.maps = 60, .samples = 3000, .places = 5000}},
+      {.name = "FewMaps", .shape = {.maps = 120, .samples = 3000, .places = 5000}},
       {.name = "ManyMaps",
        .shape = {.maps = 20000, .samples = 20000, .longestChain = 6, .places = 4000},
        .seeds = 2},
