@@ -11,7 +11,7 @@ DOCUMENT = ROOT / "docs" / "reliability.md"
 
 TEST = re.compile(r"^TEST(?:_[FP])?\((\w+),\s*(\w+)\)", re.MULTILINE)
 NAME = re.compile(r"`(\w+Test\.(?:\w+|\*)|(?:fuzz|tools)\.[\w.]+)`")
-FUZZ_TARGET = re.compile(r"^fuzz_target\((\w+)", re.MULTILINE)
+FUZZ_TARGET = re.compile(r"^\s*fuzz_target\((\w+)", re.MULTILINE)
 CTEST = re.compile(r"add_test\(NAME ([\w.]+)")
 PYTHON_TEST = re.compile(r"^ *tracemill_python_test\(\s*([\w.]+)", re.MULTILINE)
 
