@@ -203,6 +203,9 @@ bool Driver::_openInput() {
 bool Driver::_openOutput() {
   if (!outputName_) {
     output_ = &std::cout;
+    if (!_sharesOutputWithLog()) {
+      kestrel::StandardStreams::writeOutputInBlocks();
+    }
     return true;
   }
   outputFile_.emplace().open(*outputName_, append_);
@@ -227,6 +230,10 @@ bool Driver::_rewindInput() {
   return false;
 }
 
+bool Driver::_sharesOutputWithLog() const {
+  return !outputName_ && kestrel::Logger::usesStandardOutput();
+}
+
 // False when something else than the recording stopped the conversion; the document is valid JSON
 // all the same.
 bool Driver::_writeDocument() {
@@ -240,8 +247,7 @@ bool Driver::_writeDocument() {
     isReadable = _rewindInput() && isReadable;
     const PerfInputRunnerPass2 pass2(
         &input_, &timeConverter_, &writer,
-        outputName_ ? SampleRowWriter::Mode::InBackground : SampleRowWriter::Mode::AtOnce,
-        pass1.quietStretches());
+        _sharesOutputWithLog() ? SampleWriter::Mode::AtOnce : SampleWriter::Mode::InBackground);
     isReadable = isReadable && !input_.bad();
     _writeTables(writer);
   } catch (const std::bad_alloc&) {

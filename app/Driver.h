@@ -43,6 +43,7 @@ class Driver {
   bool _openInput();
   bool _openOutput();
   bool _rewindInput();
+  bool _sharesOutputWithLog() const;
   bool _writeDocument();
   void _writeTables(kestrel::JsomWriter& writer);
   bool _finishOutput();

@@ -261,50 +261,13 @@ void PerfRecordFileReader::parseEvents(PerfEventDataListener& listener) {
   }
   const auto size = static_cast<int64_t>(header_.data.size);
   int64_t offset = 0;
-  std::size_t stretch = 0;
   records_.begin();
-  while (offset < size) {
-    if (leftOut_ != nullptr) {
-      offset += _leaveOut(offset, stretch);
-    }
-    if (!_readRecord()) {
-      break;
-    }
-    if (quiet_ != nullptr) {
-      quiet_->add(static_cast<uint64_t>(offset), _isQuiet());
-    }
+  while (offset < size && _readRecord()) {
     _deliver(undecoded, listener);
     offset += records_.size();
   }
-  if (quiet_ != nullptr) {
-    quiet_->finish();
-  }
   records_.end();
   listener.onClose();
-}
-
-// Passes over the stretch if it begins here. Returns its length, else 0.
-int64_t PerfRecordFileReader::_leaveOut(int64_t offset, std::size_t& stretch) {
-  const std::vector<QuietStretches::Stretch>& stretches = leftOut_->stretches();
-  if (stretch == stretches.size() || static_cast<int64_t>(stretches[stretch].begin) != offset) {
-    return 0;
-  }
-  const auto length = static_cast<int64_t>(stretches[stretch].end) - offset;
-  records_.passOver(length);
-  ++stretch;
-  return length;
-}
-
-// Of all records only COMM ones are logged.
-bool PerfRecordFileReader::_isQuiet() {
-  const auto type = static_cast<PerfEventData::Type>(records_.type());
-  return type == PerfEventData::Type::Sample ? isTimeWanted_ && _isFilteredOut(_body())
-                                             : type != PerfEventData::Type::Comm;
-}
-
-kestrel::ByteBufferViewport PerfRecordFileReader::_body() {
-  constexpr unsigned int HEADER = abi::EVENT_HEADER_SIZE;
-  return {records_.record() + HEADER, abi::LARGEST_EVENT_SIZE - HEADER, records_.size() - HEADER};
 }
 
 bool PerfRecordFileReader::_readRecord() {
@@ -336,11 +299,10 @@ void PerfRecordFileReader::_deliver(PerfEventData* undecoded, PerfEventDataListe
     }
     return;
   }
-  if (skipsSamples_ && type == PerfEventData::Type::Sample) {
-    return;
-  }
-  const kestrel::ByteBufferViewport body = _body();
-  if (type == PerfEventData::Type::Sample && isTimeWanted_ && _isFilteredOut(body)) {
+  constexpr unsigned int HEADER = abi::EVENT_HEADER_SIZE;
+  const kestrel::ByteBufferViewport body(
+      records_.record() + HEADER, abi::LARGEST_EVENT_SIZE - HEADER, records_.size() - HEADER);
+  if (type == PerfEventData::Type::Sample && !filter_.admits(body, timeOffset_)) {
     return;
   }
   if (const PerfEventData* const event = store_->getEventData(type, body, misc)) {
@@ -348,18 +310,10 @@ void PerfRecordFileReader::_deliver(PerfEventData* undecoded, PerfEventDataListe
   }
 }
 
-void PerfRecordFileReader::filterSamples(std::function<bool(uint64_t)> isTimeWanted) {
+void PerfRecordFileReader::filterSamples(SampleFilter filter) {
   const std::optional<std::size_t> offset = PerfEventDataSample::timeOffset(attributes_.at(0));
-  if (offset) {
-    timeOffset_ = *offset;
-    isTimeWanted_ = std::move(isTimeWanted);
-  }
-}
-
-// What is too short to have a time is for its decoder to refuse.
-bool PerfRecordFileReader::_isFilteredOut(const kestrel::ByteBufferViewport& sample) const {
-  return sample.size() >= timeOffset_ + sizeof(uint64_t) &&
-         !isTimeWanted_(RecordCursor::at<uint64_t>(sample, timeOffset_));
+  timeOffset_ = offset.value_or(0);
+  filter_ = offset || !filter.looksAtTimes() ? std::move(filter) : SampleFilter::all();
 }
 
 }  // namespace perfevents

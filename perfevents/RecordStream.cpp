@@ -54,23 +54,6 @@ bool RecordStream::_provide(std::size_t bytes) {
   return filledTo_ >= bytes;
 }
 
-void RecordStream::passOver(std::streamoff bytes) {
-  const std::streamoff left = static_cast<std::streamoff>(filledTo_ - nextAt_);
-  if (bytes <= left) {
-    nextAt_ += static_cast<std::size_t>(bytes);
-    return;
-  }
-  _keepHeader();
-  blockStart_ += static_cast<std::streamoff>(nextAt_) + bytes;
-  recordAt_ = 0;
-  nextAt_ = 0;
-  filledTo_ = 0;
-  stream_.clear();  // the block may have reached the end of the file
-  if (!stream_.seekg(blockStart_)) {
-    _noteReadError();
-  }
-}
-
 // The first one counts.
 void RecordStream::_noteReadError() {
   if (readError_ == 0) {

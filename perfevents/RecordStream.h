@@ -41,8 +41,6 @@ class RecordStream {
     }
     return _nextAcrossBlocks();
   }
-  // Goes on so many bytes further, at the begin of another record.
-  void passOver(std::streamoff bytes);
   // Leaves the stream as if the records had been read from it one by one: behind the last one, or
   // failed when it is cut off.
   void end();

@@ -17,6 +17,6 @@ class FunctionInfo : public RangedItem, public Pooled<FunctionInfo> {
 
   uint32_t lineNumber = 0;  // 0: unknown
   uint32_t refCount = 0;    // addresses of samples and back traces that resolved to this function
-  // As listed, demangled by the lister. Borrowed: see SymbolTable::keepTexts().
+  // As listed, demangled by the lister. Borrowed: see SymbolTable::texts().
   std::string_view name;
 };

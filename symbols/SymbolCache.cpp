@@ -126,6 +126,16 @@ SymbolCache::SymbolCache()
   kestrel::ReplacementFile::removeAbandoned(cacheDir_);
   if (FileStatus::of(indexPath_)) {
     index_.fromFile(indexPath_.c_str());
+    for (int i = 0; i < index_.size(); ++i) {
+      _noteEntry(i);
+    }
+  }
+}
+
+// Of several entries of a path, the last one counts.
+void SymbolCache::_noteEntry(int number) {
+  if (const std::string* const path = index_.key(number)) {
+    entries_[*path] = number;
   }
 }
 
@@ -147,7 +157,8 @@ bool SymbolCache::getSampleDataFile(const std::string& sourcePath, std::string& 
     _log().infof("Skipping..., source file does not exist '%s'", sourcePath.c_str());
     return false;
   }
-  kestrel::JSOM entry = index_[sourcePath];
+  const auto known = entries_.find(sourcePath);
+  kestrel::JSOM entry = known == entries_.end() ? kestrel::JSOM() : index_[known->second];
   if (_settings()->freezeSymbolCache) {
     return _findFrozenList(sourcePath, entry, listPath);
   }
@@ -162,7 +173,7 @@ bool SymbolCache::getSampleDataFile(const std::string& sourcePath, std::string& 
       return true;
     }
   }
-  return _createList(sourcePath, source->modificationTime, entry, listPath);
+  return _createList(sourcePath, source->modificationTime, listPath);
 }
 
 bool SymbolCache::_findFrozenList(const std::string& sourcePath, kestrel::JSOM& entry,
@@ -187,7 +198,7 @@ bool SymbolCache::_findListOf(kestrel::JSOM& entry, std::string& listPath) const
 }
 
 bool SymbolCache::_createList(const std::string& sourcePath, long long modificationTime,
-                              kestrel::JSOM& entry, std::string& listPath) {
+                              std::string& listPath) {
   if (_readsAsOption(sourcePath)) {
     _log().warnf("Not listing '%s', its name reads as an option", sourcePath.c_str());
     return false;
@@ -204,6 +215,7 @@ bool SymbolCache::_createList(const std::string& sourcePath, long long modificat
   }
   // Gone already: another run found the same list empty and removed it.
   const long long size = list.value_or(FileStatus()).size;
+  kestrel::JSOM entry = index_[sourcePath];
   entry["file"].setString(name);
   entry["mtime"].setLong(modificationTime);
   entry["size"].setLong(size);
@@ -211,6 +223,9 @@ bool SymbolCache::_createList(const std::string& sourcePath, long long modificat
     entry.erase("file");
     std::error_code ignored;
     std::filesystem::remove(listPath, ignored);
+  }
+  if (entries_.count(sourcePath) == 0) {
+    _noteEntry(index_.size() - 1);
   }
   _writeIndex();
   _log().infof("Created new %u byte cache file for '%s' in '%s'", static_cast<unsigned int>(size),

@@ -14,6 +14,7 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 
 #include "kestrel/json/JSOM.h"
 
@@ -44,14 +45,16 @@ class SymbolCache {
   bool _findFrozenList(const std::string& sourcePath, kestrel::JSOM& entry,
                        std::string& listPath) const;
   bool _findListOf(kestrel::JSOM& entry, std::string& listPath) const;
-  bool _createList(const std::string& sourcePath, long long modificationTime, kestrel::JSOM& entry,
+  bool _createList(const std::string& sourcePath, long long modificationTime,
                    std::string& listPath);
   bool _discardList(const std::string& sourcePath, const std::string& listPath,
                     const std::string& reason);
+  void _noteEntry(int number);
   void _writeIndex();
 
   kestrel::JSOM index_;
-  std::string cacheDir_;   // ends in "/"
-  std::string indexPath_;  // inside it
+  std::map<std::string_view, int> entries_;  // of the index, by path: a handle searches them all
+  std::string cacheDir_;                     // ends in "/"
+  std::string indexPath_;                    // inside it
   std::map<std::string, std::string> overrides_;
 };

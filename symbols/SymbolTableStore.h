@@ -9,6 +9,7 @@
 #include <string>
 
 #include "kestrel/FileFinder.h"
+#include "model/MapName.h"
 #include "symbols/SymbolTable.h"
 
 namespace kestrel {
@@ -29,9 +30,6 @@ class SymbolTableStore {
   // carry the list.
   SymbolTable* getSymbolTable(MMapInfo* map);
 
-  // Whether getSymbolTable(map) has its answer at hand: nothing will be looked for, read or logged.
-  bool hasSymbolTable(const MMapInfo* map) const;
-
   // Names that are known to stand for a path, without a look at the disk. The driver enters the
   // kernel's.
   void setLocation(const std::string& name, const std::string& located);
@@ -48,11 +46,16 @@ class SymbolTableStore {
   SymbolTable* _createSymbolTable(const std::string& located);
 
  private:
+  using SharedText = MapName::SharedText;
+
   SymbolTable* _tableAt(const std::string& located) const;
+  void _setLocation(const SharedText& name, const SharedText& located);
+  SymbolTable* _fillTable(const SharedText& located);
 
   kestrel::FileFinder fileFinder_;
-  std::map<std::string, std::unique_ptr<SymbolTable>> tables_;  // key: located path
-  std::map<std::string, std::string> locations_;                // map file name to located path
+  // Texts are shared with the maps: names may be long and many.
+  std::map<SharedText, std::unique_ptr<SymbolTable>, MapName::ByText> tables_;  // key: located path
+  std::map<SharedText, SharedText, MapName::ByText> locations_;  // map file name to located path
   SymbolTable* noFileTable_;          // among tables_: made-up maps have no symbols
   bool hasLocationOfNoFile_ = false;  // a name among them reads as a made-up map's
 };

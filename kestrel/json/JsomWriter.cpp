@@ -1,5 +1,6 @@
 #include "kestrel/json/JsomWriter.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -124,6 +125,32 @@ void JsomWriter::appendJsonValue(const char* text, int length) {
   write(text, length);
 }
 
+void JsomWriter::appendNumberArray(const char* text, int length) {
+  std::int32_t column = column_ < BREAK_COLUMN ? column_ : BREAK_COLUMN;
+  if (state_ == ']') ++column;  // a comma comes first
+  const std::int32_t left = BREAK_COLUMN - (column < BREAK_COLUMN ? column : 0);
+  if (!whitespace && length <= left) {  // no forced line break falls inside
+    appendJsonValue(text, length);
+  } else {
+    appendArrayPiece(text, length);
+  }
+}
+
+void JsomWriter::appendArrayPiece(const char* text, int length) {
+  const char* const end = text + length;
+  while (text < end) {
+    const char* const value = text++;
+    if (*value == '[') {
+      startArray();
+    } else if (*value == ']') {
+      endArray();
+    } else if (*value != ',') {
+      text = std::find_if(value, end, [](char c) { return c == ',' || c == ']'; });
+      appendJsonValue(value, static_cast<int>(text - value));
+    }
+  }
+}
+
 void JsomWriter::appendDouble(long double value, int precision) {
   ValueText text;
   if (!_beginValue("appendDouble", text)) return;
@@ -198,12 +225,6 @@ void JsomWriter::end() {
   while (state_ != 0) _close(inObject(state_) ? '}' : ']');
   stateStack_.clear();
   flush();
-}
-
-bool JsomWriter::holdsOnLine(int length) const {
-  std::int32_t column = column_ < BREAK_COLUMN ? column_ : BREAK_COLUMN;
-  if (state_ == ']') ++column;  // a comma comes first
-  return !whitespace && length <= BREAK_COLUMN - (column < BREAK_COLUMN ? column : 0);
 }
 
 void JsomWriter::write(const char* bytes, int length) {

@@ -44,10 +44,11 @@ class JsomWriter {
   void appendUnsignedInt(unsigned int value);
   // The bytes are written as they are: they must be valid JSON.
   void appendJsonValue(const char* text, int length);
-  // Whether an array of numbers of up to `length` bytes, given as one finished text to
-  // appendJsonValue(), gives the bytes that it would give value by value: in the compact layout,
-  // and where no forced line break falls inside.
-  bool holdsOnLine(int length) const;
+  // An array of numbers, and of such arrays, in the compact layout: gives the bytes that it would
+  // give value by value.
+  void appendNumberArray(const char* text, int length);
+  // As above, for a part of its text that ends between two values. The array is open in between.
+  void appendArrayPiece(const char* text, int length);
   // At most `precision` fraction digits, zeros at the end removed; 0 gives six digits, not trimmed.
   // Beyond 1e16 the exponent notation is used whatever the precision. Text over 255 bytes is cut.
   void appendDouble(long double value, int precision);

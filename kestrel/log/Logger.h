@@ -59,6 +59,8 @@ class Logger {
   // Applies a file whose whole document is such a member.
   static void loadConfig(const char* path);
 
+  // Whether lines go to standard output: there is no adapter.
+  static bool usesStandardOutput() { return _adapter() == nullptr; }
   // Takes ownership; null sends lines to standard output again. The adapter so far is flushed and
   // destroyed, once no thread writes through it any more.
   static void setLogAdapter(LogAdapter* adapter);

@@ -35,14 +35,7 @@ class EverythingEnabler : public Logger::LoggerVisitor {
 }  // namespace
 
 void startAfreshForTest() {
-  // Those first that point into others.
-  kestrel::TestAccess::reset<SourceFileStore>();
-  kestrel::TestAccess::reset<SymbolTableStore>();
-  kestrel::TestAccess::reset<SymbolCache>();
-  kestrel::TestAccess::reset<MMapStore>();
-  kestrel::TestAccess::reset<ThreadStore>();
-  kestrel::TestAccess::reset<PerfSettings>();
-  KeyGenerator::counter = 0;
+  makeStoresAnew();
 
   kestrel::TestAccess::resetLogging();
   Logger::setLogAdapter(new DroppingLogAdapter());

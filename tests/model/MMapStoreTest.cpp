@@ -4,12 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "app/PerfSettings.h"
-#include "kestrel/Singleton.h"
-#include "model/MMapStore.h"
-#include "model/ThreadStore.h"
 #include "perfevents/PerfEventDataMmap.h"
 #include "tests/support/EventRecords.h"
+#include "tests/support/FreshStores.h"
 #include "tests/support/JsonText.h"
 #include "tests/support/TestAccess.h"
 
@@ -30,11 +27,7 @@ const std::string STACK_ROW = R"([1,0,"{stack:b0000000-beffffff}",2952790016,251
 
 class MMapStoreTest : public testing::Test {
  protected:
-  MMapStoreTest() {
-    kestrel::TestAccess::reset<PerfSettings>();
-    kestrel::TestAccess::reset<ThreadStore>();
-    KeyGenerator::counter = 0;
-  }
+  MMapStoreTest() { makeModelAnew(); }
 
   PerfSettings& settings() { return *kestrel::Singleton<PerfSettings>::Instance(); }
   ThreadStore& threads() { return *kestrel::Singleton<ThreadStore>::Instance(); }

@@ -1,4 +1,4 @@
-// Rows that are written at once and rows that are written in the background: the same bytes.
+// Rows that are written by the batch and in the background: the bytes of rows written one by one.
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -13,20 +13,18 @@
 #include <gtest/gtest.h>
 
 #include "kestrel/json/JsomWriter.h"
-#include "output/SampleRowWriter.h"
+#include "output/RowQueue.h"
 #include "tests/output/PlainRows.h"
 #include "tests/output/RowStreams.h"
 
 namespace {
 
-using Mode = SampleRowWriter::Mode;
-
-std::string written(Mode mode, const std::vector<PlainRow>& plains, bool whitespace = false) {
+std::string written(const std::vector<PlainRow>& plains, bool whitespace = false) {
   std::ostringstream out;
   kestrel::JsomWriter writer(&out);
   writer.whitespace = whitespace;
   writer.startArray();
-  SampleRowWriter rows(mode, PRECISION);
+  RowQueue rows(PRECISION);
   giveAll(rows, writer, plains);
   rows.finish();
   writer.endArray();
@@ -41,8 +39,7 @@ std::size_t listThreads() {
 // A thread that was waited for is listed for another moment; a thread sanitizer adds one of its own
 // to the first.
 std::size_t countThreads() {
-  static const bool isAnyStarted = (std::thread([] {}).join(), true);
-  EXPECT_TRUE(isAnyStarted);
+  [[maybe_unused]] static const bool isAnyStarted = (std::thread([] {}).join(), true);
   std::size_t count = 0;
   for (int same = 0; same < 5;) {
     const std::size_t now = listThreads();
@@ -75,49 +72,46 @@ class NoMoreThreads {
   pthread_attr_t usual_{};
 };
 
-class SampleRowWriterModeTest : public testing::TestWithParam<Mode> {};
-
 }  // namespace
 
-TEST_P(SampleRowWriterModeTest, NoRowsAreNoText) { EXPECT_EQ(written(GetParam(), {}), "[]"); }
+TEST(RowQueueTest, NoRowsAreNoText) { EXPECT_EQ(written({}), "[]"); }
 
-TEST_P(SampleRowWriterModeTest, FewRows) {
+TEST(RowQueueTest, FewRows) {
   const std::vector<PlainRow> plains = {
-      {.row = {.number = 1, .cpu = 3, .tid = 6, .time = 1.25, .place = {32784, 9}}},
-      {.row = {.number = 2, .tid = 5, .place = {1, 2}}, .callers = {{3, 4}, {5, 6}}}};
-  EXPECT_EQ(written(GetParam(), plains),
-            "[[1,32784,9,1.25,3,6,6,[]],[2,1,2,0,0,5,5,[[3,4],[5,6]]]]");
+      {.row = {.sample = {.time = 1.25, .ip = 32784, .tid = 6, .cpu = 3}, .key = 9, .number = 1}},
+      {.row = {.sample = {.ip = 1, .tid = 5}, .key = 2, .number = 2}, .callers = {{3, 4}, {5, 6}}}};
+  EXPECT_EQ(written(plains), "[[1,32784,9,1.25,3,6,6,[]],[2,1,2,0,0,5,5,[[3,4],[5,6]]]]");
 }
 
-TEST_P(SampleRowWriterModeTest, MoreRowsThanAllBatchesHold) {
+TEST(RowQueueTest, MoreRowsThanAllBatchesHold) {
   std::vector<PlainRow> plains = manyRows(3 * MORE_THAN_ALL_BATCHES);
   for (const std::size_t at : {std::size_t{0}, std::size_t{20'000}, plains.size() - 1}) {
     plains[at] = plainRow(static_cast<uint32_t>(at), 7000);
   }
-  EXPECT_TRUE(written(GetParam(), plains) == plainText(plains, PRECISION));
+  EXPECT_TRUE(written(plains) == plainText(plains, PRECISION));
 }
 
-TEST_P(SampleRowWriterModeTest, EveryRowWithThousandsOfCallers) {
+TEST(RowQueueTest, EveryRowWithThousandsOfCallers) {
   std::vector<PlainRow> plains;
   for (uint32_t number = 1; number <= 3 * BATCHES; ++number) {
     plains.push_back(plainRow(number, number % 5 == 0 ? 0 : 5000));
   }
-  EXPECT_TRUE(written(GetParam(), plains) == plainText(plains, PRECISION));
+  EXPECT_TRUE(written(plains) == plainText(plains, PRECISION));
 }
 
-TEST_P(SampleRowWriterModeTest, NumbersOfRowsAroundWholeBatches) {
+TEST(RowQueueTest, NumbersOfRowsAroundWholeBatches) {
   for (const uint32_t batches : {1U, 3U, 4U, 5U}) {
     for (const uint32_t count :
          {batches * ROWS_IN_BATCH - 1, batches * ROWS_IN_BATCH, batches * ROWS_IN_BATCH + 1}) {
       const std::vector<PlainRow> plains = manyRows(count);
-      EXPECT_TRUE(written(GetParam(), plains) == plainText(plains, PRECISION)) << count;
+      EXPECT_TRUE(written(plains) == plainText(plains, PRECISION)) << count;
     }
   }
 }
 
-TEST_P(SampleRowWriterModeTest, IndentedRows) {
+TEST(RowQueueTest, IndentedRows) {
   const std::vector<PlainRow> plains = manyRows(3 * ROWS_IN_BATCH);
-  const std::string text = written(GetParam(), plains, true);
+  const std::string text = written(plains, true);
   std::ostringstream out;
   kestrel::JsomWriter writer(&out);
   writer.whitespace = true;
@@ -129,28 +123,14 @@ TEST_P(SampleRowWriterModeTest, IndentedRows) {
   EXPECT_TRUE(text == out.str());
 }
 
-TEST_P(SampleRowWriterModeTest, TakesFewerCallersThanAnnounced) {
-  std::ostringstream out;
-  kestrel::JsomWriter writer(&out);
-  SampleRowWriter rows(GetParam(), PRECISION);
-  writer.startArray();
-  rows.begin(writer, 100).number = 1;
-  rows.addCaller({2, 3});
-  rows.end();
-  rows.begin(writer, 100).number = 2;
-  rows.end();
-  rows.finish();
-  EXPECT_EQ(out.str(), "[[1,0,0,0,0,0,0,[[2,3]]],[2,0,0,0,0,0,0,[]]");
-}
-
-TEST_P(SampleRowWriterModeTest, DestructionWritesWhatIsLeft) {
+TEST(RowQueueTest, DestructionWritesWhatIsLeft) {
   for (const uint32_t count : {1U, ROWS_IN_BATCH - 1, ROWS_IN_BATCH, 6 * ROWS_IN_BATCH + 1}) {
     const std::vector<PlainRow> plains = manyRows(count);
     std::ostringstream out;
     kestrel::JsomWriter writer(&out);
     writer.startArray();
     {
-      SampleRowWriter rows(GetParam(), PRECISION);
+      RowQueue rows(PRECISION);
       giveAll(rows, writer, plains);
     }
     writer.endArray();
@@ -159,25 +139,24 @@ TEST_P(SampleRowWriterModeTest, DestructionWritesWhatIsLeft) {
 }
 
 // As when finding one of its callers throws.
-TEST_P(SampleRowWriterModeTest, RowInHandIsNotWrittenByADestruction) {
+TEST(RowQueueTest, CallersOfARowThatNeverCameAreNotWritten) {
   const std::vector<PlainRow> plains = manyRows(3 * ROWS_IN_BATCH + 1);
   std::ostringstream out;
   kestrel::JsomWriter writer(&out);
   writer.startArray();
   {
-    SampleRowWriter rows(GetParam(), PRECISION);
+    RowQueue rows(PRECISION);
     giveAll(rows, writer, plains);
-    rows.begin(writer, 3).number = 9999;
-    rows.addCaller({1, 2});
+    rows.batch(writer).callers.push_back({1, 2});
   }
   writer.endArray();
   EXPECT_TRUE(out.str() == plainText(plains, PRECISION));
 }
 
-TEST_P(SampleRowWriterModeTest, FinishingWithoutRowsOrTwiceDoesNothing) {
+TEST(RowQueueTest, FinishingWithoutRowsOrTwiceDoesNothing) {
   std::ostringstream out;
   kestrel::JsomWriter writer(&out);
-  SampleRowWriter rows(GetParam(), PRECISION);
+  RowQueue rows(PRECISION);
   rows.finish();
   writer.startArray();
   giveAll(rows, writer, manyRows(2 * ROWS_IN_BATCH));
@@ -187,10 +166,10 @@ TEST_P(SampleRowWriterModeTest, FinishingWithoutRowsOrTwiceDoesNothing) {
   EXPECT_EQ(out.str(), text);
 }
 
-TEST_P(SampleRowWriterModeTest, TakesFurtherRowsAfterFinishing) {
+TEST(RowQueueTest, TakesFurtherRowsAfterFinishing) {
   std::ostringstream out;
   kestrel::JsomWriter writer(&out);
-  SampleRowWriter rows(GetParam(), PRECISION);
+  RowQueue rows(PRECISION);
   std::vector<PlainRow> all;
   writer.startArray();
   for (const uint32_t count : {5 * ROWS_IN_BATCH, 3U, MORE_THAN_ALL_BATCHES, ROWS_IN_BATCH}) {
@@ -204,10 +183,10 @@ TEST_P(SampleRowWriterModeTest, TakesFurtherRowsAfterFinishing) {
 }
 
 // What is written between two uses stands there.
-TEST_P(SampleRowWriterModeTest, WriterIsFreeAfterFinishing) {
+TEST(RowQueueTest, WriterIsFreeAfterFinishing) {
   std::ostringstream out;
   kestrel::JsomWriter writer(&out);
-  SampleRowWriter rows(GetParam(), PRECISION);
+  RowQueue rows(PRECISION);
   writer.startArray();
   give(rows, writer, PlainRow());
   rows.finish();
@@ -218,33 +197,12 @@ TEST_P(SampleRowWriterModeTest, WriterIsFreeAfterFinishing) {
   EXPECT_EQ(out.str(), "[[0,0,0,0,0,0,0,[]],null,[0,0,0,0,0,0,0,[]]]");
 }
 
-INSTANTIATE_TEST_SUITE_P(Modes, SampleRowWriterModeTest,
-                         testing::Values(Mode::AtOnce, Mode::InBackground), [](const auto& one) {
-                           return std::string(one.param == Mode::AtOnce ? "AtOnce"
-                                                                        : "InBackground");
-                         });
-
-TEST(SampleRowWriterTest, RowsGivenAtOnceAreThereAtOnce) {
-  std::ostringstream out;
-  kestrel::JsomWriter writer(&out);
-  writer.startArray();
-  SampleRowWriter rows(Mode::AtOnce, PRECISION);
-  give(rows, writer, PlainRow());
-  EXPECT_EQ(out.str(), "[[0,0,0,0,0,0,0,[]]");
-}
-
-TEST(SampleRowWriterTest, RowsGivenAtOnceStartNoThread) {
-  const std::size_t before = countThreads();
-  written(Mode::AtOnce, manyRows(3 * ROWS_IN_BATCH));
-  EXPECT_EQ(countThreads(), before);
-}
-
-TEST(SampleRowWriterTest, FewRowsStartNoThread) {
+TEST(RowQueueTest, FewRowsStartNoThread) {
   const std::size_t before = countThreads();
   std::ostringstream out;
   kestrel::JsomWriter writer(&out);
   writer.startArray();
-  SampleRowWriter rows(Mode::InBackground, PRECISION);
+  RowQueue rows(PRECISION);
   giveAll(rows, writer, manyRows(ROWS_IN_BATCH - 1));
   EXPECT_EQ(countThreads(), before);
   EXPECT_EQ(out.str(), "[");
@@ -252,12 +210,12 @@ TEST(SampleRowWriterTest, FewRowsStartNoThread) {
   EXPECT_EQ(countThreads(), before);
 }
 
-TEST(SampleRowWriterTest, OneBatchOfRowsStartsAThreadThatEndsWithThem) {
+TEST(RowQueueTest, OneBatchOfRowsStartsAThreadThatEndsWithThem) {
   const std::size_t before = countThreads();
   std::ostringstream out;
   kestrel::JsomWriter writer(&out);
   writer.startArray();
-  SampleRowWriter rows(Mode::InBackground, PRECISION);
+  RowQueue rows(PRECISION);
   for (int use = 0; use < 3; ++use) {
     giveAll(rows, writer, manyRows(ROWS_IN_BATCH));
     EXPECT_EQ(countThreads(), before + 1);
@@ -268,13 +226,13 @@ TEST(SampleRowWriterTest, OneBatchOfRowsStartsAThreadThatEndsWithThem) {
   }
 }
 
-TEST(SampleRowWriterTest, OneBatchOfCallersStartsAThread) {
+TEST(RowQueueTest, OneBatchOfCallersStartsAThread) {
   const std::size_t before = countThreads();
   std::ostringstream out;
   kestrel::JsomWriter writer(&out);
   writer.startArray();
   {
-    SampleRowWriter rows(Mode::InBackground, PRECISION);
+    RowQueue rows(PRECISION);
     give(rows, writer, plainRow(1, CALLERS_IN_BATCH - 1));
     EXPECT_EQ(countThreads(), before);
     give(rows, writer, plainRow(2, 1));
@@ -284,11 +242,11 @@ TEST(SampleRowWriterTest, OneBatchOfCallersStartsAThread) {
 }
 
 // The background has written the first batch, and waits.
-TEST(SampleRowWriterTest, RowsThatComeAfterAPauseAreWrittenInEachUse) {
+TEST(RowQueueTest, RowsThatComeAfterAPauseAreWrittenInEachUse) {
   std::ostringstream out;
   kestrel::JsomWriter writer(&out);
   writer.startArray();
-  SampleRowWriter rows(Mode::InBackground, PRECISION);
+  RowQueue rows(PRECISION);
   std::vector<PlainRow> all;
   for (int use = 0; use < 3; ++use) {
     for (const uint32_t count : {ROWS_IN_BATCH, (BATCHES + 8) * ROWS_IN_BATCH}) {
@@ -304,13 +262,13 @@ TEST(SampleRowWriterTest, RowsThatComeAfterAPauseAreWrittenInEachUse) {
   EXPECT_TRUE(out.str() == plainText(all, PRECISION));
 }
 
-TEST(SampleRowWriterTest, SlowStreamGetsEveryRow) {
+TEST(RowQueueTest, SlowStreamGetsEveryRow) {
   const std::vector<PlainRow> plains = manyRows(MORE_THAN_ALL_BATCHES);
   SlowBuffer buffer;
   std::ostream out(&buffer);
   kestrel::JsomWriter writer(&out);
   writer.startArray();
-  SampleRowWriter rows(Mode::InBackground, PRECISION);
+  RowQueue rows(PRECISION);
   giveAll(rows, writer, plains);
   rows.finish();
   writer.endArray();
@@ -318,14 +276,14 @@ TEST(SampleRowWriterTest, SlowStreamGetsEveryRow) {
 }
 
 // However many rows there are, the memory they take is that of twelve batches.
-TEST(SampleRowWriterTest, WhoeverGivesRowsWaitsForAStreamThatStandsStill) {
+TEST(RowQueueTest, WhoeverGivesRowsWaitsForAStreamThatStandsStill) {
   const std::vector<PlainRow> plains = manyRows(MORE_THAN_ALL_BATCHES);
   GateBuffer buffer;
   std::ostream out(&buffer);
   kestrel::JsomWriter writer(&out);
   writer.startArray();
   buffer.shut();
-  SampleRowWriter rows(Mode::InBackground, PRECISION);
+  RowQueue rows(PRECISION);
   Giver giver(rows, writer, plains);
   const std::size_t given = giver.awaitStandstill();
   EXPECT_LT(given, BATCHES * ROWS_IN_BATCH);
@@ -336,7 +294,7 @@ TEST(SampleRowWriterTest, WhoeverGivesRowsWaitsForAStreamThatStandsStill) {
   EXPECT_TRUE(buffer.text() == plainText(plains, PRECISION));
 }
 
-TEST(SampleRowWriterTest, DestructionWaitsForAStreamThatStandsStill) {
+TEST(RowQueueTest, DestructionWaitsForAStreamThatStandsStill) {
   const std::vector<PlainRow> plains = manyRows(5 * ROWS_IN_BATCH + 3);
   GateBuffer buffer;
   std::ostream out(&buffer);
@@ -345,7 +303,7 @@ TEST(SampleRowWriterTest, DestructionWaitsForAStreamThatStandsStill) {
   buffer.shut();
   std::thread opener;
   {
-    SampleRowWriter rows(Mode::InBackground, PRECISION);
+    RowQueue rows(PRECISION);
     giveAll(rows, writer, plains);
     opener = std::thread([&buffer] {
       std::this_thread::sleep_for(std::chrono::milliseconds(100));
@@ -357,14 +315,14 @@ TEST(SampleRowWriterTest, DestructionWaitsForAStreamThatStandsStill) {
   EXPECT_TRUE(buffer.text() == plainText(plains, PRECISION));
 }
 
-TEST(SampleRowWriterTest, WithoutAThreadEveryRowIsWrittenAllTheSame) {
+TEST(RowQueueTest, WithoutAThreadEveryRowIsWrittenAllTheSame) {
   const std::vector<PlainRow> plains = manyRows(5 * ROWS_IN_BATCH + 1);
   const std::size_t before = countThreads();
   const NoMoreThreads refused;
   std::ostringstream out;
   kestrel::JsomWriter writer(&out);
   writer.startArray();
-  SampleRowWriter rows(Mode::InBackground, PRECISION);
+  RowQueue rows(PRECISION);
   giveAll(rows, writer, plains);
   EXPECT_EQ(countThreads(), before);
   EXPECT_FALSE(out.str() == "[");  // as if it were at once, a batch at a time
@@ -374,13 +332,13 @@ TEST(SampleRowWriterTest, WithoutAThreadEveryRowIsWrittenAllTheSame) {
 }
 
 // The system may have a thread again later.
-TEST(SampleRowWriterTest, ThreadIsAskedForAgainAfterARefusal) {
+TEST(RowQueueTest, ThreadIsAskedForAgainAfterARefusal) {
   const std::vector<PlainRow> plains = manyRows(9 * ROWS_IN_BATCH);
   const std::size_t before = countThreads();
   std::ostringstream out;
   kestrel::JsomWriter writer(&out);
   writer.startArray();
-  SampleRowWriter rows(Mode::InBackground, PRECISION);
+  RowQueue rows(PRECISION);
   for (const PlainRow& plain : plains) {
     if (plain.row.number < 2 * ROWS_IN_BATCH) {
       const NoMoreThreads refused;

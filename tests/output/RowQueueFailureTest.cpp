@@ -8,33 +8,25 @@
 #include <gtest/gtest.h>
 
 #include "kestrel/json/JsomWriter.h"
-#include "output/SampleRowWriter.h"
+#include "output/RowQueue.h"
 #include "tests/output/PlainRows.h"
 #include "tests/output/RowStreams.h"
 
-namespace {
-
-using Mode = SampleRowWriter::Mode;
-
-}  // namespace
-
-TEST(SampleRowWriterFailureTest, StreamThatTurnsBadHalfwayHasTheFirstHalf) {
+TEST(RowQueueFailureTest, StreamThatTurnsBadHalfwayHasTheFirstHalf) {
   const std::vector<PlainRow> plains = manyRows(MORE_THAN_ALL_BATCHES);
   const std::string text = plainText(plains, PRECISION);
-  for (const Mode mode : {Mode::AtOnce, Mode::InBackground}) {
-    FullBuffer buffer(text.size() / 2);
-    std::ostream out(&buffer);
-    kestrel::JsomWriter writer(&out);
-    writer.startArray();
-    SampleRowWriter rows(mode, PRECISION);
-    giveAll(rows, writer, plains);
-    rows.finish();
-    EXPECT_TRUE(out.bad());
-    EXPECT_TRUE(buffer.text() == text.substr(0, text.size() / 2));
-  }
+  FullBuffer buffer(text.size() / 2);
+  std::ostream out(&buffer);
+  kestrel::JsomWriter writer(&out);
+  writer.startArray();
+  RowQueue rows(PRECISION);
+  giveAll(rows, writer, plains);
+  rows.finish();
+  EXPECT_TRUE(out.bad());
+  EXPECT_TRUE(buffer.text() == text.substr(0, text.size() / 2));
 }
 
-TEST(SampleRowWriterFailureTest, WhoeverWaitsForAStreamGetsItsFailure) {
+TEST(RowQueueFailureTest, WhoeverWaitsForAStreamGetsItsFailure) {
   const std::vector<PlainRow> plains = manyRows(MORE_THAN_ALL_BATCHES);
   TrapBuffer buffer;
   std::ostream out(&buffer);
@@ -43,7 +35,7 @@ TEST(SampleRowWriterFailureTest, WhoeverWaitsForAStreamGetsItsFailure) {
   writer.startArray();
   buffer.shut();
   {
-    SampleRowWriter rows(Mode::InBackground, PRECISION);
+    RowQueue rows(PRECISION);
     Giver giver(rows, writer, plains);
     giver.awaitStandstill();
     buffer.open();
@@ -52,8 +44,9 @@ TEST(SampleRowWriterFailureTest, WhoeverWaitsForAStreamGetsItsFailure) {
   EXPECT_EQ(buffer.text(), "[");
 }
 
-// The failure comes while rows are still given: an end() throws it, and whoever gives rows leaves.
-TEST(SampleRowWriterFailureTest, FailureReachesWhoeverGivesRows) {
+// The failure comes while rows are still given: a submit() throws it, and whoever gives rows
+// leaves.
+TEST(RowQueueFailureTest, FailureReachesWhoeverGivesRows) {
   const std::vector<PlainRow> plains = manyRows(2 * MORE_THAN_ALL_BATCHES);
   const std::string text = plainText(plains, PRECISION);
   ThrowingBuffer buffer(text.size() / 4);
@@ -62,7 +55,7 @@ TEST(SampleRowWriterFailureTest, FailureReachesWhoeverGivesRows) {
   kestrel::JsomWriter writer(&out);
   writer.startArray();
   {
-    SampleRowWriter rows(Mode::InBackground, PRECISION);
+    RowQueue rows(PRECISION);
     EXPECT_EQ(problemOf([&] { giveAll(rows, writer, plains); }), "the buffer has had enough");
   }
   EXPECT_GE(buffer.text().size(), text.size() / 4);
@@ -71,7 +64,7 @@ TEST(SampleRowWriterFailureTest, FailureReachesWhoeverGivesRows) {
 }
 
 // Neither finish() nor the destruction writes the rows behind those that are missing.
-TEST(SampleRowWriterFailureTest, FailureAfterTheLastRowReachesFinish) {
+TEST(RowQueueFailureTest, FailureAfterTheLastRowReachesFinish) {
   const std::vector<PlainRow> plains = manyRows(5 * ROWS_IN_BATCH + 5);
   ThrowingBuffer buffer(1000);
   std::ostream out(&buffer);
@@ -80,7 +73,7 @@ TEST(SampleRowWriterFailureTest, FailureAfterTheLastRowReachesFinish) {
   writer.startArray();
   buffer.shut();
   {
-    SampleRowWriter rows(Mode::InBackground, PRECISION);
+    RowQueue rows(PRECISION);
     giveAll(rows, writer, plains);
     buffer.open();
     EXPECT_EQ(problemOf([&] { rows.finish(); }), "the buffer has had enough");
@@ -90,7 +83,7 @@ TEST(SampleRowWriterFailureTest, FailureAfterTheLastRowReachesFinish) {
   EXPECT_TRUE(buffer.text() == plainText(plains, PRECISION).substr(0, buffer.text().size()));
 }
 
-TEST(SampleRowWriterFailureTest, FailureOfADestructionIsLost) {
+TEST(RowQueueFailureTest, FailureOfADestructionIsLost) {
   ThrowingBuffer buffer(1000);
   std::ostream out(&buffer);
   out.exceptions(std::ios_base::badbit);
@@ -98,30 +91,28 @@ TEST(SampleRowWriterFailureTest, FailureOfADestructionIsLost) {
   writer.startArray();
   buffer.shut();
   {
-    SampleRowWriter rows(Mode::InBackground, PRECISION);
+    RowQueue rows(PRECISION);
     giveAll(rows, writer, manyRows(5 * ROWS_IN_BATCH));
     buffer.open();
   }
   EXPECT_GE(buffer.text().size(), 1000U);
 }
 
-TEST(SampleRowWriterFailureTest, StreamThatThrowsWhenItTurnsBadStopsTheRows) {
+TEST(RowQueueFailureTest, StreamThatThrowsWhenItTurnsBadStopsTheRows) {
   const std::vector<PlainRow> plains = manyRows(MORE_THAN_ALL_BATCHES);
   const std::string text = plainText(plains, PRECISION);
-  for (const Mode mode : {Mode::AtOnce, Mode::InBackground}) {
-    FullBuffer buffer(text.size() / 3);
-    std::ostream out(&buffer);
-    out.exceptions(std::ios_base::badbit);
-    kestrel::JsomWriter writer(&out);
-    writer.startArray();
-    {
-      SampleRowWriter rows(mode, PRECISION);
-      const auto giveThem = [&] {
-        giveAll(rows, writer, plains);
-        rows.finish();
-      };
-      EXPECT_THROW(giveThem(), std::ios_base::failure);
-    }
-    EXPECT_TRUE(buffer.text() == text.substr(0, text.size() / 3));
+  FullBuffer buffer(text.size() / 3);
+  std::ostream out(&buffer);
+  out.exceptions(std::ios_base::badbit);
+  kestrel::JsomWriter writer(&out);
+  writer.startArray();
+  {
+    RowQueue rows(PRECISION);
+    const auto giveThem = [&] {
+      giveAll(rows, writer, plains);
+      rows.finish();
+    };
+    EXPECT_THROW(giveThem(), std::ios_base::failure);
   }
+  EXPECT_TRUE(buffer.text() == text.substr(0, text.size() / 3));
 }
