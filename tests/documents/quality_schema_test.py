@@ -102,11 +102,17 @@ class QualityTest(unittest.TestCase):
         self.assertFalse(self.checker.is_valid({**self.whole, "version": 2}))
 
 
-class ReasonsTest(unittest.TestCase):
+class SourceTest(unittest.TestCase):
+    def test_the_ends_of_chains_are_those_that_are_counted(self):
+        source = SOURCE.read_text(encoding="utf-8")
+        counted = re.search(r"ENDS\[\] = \{(.*?)\};", source, re.DOTALL).group(1)
+        schema = json.loads(SCHEMA.read_text(encoding="utf-8"))["properties"]["stackDumps"]
+        self.assertEqual(re.findall(r'"(\w+)"', counted), list(schema["properties"]))
+        self.assertEqual(schema["required"], list(schema["properties"]))
+
     def test_the_page_explains_each_that_is_given(self):
         source = SOURCE.read_text(encoding="utf-8")
-        given = set(re.findall(r'\{"([a-z]+(?:-[a-z]+)*)", *"', source))
-        given |= set(re.findall(r'\{"([a-z]+(?:-[a-z]+)*)",\n', source))
+        given = set(re.findall(r'(?:return |Reason|push_back\(\s*)\{"([a-z-]+)",', source))
         self.assertGreaterEqual(len(given), 9)
         explained = re.findall(r"^\| `([a-z-]+)` \|", PAGE.read_text(encoding="utf-8"), re.MULTILINE)
         self.assertEqual(set(explained), given)
