@@ -1,0 +1,193 @@
+// What the page is about: the recording, and how far it can be trusted.
+
+import type { Profile } from '../data/profile';
+import { h } from './dom';
+import { formatCount, formatSeconds, shortened } from './format';
+import type { Page, View } from './page';
+
+type Json = null | boolean | number | string | Json[] | { [key: string]: Json };
+type JsonObject = { [key: string]: Json };
+
+const isObject = (value: Json | undefined): value is JsonObject =>
+  typeof value === 'object' && value !== null && !Array.isArray(value);
+
+/** 'wallClockOfFirstSample' as 'Wall clock of first sample'. */
+export function titleOfKey(key: string): string {
+  const words = key
+    .replace(/[_-]+/g, ' ')
+    .replace(/([a-z0-9])([A-Z])/g, (_, before, letter) => `${before} ${letter.toLowerCase()}`);
+  return words.charAt(0).toUpperCase() + words.slice(1);
+}
+
+/** Whatever is under `key`, at any depth; the first that is found. */
+export function findKey(value: unknown, keys: readonly string[]): Json | undefined {
+  if (Array.isArray(value) || !isObject(value as Json)) {
+    return undefined;
+  }
+  const object = value as JsonObject;
+  for (const key of keys) {
+    if (key in object) {
+      return object[key];
+    }
+  }
+  for (const member of Object.values(object)) {
+    const found = findKey(member, keys);
+    if (found !== undefined) {
+      return found;
+    }
+  }
+  return undefined;
+}
+
+/** Milliseconds since 1970 of the first sample, of a number of seconds or a date; null if unknown. */
+export function wallClockOf(quality: unknown): number | null {
+  const value = findKey(quality, ['wallClockOfFirstSample']);
+  if (typeof value === 'number' && value > 0) {
+    return value * 1000;
+  }
+  if (typeof value === 'string' && value !== '') {
+    // Dates hold milliseconds; what is beyond them is added.
+    const fraction = /\.\d{3}(\d+)/.exec(value);
+    const milliseconds = Date.parse(value.replace(/(\.\d{3})\d+/, '$1'));
+    const rest = fraction === null ? 0 : Number(`0.${fraction[1]}`);
+    return Number.isNaN(milliseconds) ? null : milliseconds + rest;
+  }
+  return null;
+}
+
+/** The sentence to put over everything where chains cannot be trusted; null where they can. */
+export function warningOf(quality: unknown): string | null {
+  const trusted = findKey(quality, ['chainsCanBeTrusted', 'chainsTrusted']);
+  if (trusted !== false) {
+    return null;
+  }
+  const judgement = findKey(quality, ['judgement', 'chainJudgement']);
+  return typeof judgement === 'string'
+    ? judgement
+    : 'The call chains of this recording cannot be trusted; own samples can.';
+}
+
+function plainText(value: Json): string {
+  if (typeof value === 'number') {
+    return Number.isInteger(value) ? formatCount(value) : String(value);
+  }
+  if (Array.isArray(value)) {
+    return value.map(plainText).join(' ');
+  }
+  return value === null
+    ? 'unknown'
+    : String(value === true ? 'yes' : value === false ? 'no' : value);
+}
+
+/** A list of reasons with cures, as a table with a column for each of their keys. */
+function list(rows: JsonObject[]): HTMLElement {
+  const keys = [...new Set(rows.flatMap((row) => Object.keys(row)))];
+  return h(
+    'table',
+    { class: 'facts' },
+    h('thead', {}, h('tr', {}, ...keys.map((key) => h('th', { scope: 'col' }, titleOfKey(key))))),
+    h(
+      'tbody',
+      {},
+      ...rows
+        .slice(0, 200)
+        .map((row) =>
+          h(
+            'tr',
+            {},
+            ...keys.map((key) => h('td', {}, shortened(plainText(row[key] ?? ''), 2000))),
+          ),
+        ),
+    ),
+  );
+}
+
+function pairs(entries: [string, string][]): HTMLElement {
+  return h(
+    'dl',
+    { class: 'facts' },
+    ...entries.flatMap(([key, value]) => [h('dt', {}, key), h('dd', {}, shortened(value, 4000))]),
+  );
+}
+
+/** A report of any shape: objects are sections of keys and values, lists of objects are tables. */
+function sections(value: JsonObject, level: number): HTMLElement[] {
+  const simple: [string, string][] = [];
+  const parts: HTMLElement[] = [];
+  for (const [key, member] of Object.entries(value)) {
+    const title = titleOfKey(key);
+    if (Array.isArray(member) && member.length > 0 && member.every(isObject)) {
+      parts.push(h('h3', {}, title), list(member as JsonObject[]));
+    } else if (isObject(member)) {
+      parts.push(h(level === 0 ? 'h2' : 'h3', {}, title), ...sections(member, level + 1));
+    } else {
+      simple.push([title, plainText(member)]);
+    }
+  }
+  return simple.length === 0 ? parts : [pairs(simple), ...parts];
+}
+
+function recordingFacts(profile: Profile): [string, string][] {
+  const { facts } = profile;
+  const cpus = profile.cpuNumbers.filter((cpu) => cpu !== null);
+  const entries: [string, string][] = [
+    ['File', facts.name],
+    ['Samples', formatCount(profile.count)],
+    ['Length', formatSeconds(profile.duration)],
+    ['Processes', formatCount(profile.processes.length)],
+    ['Threads', formatCount(profile.threadTids.length)],
+    ['CPUs', cpus.length === 0 ? 'not recorded' : formatCount(cpus.length)],
+    ['Different call chains', formatCount(new Set(profile.stacks).size)],
+    ['First sample on the recorded clock', `${(facts.firstTime * 1e-9).toFixed(6)} s`],
+  ];
+  if (facts.timelessSamples > 0) {
+    entries.push([
+      'Samples without a time',
+      `${formatCount(facts.timelessSamples)}: they stand at the end`,
+    ]);
+  }
+  if (facts.baseline !== undefined) {
+    entries.push([
+      'Compared with',
+      `${facts.baseline.name}: ${formatCount(facts.baseline.samples)} samples, ${formatSeconds(facts.baseline.seconds)}`,
+    ]);
+  }
+  return entries;
+}
+
+export class AboutView implements View {
+  readonly element = h('section', {
+    class: 'about',
+    'aria-label': 'About this recording',
+    tabindex: '0',
+  });
+  private isDrawn = false;
+
+  constructor(private readonly page: Page) {}
+
+  draw(): void {
+    if (this.isDrawn) {
+      return;
+    }
+    this.isDrawn = true;
+    const { profile } = this.page;
+    const quality = profile.quality as Json;
+    this.element.replaceChildren(
+      h('h2', {}, 'About this recording'),
+      pairs(recordingFacts(profile)),
+      ...(isObject(quality)
+        ? [h('h2', {}, 'How good it is'), ...sections(quality, 1)]
+        : [
+            h(
+              'p',
+              { class: 'note' },
+              'There is no report on how good this recording is: the page was made from a document. tracemill-report on the recording itself adds one.',
+            ),
+          ]),
+    );
+  }
+
+  handleKey(): boolean {
+    return false;
+  }
+}
