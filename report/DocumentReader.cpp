@@ -12,30 +12,31 @@
 
 namespace report {
 
-Profile readDocument(const std::string& path, const ReadingProgress& progress) {
+Profile readDocument(std::FILE& file, const std::string& name) {
+  try {
+    DocumentPieces pieces(file);
+    ProfileBuilder builder;
+    SampleRowsParser rows(builder);
+    pieces.skipToSamples();
+    while (pieces.nextRows()) {
+      rows.parse(pieces.rows());
+    }
+    parseOtherTables(pieces.rest(), builder);
+    return builder.build();
+  } catch (const NoDocument& problem) {
+    throw ReportError(name + " is no whole document of tracemill: " + problem.what() +
+                      " Convert the recording again, and look at what tracemill says.");
+  }
+}
+
+Profile readDocument(const std::string& path) {
   const auto closeFile = [](std::FILE* file) { std::fclose(file); };
   const std::unique_ptr<std::FILE, decltype(closeFile)> file(std::fopen(path.c_str(), "rb"),
                                                              closeFile);
   if (!file) {
     throw ReportError("Cannot open " + path + ": " + std::strerror(errno) + ".");
   }
-  try {
-    DocumentPieces pieces(*file);
-    ProfileBuilder builder;
-    SampleRowsParser rows(builder);
-    pieces.skipToSamples();
-    while (pieces.nextRows()) {
-      rows.parse(pieces.rows());
-      if (progress) {
-        progress(pieces.bytesRead());
-      }
-    }
-    parseOtherTables(pieces.rest(), builder);
-    return builder.build();
-  } catch (const NoDocument& problem) {
-    throw ReportError(path + " is no whole document of tracemill: " + problem.what() +
-                      " Convert the recording again, and look at what tracemill says.");
-  }
+  return readDocument(*file, path);
 }
 
 }  // namespace report

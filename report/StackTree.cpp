@@ -21,41 +21,42 @@ uint64_t mix(uint64_t key) {
 
 }  // namespace
 
-StackTree::StackTree() : parents_{ROOT}, frames_{0}, slots_(FIRST_SLOTS, 0) {}
+StackTree::StackTree() : parents_{ROOT}, frames_{0}, slots_(FIRST_SLOTS) {}
 
-std::size_t StackTree::_slotOf(uint32_t parent, uint32_t frame) const {
+std::size_t StackTree::_slotOf(uint64_t key) const {
   const std::size_t mask = slots_.size() - 1;
-  std::size_t slot = mix(uint64_t{parent} << 32 | frame) & mask;
-  while (slots_[slot] != 0 &&
-         (parents_[slots_[slot]] != parent || frames_[slots_[slot]] != frame)) {
+  std::size_t slot = mix(key) & mask;
+  while (slots_[slot].node != 0 && slots_[slot].key != key) {
     slot = (slot + 1) & mask;
   }
   return slot;
 }
 
 uint32_t StackTree::intern(uint32_t parent, uint32_t frame) {
-  std::size_t slot = _slotOf(parent, frame);
-  if (slots_[slot] != 0) {
-    return slots_[slot];
+  const uint64_t key = uint64_t{parent} << 32 | frame;
+  std::size_t slot = _slotOf(key);
+  if (slots_[slot].node != 0) {
+    return slots_[slot].node;
   }
   if (parents_.size() == std::numeric_limits<uint32_t>::max()) {
     throw ReportError(
         "There are more than 4294967294 different call chains; convert a part of the time with -s and -d.");
   }
-  if (parents_.size() * 2 > slots_.size()) {
+  if (parents_.size() * 4 > slots_.size() * 3) {
     _grow();
-    slot = _slotOf(parent, frame);
+    slot = _slotOf(key);
   }
-  slots_[slot] = static_cast<uint32_t>(parents_.size());
+  slots_[slot] = {key, static_cast<uint32_t>(parents_.size())};
   parents_.push_back(parent);
   frames_.push_back(frame);
-  return slots_[slot];
+  return slots_[slot].node;
 }
 
 void StackTree::_grow() {
-  slots_.assign(slots_.size() * 2, 0);
+  slots_.assign(slots_.size() * 2, Slot{});
   for (uint32_t node = 1; node < parents_.size(); ++node) {
-    slots_[_slotOf(parents_[node], frames_[node])] = node;
+    const uint64_t key = uint64_t{parents_[node]} << 32 | frames_[node];
+    slots_[_slotOf(key)] = {key, node};
   }
 }
 
@@ -86,7 +87,7 @@ void StackTree::_renumber(const std::vector<uint32_t>& numbers) {
   }
   parents_.swap(parents);
   frames_.swap(frames);
-  slots_.assign(slots_.size() / 2, 0);
+  slots_.assign(slots_.size() / 2, Slot{});
   _grow();
 }
 

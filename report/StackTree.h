@@ -30,13 +30,19 @@ class StackTree {
   std::vector<uint32_t> depths() const;
 
  private:
+  // The key is beside the node, so that a look-up reads one place in memory.
+  struct Slot {
+    uint64_t key = 0;  // the parent in the upper half, the frame in the lower
+    uint32_t node = 0;  // 0: free
+  };
+
   void _grow();
-  std::size_t _slotOf(uint32_t parent, uint32_t frame) const;
+  std::size_t _slotOf(uint64_t key) const;
   void _renumber(const std::vector<uint32_t>& numbers);
 
   std::vector<uint32_t> parents_;
   std::vector<uint32_t> frames_;
-  std::vector<uint32_t> slots_;  // open addressing: a node, or 0 where free
+  std::vector<Slot> slots_;  // open addressing, at most three quarters full
 };
 
 }  // namespace report

@@ -17,7 +17,7 @@ export interface State {
   functions: string[]; // keys of Profile.frameKey
   // What is seen of the time, and how.
   zoom: Range | null;
-  rows: 'processes' | 'threads' | 'cpus' | 'seconds';
+  rows: 'auto' | 'processes' | 'threads' | 'cpus' | 'seconds';
   clock: 'start' | 'recorded' | 'wall';
   // The flame graph.
   order: 'root' | 'leaf';
@@ -40,7 +40,7 @@ export const INITIAL: State = {
   mode: '',
   functions: [],
   zoom: null,
-  rows: 'processes',
+  rows: 'auto',
   clock: 'start',
   order: 'root',
   by: 'all',
@@ -62,7 +62,7 @@ const RANGES = { t: 'time', z: 'zoom' } as const;
 const CHOICES = {
   tab: ['tab', TABS],
   mode: ['mode', ['', 'user', 'kernel']],
-  rows: ['rows', ['processes', 'threads', 'cpus', 'seconds']],
+  rows: ['rows', ['auto', 'processes', 'threads', 'cpus', 'seconds']],
   clock: ['clock', ['start', 'recorded', 'wall']],
   order: ['order', ['root', 'leaf']],
   by: ['by', ['all', 'process', 'thread']],

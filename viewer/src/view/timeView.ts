@@ -72,12 +72,19 @@ export class TimeView implements View {
     new ResizeObserver(() => this.draw()).observe(this.element);
   }
 
+  /** Processes, unless there is but one. */
+  private get rowKind(): Exclude<State['rows'], 'auto'> {
+    const { rows } = this.page.state;
+    const { processes } = this.page.profile;
+    return rows !== 'auto' ? rows : processes.length > 1 ? 'processes' : 'threads';
+  }
+
   /** What is seen of the time. */
   get range(): Range {
-    const { zoom, rows } = this.page.state;
+    const { zoom } = this.page.state;
     const whole: Range = [0, Math.max(this.page.profile.duration, 1e-6) * (1 + 1e-9)];
     const [from, to] = zoom ?? whole;
-    return rows === 'seconds' ? [Math.floor(from), Math.ceil(to)] : [from, to];
+    return this.rowKind === 'seconds' ? [Math.floor(from), Math.ceil(to)] : [from, to];
   }
 
   draw(): void {
@@ -87,7 +94,8 @@ export class TimeView implements View {
       return;
     }
     this.drawTools();
-    const { pids, tids, cpus, libraries, mode, functions, zoom, rows, clock } = state;
+    const { pids, tids, cpus, libraries, mode, functions, zoom, clock } = state;
+    const rows = this.rowKind;
     const key = JSON.stringify([
       [pids, tids, cpus, libraries, mode, functions, zoom, rows, clock],
       width,
@@ -135,7 +143,7 @@ export class TimeView implements View {
     const [from, to] = this.range;
     this.tools.replaceChildren(
       h('h2', {}, 'Time'),
-      choice('Rows', ROWS, state.rows, (rows) => this.page.show({ rows })),
+      choice('Rows', ROWS, this.rowKind, (rows) => this.page.show({ rows })),
       choice('Clock', clocks, state.clock, (value) => this.page.show({ clock: value })),
       h('span', { class: 'spring' }),
       h(
@@ -162,7 +170,7 @@ export class TimeView implements View {
     }
     const step = (to - from) / map.columns;
     // In the middle of each column; some columns together where they are a pixel or two wide.
-    const together = this.page.state.rows === 'seconds' ? 1 : 2;
+    const together = this.rowKind === 'seconds' ? 1 : 2;
     const x: number[] = [];
     const y: number[] = [];
     for (let column = 0; column < map.columns; column += together) {
@@ -245,11 +253,11 @@ export class TimeView implements View {
   }
 
   private get rowHeight(): number {
-    return this.page.state.rows === 'seconds' ? SECOND_ROW_HEIGHT : ROW_HEIGHT;
+    return this.rowKind === 'seconds' ? SECOND_ROW_HEIGHT : ROW_HEIGHT;
   }
 
   private get rowCount(): number {
-    return this.page.state.rows === 'seconds' ? SECOND_ROWS : (this.map?.rows.length ?? 0);
+    return this.rowKind === 'seconds' ? SECOND_ROWS : (this.map?.rows.length ?? 0);
   }
 
   private drawHeat(width: number): void {
@@ -283,7 +291,7 @@ export class TimeView implements View {
     small.getContext('2d')!.putImageData(image, 0, 0);
     context.imageSmoothingEnabled = false;
     context.drawImage(small, 0, 0, canvas.width, canvas.height);
-    if (this.page.state.rows !== 'seconds') {
+    if (this.rowKind !== 'seconds') {
       context.fillStyle = getComputedStyle(this.element).getPropertyValue('--surface').trim();
       for (let row = 1; row <= rowCount; ++row) {
         context.fillRect(0, Math.round((row * ROW_HEIGHT - 1) * ratio), canvas.width, ratio);
@@ -293,7 +301,7 @@ export class TimeView implements View {
 
   private drawRowNames(): void {
     const { state } = this.page;
-    if (state.rows === 'seconds') {
+    if (this.rowKind === 'seconds') {
       const labels = ['1 s', '0.8', '0.6', '0.4', '0.2', '0'];
       this.rows.replaceChildren(
         ...labels.map((label, i) => {
@@ -328,7 +336,7 @@ export class TimeView implements View {
   private drawShade(): void {
     const { time } = this.page.state;
     const [from, to] = this.range;
-    this.shade.hidden = time === null || this.page.state.rows === 'seconds';
+    this.shade.hidden = time === null || this.rowKind === 'seconds';
     if (this.plot !== null && time !== null) {
       const left = this.xOf(Math.max(time[0], from));
       const right = this.xOf(Math.min(time[1], to));
@@ -361,7 +369,7 @@ export class TimeView implements View {
     const [from, to] = this.range;
     const part = Math.min(1, Math.max(0, (event.clientX - box.left) / box.width));
     const time = from + part * (to - from);
-    if (this.page.state.rows !== 'seconds') {
+    if (this.rowKind !== 'seconds') {
       return time;
     }
     const inSecond = 1 - Math.min(1, Math.max(0, (event.clientY - box.top) / box.height));
@@ -424,9 +432,9 @@ export class TimeView implements View {
     const [from, to] = this.range;
     const step = (to - from) / map.columns;
     const when = formatTime(this.timeAt(event), state.clock, clock, digitsFor(step / 2));
-    const title = state.rows === 'seconds' ? '' : shortened(map.rows[row].title, 100);
+    const title = this.rowKind === 'seconds' ? '' : shortened(map.rows[row].title, 100);
     const count = map.cells[row * map.columns + column];
-    const width = state.rows === 'seconds' ? 1 / SECOND_ROWS : step;
+    const width = this.rowKind === 'seconds' ? 1 / SECOND_ROWS : step;
     this.tip.textContent = `${title} at ${when}: ${plural(count, 'sample')} in ${formatSeconds(width)}`;
     this.tip.hidden = false;
     const outer = this.element.getBoundingClientRect();
@@ -481,7 +489,7 @@ export class TimeView implements View {
 
   private nextRows(): void {
     const kinds = ROWS.map(([kind]) => kind);
-    const next = kinds[(kinds.indexOf(this.page.state.rows) + 1) % kinds.length];
+    const next = kinds[(kinds.indexOf(this.rowKind) + 1) % kinds.length];
     this.page.show({ rows: next });
   }
 
