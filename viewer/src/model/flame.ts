@@ -20,20 +20,19 @@ export interface FlameTree {
   focused: number | null;
 }
 
-/** Stacks with weights that a box stands for. */
-interface Part {
-  nodes: ArrayLike<number>;
-  /** By place in `nodes`; null where a node weighs what `Weights` say. */
-  weights: ArrayLike<number> | null;
-  baselines: ArrayLike<number> | null;
-}
-
-interface Child {
+/** A box to be, and what its own children are made from. */
+interface Child<Part> {
   frame: number;
   value: number;
   baseline: number;
   part: Part;
 }
+
+/** The children of a part that `isSeen` wants; others need not be made. */
+type ChildrenOf<Part> = (
+  part: Part,
+  isSeen: (frame: number, value: number) => boolean,
+) => Child<Part>[];
 
 export interface FlameOptions {
   /** The share of the focused box that a box has at least. */
@@ -56,10 +55,11 @@ function newTree(value: number, baseline: number): FlameTree {
 }
 
 /** Adds the children of `box` left to right, the largest first. Returns their boxes. */
-function addChildren(
+function addChildren<Part>(
   tree: FlameTree,
   box: number,
-  children: Child[],
+  part: Part,
+  childrenOf: ChildrenOf<Part>,
   options: FlameOptions,
 ): [number, Part][] {
   const depth = tree.depths[box] + 1;
@@ -67,37 +67,37 @@ function addChildren(
   if (depth === options.focus.length + 1) {
     tree.focused = box;
   }
-  const minimum = wanted === null ? options.least * tree.values[tree.focused ?? 0] : 0;
+  const minimum = Math.max(1, options.least * tree.values[tree.focused ?? 0]);
+  const children = childrenOf(part, (frame, value) =>
+    wanted === null ? value >= minimum : frame === wanted && value > 0,
+  );
   children.sort((left, right) => right.value - left.value || left.frame - right.frame);
   const added: [number, Part][] = [];
   let start = tree.starts[box];
   for (const child of children) {
-    const isSeen = wanted === null ? child.value >= minimum : child.frame === wanted;
-    if (isSeen && child.value > 0) {
-      added.push([tree.frames.length, child.part]);
-      tree.frames.push(child.frame);
-      tree.parents.push(box);
-      tree.depths.push(depth);
-      tree.values.push(child.value);
-      tree.starts.push(start);
-      tree.baselines.push(child.baseline);
-      tree.maximumDepth = Math.max(tree.maximumDepth, depth);
-    }
+    added.push([tree.frames.length, child.part]);
+    tree.frames.push(child.frame);
+    tree.parents.push(box);
+    tree.depths.push(depth);
+    tree.values.push(child.value);
+    tree.starts.push(start);
+    tree.baselines.push(child.baseline);
+    tree.maximumDepth = Math.max(tree.maximumDepth, depth);
     start += child.value;
   }
   return added;
 }
 
-function grow(
+function grow<Part>(
   tree: FlameTree,
-  roots: [number, Part][],
-  childrenOf: (part: Part) => Child[],
+  whole: Part,
+  childrenOf: ChildrenOf<Part>,
   options: FlameOptions,
 ): FlameTree {
-  for (let queue = roots; queue.length > 0; ) {
+  for (let queue: [number, Part][] = [[0, whole]]; queue.length > 0; ) {
     const next: [number, Part][] = [];
     for (const [box, part] of queue) {
-      for (const child of addChildren(tree, box, childrenOf(part), options)) {
+      for (const child of addChildren(tree, box, part, childrenOf, options)) {
         next.push(child);
       }
     }
@@ -106,34 +106,33 @@ function grow(
   return tree;
 }
 
-/** What the called functions of a part are: stacks one frame longer. */
-function calleesOf(profile: Profile, total: Uint32Array, baseline: Uint32Array | null) {
+/** What the functions called in which some stacks end: stacks one frame longer. */
+function calleesOf(
+  profile: Profile,
+  total: Uint32Array,
+  baseline: Uint32Array | null,
+): ChildrenOf<number[]> {
   const { stackFrames, stackEnds } = profile;
-  return (part: Part): Child[] => {
-    const byFrame = new Map<number, Child & { part: { nodes: number[] } }>();
-    for (let i = 0; i < part.nodes.length; ++i) {
-      const end = stackEnds[part.nodes[i]];
-      for (let node = part.nodes[i] + 1; node < end; node = stackEnds[node]) {
-        if (total[node] === 0 && (baseline === null || baseline[node] === 0)) {
+  return (nodes, isSeen) => {
+    const byFrame = new Map<number, Child<number[]>>();
+    for (const parent of nodes) {
+      const end = stackEnds[parent];
+      for (let node = parent + 1; node < end; node = stackEnds[node]) {
+        if (total[node] === 0) {
           continue;
         }
         const frame = stackFrames[node];
         let child = byFrame.get(frame);
         if (child === undefined) {
-          child = {
-            frame,
-            value: 0,
-            baseline: 0,
-            part: { nodes: [], weights: null, baselines: null },
-          };
+          child = { frame, value: 0, baseline: 0, part: [] };
           byFrame.set(frame, child);
         }
         child.value += total[node];
         child.baseline += baseline === null ? 0 : baseline[node];
-        child.part.nodes.push(node);
+        child.part.push(node);
       }
     }
-    return [...byFrame.values()];
+    return [...byFrame.values()].filter(({ frame, value }) => isSeen(frame, value));
   };
 }
 
@@ -147,73 +146,126 @@ export function flameFromRoot(
 ): FlameTree {
   const sum = (of: Uint32Array) => roots.reduce((result, node) => result + of[node], 0);
   const tree = newTree(sum(total), baseline === null ? 0 : sum(baseline));
-  const part: Part = { nodes: roots, weights: null, baselines: null };
-  return grow(tree, [[0, part]], calleesOf(profile, total, baseline), options);
+  return grow(tree, roots, calleesOf(profile, total, baseline), options);
 }
 
-/** The innermost functions of weighted stacks; what then called them are stacks one frame shorter. */
+/** Stacks, and samples of each. */
+interface Weighted {
+  nodes: Uint32Array;
+  weights: Uint32Array;
+  baselines: Uint32Array | null;
+  /** Whether the callers are wanted, not the stacks' own innermost functions. */
+  isEntered: boolean;
+}
+
+function sumOf(values: ArrayLike<number> | null): number {
+  let sum = 0;
+  for (let i = 0; values !== null && i < values.length; ++i) {
+    sum += values[i];
+  }
+  return sum;
+}
+
+/** Takes weighted stacks apart by their innermost functions, and these by their callers. */
 class Callers {
-  private readonly marks: Uint32Array;
+  // By stack, and by frame: what the last call of an operation has seen is marked with its number.
+  private readonly stackMarks: Uint32Array;
   private readonly places: Uint32Array;
+  private readonly sums: Uint32Array;
+  private readonly counts: Uint32Array;
   private mark = 0;
 
   constructor(private readonly profile: Profile) {
-    this.marks = new Uint32Array(profile.stackFrames.length);
+    this.stackMarks = new Uint32Array(profile.stackFrames.length);
     this.places = new Uint32Array(profile.stackFrames.length);
+    this.sums = new Uint32Array(profile.frameNames.length);
+    this.counts = new Uint32Array(profile.frameNames.length);
   }
 
-  /** Parts by the innermost frame of their stacks. */
-  byFrame(part: Part): Child[] {
+  childrenOf: ChildrenOf<Weighted> = (part, isSeen) => {
+    const stacks = part.isEntered ? this.shorter(part) : part;
+    const { nodes, weights, baselines } = stacks;
     const { stackFrames } = this.profile;
-    const children = new Map<
-      number,
-      Child & { part: { nodes: number[]; weights: number[]; baselines: number[] | null } }
-    >();
-    for (let i = 0; i < part.nodes.length; ++i) {
-      const node = part.nodes[i];
-      if (node === 0) {
-        continue;
-      }
-      const frame = stackFrames[node];
-      let child = children.get(frame);
-      if (child === undefined) {
-        const baselines = part.baselines === null ? null : [];
-        child = { frame, value: 0, baseline: 0, part: { nodes: [], weights: [], baselines } };
-        children.set(frame, child);
-      }
-      child.value += part.weights![i];
-      child.part.nodes.push(node);
-      child.part.weights.push(part.weights![i]);
-      if (part.baselines !== null) {
-        child.baseline += part.baselines[i];
-        child.part.baselines!.push(part.baselines[i]);
+    const { sums, counts } = this;
+    const frames: number[] = [];
+    for (let i = 0; i < nodes.length; ++i) {
+      const frame = stackFrames[nodes[i]];
+      if (nodes[i] !== 0) {
+        if (counts[frame]++ === 0) {
+          frames.push(frame);
+        }
+        sums[frame] += weights[i];
       }
     }
+    const children = new Map<number, Child<Weighted>>();
+    for (const frame of frames) {
+      if (isSeen(frame, sums[frame])) {
+        const column = () => new Uint32Array(counts[frame]);
+        const child = {
+          nodes: column(),
+          weights: column(),
+          baselines: baselines === null ? null : column(),
+          isEntered: true,
+        };
+        children.set(frame, { frame, value: sums[frame], baseline: 0, part: child });
+        sums[frame] = 1; // seen; from here on the place of the next stack, from the end
+      } else {
+        sums[frame] = 0;
+      }
+    }
+    this.share(stacks, children);
+    for (const frame of frames) {
+      sums[frame] = 0;
+      counts[frame] = 0;
+    }
     return [...children.values()];
+  };
+
+  /** Hands the stacks to the children of their innermost frames. */
+  private share({ nodes, weights, baselines }: Weighted, children: Map<number, Child<Weighted>>) {
+    const { stackFrames } = this.profile;
+    for (let i = 0; i < nodes.length; ++i) {
+      const frame = stackFrames[nodes[i]];
+      if (nodes[i] === 0 || this.sums[frame] === 0) {
+        continue;
+      }
+      const child = children.get(frame)!;
+      const place = --this.counts[frame];
+      child.part.nodes[place] = nodes[i];
+      child.part.weights[place] = weights[i];
+      if (baselines !== null) {
+        child.part.baselines![place] = baselines[i];
+        child.baseline += baselines[i];
+      }
+    }
   }
 
   /** The same stacks without their innermost frame; those that fall together are added up. */
-  shorter(part: Part): Part {
+  private shorter(part: Weighted): Weighted {
     const { stackParents } = this.profile;
-    const nodes: number[] = [];
-    const weights: number[] = [];
-    const baselines: number[] | null = part.baselines === null ? null : [];
+    const nodes = new Uint32Array(part.nodes.length);
+    const weights = new Uint32Array(part.nodes.length);
+    const baselines = part.baselines === null ? null : new Uint32Array(part.nodes.length);
+    let count = 0;
     ++this.mark;
     for (let i = 0; i < part.nodes.length; ++i) {
       const parent = stackParents[part.nodes[i]];
-      if (this.marks[parent] !== this.mark) {
-        this.marks[parent] = this.mark;
-        this.places[parent] = nodes.length;
-        nodes.push(parent);
-        weights.push(0);
-        baselines?.push(0);
+      if (this.stackMarks[parent] !== this.mark) {
+        this.stackMarks[parent] = this.mark;
+        this.places[parent] = count;
+        nodes[count++] = parent;
       }
-      weights[this.places[parent]] += part.weights![i];
+      weights[this.places[parent]] += part.weights[i];
       if (baselines !== null) {
         baselines[this.places[parent]] += part.baselines![i];
       }
     }
-    return { nodes, weights, baselines };
+    return {
+      nodes: nodes.subarray(0, count),
+      weights: weights.subarray(0, count),
+      baselines: baselines?.subarray(0, count) ?? null,
+      isEntered: false,
+    };
   }
 }
 
@@ -224,27 +276,25 @@ export function flameFromLeaves(
   baseline: Uint32Array | null,
   options: FlameOptions,
 ): FlameTree {
-  const nodes: number[] = [];
+  const isUsed = (node: number) => own[node] > 0 || (baseline !== null && baseline[node] > 0);
+  let count = 0;
   for (let node = 1; node < own.length; ++node) {
-    if (own[node] > 0 || (baseline !== null && baseline[node] > 0)) {
-      nodes.push(node);
+    count += isUsed(node) ? 1 : 0;
+  }
+  const nodes = new Uint32Array(count);
+  for (let node = own.length - 1; node > 0; --node) {
+    if (isUsed(node)) {
+      nodes[--count] = node;
     }
   }
-  const part: Part = {
+  const part: Weighted = {
     nodes,
     weights: nodes.map((node) => own[node]),
     baselines: baseline === null ? null : nodes.map((node) => baseline[node]),
+    isEntered: false,
   };
-  const sum = (values: ArrayLike<number>) => Array.from(values).reduce((a, b) => a + b, 0);
-  const tree = newTree(sum(part.weights!), part.baselines === null ? 0 : sum(part.baselines));
-  const callers = new Callers(profile);
-  const isWhole = (of: Part) => of === part;
-  return grow(
-    tree,
-    [[0, part]],
-    (of) => callers.byFrame(isWhole(of) ? of : callers.shorter(of)),
-    options,
-  );
+  const tree = newTree(sumOf(part.weights), sumOf(part.baselines));
+  return grow(tree, part, new Callers(profile).childrenOf, options);
 }
 
 /** The callers of `frame`, upwards from it; recursive calls count once. */
@@ -254,17 +304,11 @@ export function flameOfCallers(
   frame: number,
   least: number,
 ): FlameTree {
-  const nodes = outermostNodes(profile, total, frame);
-  const part: Part = { nodes, weights: nodes.map((node) => total[node]), baselines: null };
-  const callers = new Callers(profile);
-  const tree = newTree(
-    nodes.reduce((sum, node) => sum + total[node], 0),
-    0,
-  );
-  return grow(tree, [[0, part]], (of) => callers.byFrame(callers.shorter(of)), {
-    least,
-    focus: [],
-  });
+  const nodes = Uint32Array.from(outermostNodes(profile, total, frame));
+  const weights = nodes.map((node) => total[node]);
+  const part: Weighted = { nodes, weights, baselines: null, isEntered: true };
+  const options = { least, focus: [] };
+  return grow(newTree(sumOf(weights), 0), part, new Callers(profile).childrenOf, options);
 }
 
 /** Stacks that end in `frame` and do not have it before. */
