@@ -139,7 +139,7 @@ void asNoDocument(const Operation& operation) {
   try {
     operation();
   } catch (const simdjson::simdjson_error& problem) {
-    throw NoDocument(std::string(problem.what()) + ".");
+    throw NoDocument(problem.what());  // a sentence
   }
 }
 

@@ -4,8 +4,10 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <unistd.h>
 
@@ -77,20 +79,24 @@ void write(std::ostream& out, Format format, const Profile& profile, const Recor
   }
 }
 
+// A file appears when it is whole; a pipe or a device is written as it comes.
 void writeFile(const std::string& path, Format format, const Profile& profile,
                const RecordingFacts& facts) {
   const auto fail = [&path] {
     throw ReportError("Cannot write " + path + ": " + std::strerror(errno) +
                       ". Name another place with -o.");
   };
-  kestrel::ReplacementFile file(path);
-  if (!file.isOpen()) {
+  std::error_code error;
+  const std::filesystem::file_status status = std::filesystem::status(path, error);
+  const bool isReplaced = !exists(status) || is_regular_file(status) || is_directory(status);
+  std::optional<kestrel::ReplacementFile> file;
+  if (isReplaced && !file.emplace(path).isOpen()) {
     fail();
   }
-  std::ofstream out(file.temporaryPath(), std::ios::binary);
+  std::ofstream out(isReplaced ? file->temporaryPath() : path, std::ios::binary);
   write(out, format, profile, facts);
   out.close();
-  if (!out || !file.commit()) {
+  if (!out || (isReplaced && !file->commit())) {
     fail();
   }
 }

@@ -91,7 +91,7 @@ std::optional<int> ReportOptions::parse(int argc, char** argv) {
     ++own;
   }
   command.assign(argv + std::min(own + 1, argc), argv + argc);
-  optind = 1;
+  optind = 0;  // from the beginning, whatever was parsed before
   opterr = 0;
   for (int found; (found = getopt_long(own, argv, ":o:f:qh", OPTIONS, nullptr)) != -1;) {
     switch (found) {

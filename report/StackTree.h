@@ -32,7 +32,7 @@ class StackTree {
  private:
   // The key is beside the node, so that a look-up reads one place in memory.
   struct Slot {
-    uint64_t key = 0;  // the parent in the upper half, the frame in the lower
+    uint64_t key = 0;   // the parent in the upper half, the frame in the lower
     uint32_t node = 0;  // 0: free
   };
 

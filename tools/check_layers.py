@@ -25,6 +25,7 @@ LAYER_OF_PREFIX = {
     "symbols/": "symbols",
     "output/": "output",
     "app/": "app",
+    "report/": "report",
 }
 LIBRARY = {"kestrel_json", "kestrel"}
 ALLOWED = {
@@ -36,6 +37,8 @@ ALLOWED = {
     "symbols": LIBRARY | {"tracemill_settings", "perfevents", "model"},
     "output": LIBRARY | {"tracemill_settings", "perfevents", "model", "symbols"},
     "app": LIBRARY | {"tracemill_settings", "perfevents", "model", "symbols", "output"},
+    # The companions run the converter as a program.
+    "report": LIBRARY,
 }
 
 SUFFIXES = {".h", ".hpp", ".cpp", ".cc"}

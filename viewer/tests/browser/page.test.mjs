@@ -137,17 +137,17 @@ async function savedBoxes(page) {
   const picture = (await download(page, 'SVG')).toString();
   const boxes = [
     ...picture.matchAll(
-      /<title>([^]*?): (\d+) samples, [^<]*<\/title><rect x="([-\d.]+)" y="(\d+)" width="([\d.]+)"/g,
+      /<title>([\s\S]*?): (\d+) samples, [^<]*<\/title><rect x="([-\d.]+)" y="(\d+)" width="([\d.]+)"/g,
     ),
   ];
-  const unescape = (text) =>
+  const plain = (text) =>
     text
       .replaceAll('&lt;', '<')
       .replaceAll('&gt;', '>')
       .replaceAll('&quot;', '"')
       .replaceAll('&amp;', '&');
   return boxes.map(([, title, count, x, y, width]) => ({
-    title: unescape(title),
+    title: plain(title),
     count: Number(count),
     x: Number(x),
     depth: Number(y) / 18,
@@ -400,7 +400,7 @@ pageTest('exports: picture, pixels, folded stacks', '#t=1,5&mode=user', async (p
   const folded = (await download(page, 'Folded')).toString().trim().split('\n');
   const counts = {};
   for (const line of folded) {
-    const [, stack, count] = /^([^]*) (\d+)$/.exec(line);
+    const [, stack, count] = /^([\s\S]*) (\d+)$/.exec(line);
     counts[stack] = (counts[stack] ?? 0) + Number(count);
   }
   assert.deepEqual(counts, numbersOf(DOCUMENT, { time: [1, 5], mode: 'user' }).folded);
@@ -418,7 +418,7 @@ test('folded stacks are those of the format, too', async () => {
   const lines = text
     .trim()
     .split('\n')
-    .map((line) => /^([^]*) (\d+)$/.exec(line).slice(1));
+    .map((line) => /^([\s\S]*) (\d+)$/.exec(line).slice(1));
   const counts = Object.fromEntries(lines.map(([stack, count]) => [stack, Number(count)]));
   // Two libraries may have a function of a name: two lines of the same text.
   assert.equal(
