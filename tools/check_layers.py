@@ -25,6 +25,9 @@ LAYER_OF_PREFIX = {
     "symbols/": "symbols",
     "output/": "output",
     "app/": "app",
+    "recordings/": "recordings",
+    "prepare/": "prepare",
+    "listing/": "listing",
     "report/": "report",
 }
 LIBRARY = {"kestrel_json", "kestrel"}
@@ -36,9 +39,11 @@ ALLOWED = {
     "model": LIBRARY | {"tracemill_settings", "perfevents"},
     "symbols": LIBRARY | {"tracemill_settings", "perfevents", "model"},
     "output": LIBRARY | {"tracemill_settings", "perfevents", "model", "symbols"},
+    "listing": LIBRARY,
     "app": LIBRARY | {"tracemill_settings", "perfevents", "model", "symbols", "output"},
-    # The companions run the converter as a program.
-    "report": LIBRARY,
+    "recordings": LIBRARY,
+    "prepare": LIBRARY | {"recordings", "listing", "unwinding"},
+    "report": LIBRARY,  # runs the others as programs
 }
 
 SUFFIXES = {".h", ".hpp", ".cpp", ".cc"}

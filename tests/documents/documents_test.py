@@ -1,6 +1,8 @@
 """Runs the commands of every document as they stand, and checks what else can be checked of a text.
 
-    documents_test.py TRACEMILL
+    documents_test.py TRACEMILL [REPORT]
+
+Documents whose commands need tracemill-report are left out where it is not built.
 
 A fenced block's info word says what becomes of it:
 
@@ -35,7 +37,7 @@ DEMO = ROOT / "examples" / "demo"
 FENCE = re.compile(r"^( *)```(.*)$")  # indented in a list
 KNOWN_INFO = {"sh", "sh board", "sh build", "output", "text", "json", "mermaid", "cpp", "cmake"}
 # What the blocks that run take besides coreutils, and the packages that have it.
-TOOLS = {"jq": "jq", "sqlite3": "sqlite3", "gnuplot": "gnuplot-nox", "nm": "binutils"}
+TOOLS = {"jq": "jq", "gnuplot": "gnuplot-nox", "nm": "binutils"}
 SEPARATOR = "\x01"
 
 
@@ -103,7 +105,7 @@ def without_blocks(text):
 class Session:
     """A fresh folder in which the commands of one document run."""
 
-    def __init__(self, tracemill):
+    def __init__(self, tracemill, report):
         self.folder = Path(tempfile.mkdtemp())
         self.place = self.folder / "place"
         for name in ("examples", "share"):
@@ -112,6 +114,8 @@ class Session:
             )
         (self.folder / "bin").mkdir()
         (self.folder / "bin" / "tracemill").symlink_to(tracemill)
+        if report is not None:
+            (self.folder / "bin" / "tracemill-report").symlink_to(report)
         self._make_demo_output()
 
     def _make_demo_output(self):
@@ -160,7 +164,7 @@ class CommandsTest(unittest.TestCase):
     maxDiff = None
 
     def session(self):
-        session = Session(self.tracemill)
+        session = Session(self.tracemill, self.report)
         self.addCleanup(session.close)
         return session
 
@@ -170,6 +174,8 @@ class CommandsTest(unittest.TestCase):
             blocks = read_blocks(path.read_text(encoding="utf-8"))
             commands = [block for block in blocks if block.info == "sh"]
             if not commands:
+                continue
+            if self.report is None and any("tracemill-report" in b.text for b in commands):
                 continue
             total += len(commands)
             with self.subTest(name):
@@ -267,10 +273,11 @@ class TextsTest(unittest.TestCase):
 
 
 def main(arguments):
-    if len(arguments) != 1:
+    if len(arguments) not in (1, 2):
         print(__doc__)
         return 1
     CommandsTest.tracemill = Path(arguments[0]).resolve()
+    CommandsTest.report = Path(arguments[1]).resolve() if len(arguments) == 2 else None
     missing = [package for tool, package in TOOLS.items() if shutil.which(tool) is None]
     if missing:
         return f"documents_test: tools are missing. On Debian: apt install {' '.join(missing)}"

@@ -111,19 +111,19 @@ test('numbers: times, changes, digits', () => {
 });
 
 test('about: wall clock, warning, titles', () => {
-  assert.equal(wallClockOf({ recording: { wallClockOfFirstSample: 1.5 } }), 1500);
-  assert.equal(
-    wallClockOf({ recording: { wallClockOfFirstSample: '2026-01-02T03:04:05.250Z' } }),
-    Date.UTC(2026, 0, 2, 3, 4, 5, 250),
-  );
-  assert.equal(wallClockOf({ recording: { wallClockOfFirstSample: 'nonsense' } }), null);
+  const recording = { wallClockNanoseconds: '1767323045250000000' };
+  assert.equal(wallClockOf({ recording }), Date.UTC(2026, 0, 2, 3, 4, 5, 250));
+  assert.equal(wallClockOf({ recording: { wallClockNanoseconds: null } }), null);
   assert.equal(wallClockOf(null), null);
   assert.equal(titleOfKey('wallClockOfFirstSample'), 'Wall clock of first sample');
-  assert.equal(warningOf({ chains: { chainsCanBeTrusted: true } }), null);
-  assert.equal(
-    warningOf({ chains: { chainsCanBeTrusted: false, judgement: 'They are short.' } }),
-    'They are short.',
-  );
+  assert.equal(warningOf({ judgement: 'Fit for totals by function and for call chains.' }), null);
+  assert.equal(warningOf(null), null);
+  for (const judgement of [
+    'Fit for totals by function; call chains cannot be trusted, too many end in code without frame pointers.',
+    'Fit for totals by library only: too many samples have no function.',
+  ]) {
+    assert.equal(warningOf({ judgement }), judgement);
+  }
 });
 
 test('pictures: text that XML cannot hold', () => {

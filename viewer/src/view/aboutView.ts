@@ -39,32 +39,19 @@ export function findKey(value: unknown, keys: readonly string[]): Json | undefin
   return undefined;
 }
 
-/** Milliseconds since 1970 of the first sample, of a number of seconds or a date; null if unknown. */
+/** Milliseconds since 1970 of the first sample; null if the recording does not tell. */
 export function wallClockOf(quality: unknown): number | null {
-  const value = findKey(quality, ['wallClockOfFirstSample']);
-  if (typeof value === 'number' && value > 0) {
-    return value * 1000;
-  }
-  if (typeof value === 'string' && value !== '') {
-    // Dates hold milliseconds; what is beyond them is added.
-    const fraction = /\.\d{3}(\d+)/.exec(value);
-    const milliseconds = Date.parse(value.replace(/(\.\d{3})\d+/, '$1'));
-    const rest = fraction === null ? 0 : Number(`0.${fraction[1]}`);
-    return Number.isNaN(milliseconds) ? null : milliseconds + rest;
-  }
-  return null;
+  const nanoseconds = findKey(quality, ['wallClockNanoseconds']);
+  const isNumber = typeof nanoseconds === 'string' && /^\d+$/.test(nanoseconds);
+  // Nanoseconds since 1970 are more than a number holds; microseconds are not.
+  return isNumber ? Number(BigInt(nanoseconds) / 1000n) / 1000 : null;
 }
 
 /** The sentence to put over everything where chains cannot be trusted; null where they can. */
 export function warningOf(quality: unknown): string | null {
-  const trusted = findKey(quality, ['chainsCanBeTrusted', 'chainsTrusted']);
-  if (trusted !== false) {
-    return null;
-  }
-  const judgement = findKey(quality, ['judgement', 'chainJudgement']);
-  return typeof judgement === 'string'
-    ? judgement
-    : 'The call chains of this recording cannot be trusted; own samples can.';
+  const judgement = findKey(quality, ['judgement']);
+  const isWarning = typeof judgement === 'string' && /cannot be trusted|only:/.test(judgement);
+  return isWarning ? judgement : null;
 }
 
 function plainText(value: Json): string {

@@ -132,16 +132,7 @@ export class App implements Page {
         iconButton('Light / dark', 't', () => this.switchTheme()),
         iconButton('Keys', '?', () => this.help.showModal()),
       ),
-      ...(warning === null
-        ? []
-        : [
-            h(
-              'p',
-              { class: 'banner', role: 'alert' },
-              h('strong', {}, 'Do not trust the call chains. '),
-              warning,
-            ),
-          ]),
+      ...(warning === null ? [] : [h('p', { class: 'banner', role: 'alert' }, warning)]),
       this.filterBar.element,
       this.time.element,
       this.tabs,

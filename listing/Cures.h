@@ -1,0 +1,32 @@
+// What a user can do about files without names: the Debian package that has the symbols, as far as
+// this machine's package database tells (/var/lib/dpkg, read; nothing is run). One thread. The
+// database is read when it is first asked, once.
+#pragma once
+
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "listing/File.h"
+
+namespace listing {
+
+class Cures {
+ public:
+  // Of what may be asked: paths in the recorded machine's file system.
+  explicit Cures(const Options& options);
+
+  // Finds the packages of these files in one go.
+  void prepare(const std::vector<std::string>& paths);
+  // One sentence; empty if there is nothing to be done or nothing known.
+  std::string of(const File& file, const Result& result) const;
+
+ private:
+  std::string _ofStripped(const File& file, const Result& result) const;
+  std::string _debugPackageOf(const std::string& path) const;
+
+  std::string root_;
+  std::unordered_map<std::string, std::string> packages_;  // by path
+};
+
+}  // namespace listing

@@ -1,0 +1,126 @@
+#include "listing/ElfList.h"
+
+#include <algorithm>
+#include <elf.h>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "kestrel/FileUtils.h"
+#include "listing/Demangler.h"
+#include "listing/ElfFile.h"
+#include "listing/ListText.h"
+#include "listing/RegularFile.h"
+#include "listing/SourceFiles.h"
+#include "listing/SymbolRanges.h"
+
+namespace listing {
+
+namespace {
+
+std::unique_ptr<ElfFile> _open(const std::string& path) {
+  std::optional<RegularFile> file = RegularFile::open(path);
+  return file ? ElfFile::open(std::move(*file)) : nullptr;
+}
+
+// Everything that has names of one program or library. The objects own the names.
+class SymbolSources {
+ public:
+  explicit SymbolSources(const ElfListTask& task)
+      : running_(_open(task.file)),
+        separate_(!task.symbols.empty() && task.symbols != task.file ? _open(task.symbols)
+                                                                     : nullptr) {}
+
+  bool isOpen() const { return running_ != nullptr; }
+
+  // In the order in which perf takes them, and with its rules after each step.
+  std::vector<Symbol> collect(const ElfListTask& task, Demangler& demangler, ElfListReply& reply) {
+    std::vector<Symbol> symbols;
+    ElfFile* tables = separate_ ? separate_.get() : running_.get();
+    if (tables->hasSymbols(SHT_SYMTAB)) {
+      tables->addSymbols(SHT_SYMTAB, symbols);
+      reply.symbolsFrom = separate_ ? task.symbols : task.file;
+    } else if ((unpacked_ = running_->openDebugData()) != nullptr) {
+      unpacked_->addSymbols(SHT_SYMTAB, symbols);
+      reply.symbolsFrom = ".gnu_debugdata";
+      tables = running_.get();
+    } else {
+      reply.symbolsFrom = ".dynsym";
+    }
+    _settle(symbols, demangler);
+    const std::size_t count = symbols.size();
+    tables->addSymbols(SHT_DYNSYM, symbols);
+    if (symbols.size() > count) {
+      _settle(symbols, demangler);
+    }
+    reply.outcome = symbols.empty() ? Outcome::NoSymbols : Outcome::Named;
+    running_->addPltEntries(symbols);
+    std::stable_sort(symbols.begin(), symbols.end(),
+                     [](const Symbol& a, const Symbol& b) { return a.start < b.start; });
+    return symbols;
+  }
+
+  ElfFile& fileOfLines() { return separate_ ? *separate_ : *running_; }
+
+ private:
+  static void _settle(std::vector<Symbol>& symbols, Demangler& demangler) {
+    completeSizes(symbols);
+    chooseAliases(symbols, demangler);
+  }
+
+  std::unique_ptr<ElfFile> running_;
+  std::unique_ptr<ElfFile> separate_;
+  std::unique_ptr<ElfFile> unpacked_;  // from .gnu_debugdata
+};
+
+std::string _shownName(const Symbol& symbol, Demangler& demangler) {
+  const std::string_view name = demangler.demangle(symbol.name);
+  return symbol.isPltEntry ? std::string(name) + "@plt" : std::string(name);
+}
+
+std::vector<std::uint64_t> _startsOf(const std::vector<Symbol>& symbols) {
+  std::vector<std::uint64_t> starts(symbols.size());
+  std::transform(symbols.begin(), symbols.end(), starts.begin(),
+                 [](const Symbol& symbol) { return symbol.start; });
+  return starts;
+}
+
+}  // namespace
+
+ElfListReply writeElfList(const ElfListTask& task, Demangler& demangler, const std::string& path) {
+  ElfListReply reply;
+  SymbolSources sources(task);
+  const std::optional<Layout> layout = readLayout(task.file);
+  if (!sources.isOpen() || !layout) {
+    reply.outcome = Outcome::NotElf;
+    return reply;
+  }
+  std::vector<Symbol> symbols = sources.collect(task, demangler, reply);
+  std::erase_if(symbols,
+                [&layout](const Symbol& symbol) { return !layout->holdsCode(symbol.start); });
+  if (symbols.empty()) {
+    reply.outcome = Outcome::NoSymbols;
+    return reply;
+  }
+  SourceFiles sourceFiles;
+  if (task.lines) {
+    sourceFiles.read(sources.fileOfLines(), _startsOf(symbols));
+  }
+  ListText list;
+  for (const Range& range : rangesOf(symbols)) {
+    if (range.symbol == Range::NONE) {
+      list.addUnknown(range.start);
+    } else {
+      list.add(range.start, _shownName(symbols[range.symbol], demangler),
+               sourceFiles.fileOf(range.symbol));
+    }
+  }
+  demangler.clear();  // its names are keyed by those of files that close here
+  if (!kestrel::FileUtils::writeFile(path, list.text())) {
+    reply.outcome = Outcome::Failed;
+  }
+  return reply;
+}
+
+}  // namespace listing

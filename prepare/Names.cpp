@@ -1,0 +1,222 @@
+#include "prepare/Names.h"
+
+#include <algorithm>
+#include <sys/utsname.h>
+
+#include "listing/ListText.h"
+#include "listing/Listing.h"
+
+namespace prepare {
+
+using recordings::MappedFile;
+
+namespace {
+
+constexpr std::uint32_t NO_PID = 0xffffffff;
+constexpr char KERNEL_NAME[] = "[kernel.kallsyms]";
+
+bool isThisMachine(const recordings::Facts& facts) {
+  utsname system{};
+  return uname(&system) == 0 && facts.hostname == system.nodename &&
+         facts.osRelease == system.release;
+}
+
+bool isListable(const MappedFile& file) {
+  return file.kind == MappedFile::Kind::FILE || file.kind == MappedFile::Kind::VDSO ||
+         file.kind == MappedFile::Kind::PERF_MAP;
+}
+
+}  // namespace
+
+Names::Names(const recordings::Recording& recording, const Preparation& preparation,
+             const listing::Options& options, ConverterFiles& files)
+    : recording_(recording), preparation_(preparation), options_(options), converter_(files) {
+  for (const recordings::FileBuildId& known : recording.header().facts.buildIds) {
+    buildIds_.emplace(known.name, known.id);
+  }
+}
+
+void Names::find(const std::function<void(std::size_t, std::size_t)>& progress) {
+  _collect();
+  std::vector<listing::File> wanted;
+  std::vector<HitFile*> owners;
+  for (HitFile& hit : files_) {
+    if (!isListable(*hit.file)) {
+      continue;
+    }
+    listing::File file;
+    file.kind = hit.file->kind == MappedFile::Kind::VDSO       ? listing::File::Kind::Vdso
+                : hit.file->kind == MappedFile::Kind::PERF_MAP ? listing::File::Kind::PerfMap
+                                                               : listing::File::Kind::Elf;
+    file.name = hit.file->name;
+    file.buildId = buildIdOf(*hit.file);
+    file.pid = hit.file->pid;
+    file.samples = hit.samples + hit.callers;
+    wanted.push_back(std::move(file));
+    owners.push_back(&hit);
+  }
+  listing::Options options = options_;
+  options.sameMachine = isThisMachine(recording_.header().facts);
+  std::vector<listing::Result> results =
+      listing::listFiles(wanted, options, converter_.listFolder(), progress);
+  for (std::size_t i = 0; i < results.size(); ++i) {
+    owners[i]->listing = std::move(results[i]);
+    if (!owners[i]->listing.list.empty()) {
+      owners[i]->listPath = owners[i]->listing.list;
+      converter_.addList(owners[i]->writtenName, owners[i]->listPath);
+    }
+  }
+  _listKernel();
+}
+
+// Which files were hit, and how often.
+void Names::_collect() {
+  for (const auto& [pid, process] : preparation_.plainProcesses()) {
+    kernelHits_ += process.kernelHits;
+    process.placement.forEach([this](std::uint64_t, const Piece& piece) { _addFile(piece); });
+  }
+}
+
+void Names::_addFile(const Piece& piece) {
+  HitFile*& hit = byFile_[piece.file];
+  if (hit == nullptr) {
+    files_.emplace_back();
+    hit = &files_.back();
+    hit->file = piece.file;
+    hit->writtenName = converter_.nameOf(piece.file->name);
+  }
+  hit->samples += piece.samples;
+  hit->callers += piece.callers;
+}
+
+recordings::BuildId Names::buildIdOf(const MappedFile& file) const {
+  if (!file.buildId.empty()) {
+    return file.buildId;
+  }
+  const auto known = buildIds_.find(file.path.empty() ? file.name : file.path);
+  return known == buildIds_.end() ? recordings::BuildId() : known->second;
+}
+
+void Names::_listKernel() {
+  const recordings::KernelImage& image = preparation_.processes().kernel();
+  listing::Kernel kernel;
+  kernel.release = recording_.header().facts.osRelease;
+  kernel.buildId = image.buildId;
+  if (const auto known = buildIds_.find(KERNEL_NAME);
+      kernel.buildId.empty() && known != buildIds_.end()) {
+    kernel.buildId = known->second;
+  }
+  kernel.sameMachine = isThisMachine(recording_.header().facts);
+  kernel.start = image.start;
+  kernel.end = image.end;
+  kernel.referenceName = image.referenceName;
+  kernel.referenceAddress = image.referenceAddress;
+  if (!recording_.folder().empty()) {
+    kernel.kallsymsBeside = recording_.folder() + "/kcore_dir/kallsyms";
+  }
+  bool hasModules = false;
+  preparation_.processes().kernelCode().maps.forEach([&](const recordings::Mapping& mapping) {
+    if (mapping.file->kind == MappedFile::Kind::MODULE) {
+      hasModules = hasModules || byFile_.contains(mapping.file);
+      kernel.modules.push_back({mapping.file->name, mapping.file->path, mapping.start, mapping.end,
+                                buildIdOf(*mapping.file)});
+    }
+  });
+  if (kernelHits_ > 0 || hasModules) {
+    kernel_ = listing::listKernel(kernel, options_, converter_.listFolder());
+    if (hasKernelList()) {
+      kernelListPath_ = converter_.addKernelList(kernel_.list);
+    }
+  }
+  for (HitFile& hit : files_) {
+    _listKernelCode(hit);
+  }
+}
+
+// Modules have lists of their own; a program that the kernel made is one function.
+void Names::_listKernelCode(HitFile& hit) {
+  if (hit.file->kind == MappedFile::Kind::MODULE) {
+    const auto list = kernel_.moduleLists.find(hit.file->name);
+    hit.listing.outcome = kernel_.outcome;
+    if (list != kernel_.moduleLists.end()) {
+      hit.listPath = list->second;
+      converter_.addList(hit.writtenName, hit.listPath);
+    } else if (hasKernelList()) {
+      hit.listing.outcome = listing::Outcome::NoSymbols;
+    }
+  } else if (hit.file->kind == MappedFile::Kind::KERNEL_CODE) {
+    std::map<std::uint64_t, std::uint64_t> ranges;
+    for (const auto& [pid, process] : preparation_.plainProcesses()) {
+      process.placement.forEach([&](std::uint64_t, const Piece& piece) {
+        if (piece.file == hit.file) {
+          ranges[piece.low - piece.base] = piece.high - piece.base;
+        }
+      });
+    }
+    listing::ListText list;
+    std::uint64_t end = 0;
+    for (const auto& [low, high] : ranges) {
+      if (end != 0 && end < low) {
+        list.addUnknown(end);
+      }
+      if (low >= end) {
+        list.add(low, hit.file->name);
+      }
+      end = std::max(end, high);
+    }
+    list.addUnknown(end);
+    hit.listPath = converter_.addListText(hit.writtenName, list.text());
+    hit.listing.outcome = listing::Outcome::Named;
+  }
+}
+
+// The address in the file's list of where the piece begins. The converter subtracts the map's start
+// from an address and adds this.
+std::uint64_t Names::_pageOffset(const Piece& piece) const {
+  return byFile_.at(piece.file)->listedAddress(piece.low - piece.base);
+}
+
+std::uint64_t HitFile::listedAddress(std::uint64_t fileOffset) const {
+  return listing.layout.addressOfOffset(fileOffset).value_or(fileOffset);
+}
+
+void Names::write(PlainRecording& output) const {
+  const recordings::KernelImage& kernel = preparation_.processes().kernel();
+  if (kernel.start != kernel.end) {
+    output.addMap(NO_PID, 0, kernel.start, kernel.end - kernel.start, kernel.referenceAddress,
+                  KERNEL_NAME + kernel.referenceName, true);
+  }
+  preparation_.processes().kernelCode().maps.forEach([&](const recordings::Mapping& mapping) {
+    if (byFile_.contains(mapping.file)) {
+      const std::string& name =
+          mapping.file->path.empty() ? mapping.file->name : mapping.file->path;
+      output.addMap(NO_PID, 0, mapping.start, mapping.end - mapping.start, 0, name, true);
+    }
+  });
+  _writeMaps(output);
+  for (const auto& [tid, thread] : preparation_.threads()) {
+    output.addName(thread.pid, tid, thread.name.empty() ? ":" + std::to_string(tid) : thread.name);
+  }
+  for (const auto& [pid, process] : preparation_.plainProcesses()) {
+    const std::string& name = preparation_.processes().nameOf(pid);
+    if (!name.empty() && !preparation_.threads().contains(pid)) {
+      output.addName(pid, pid, name);  // of a process only whose other threads were sampled
+    }
+  }
+}
+
+void Names::_writeMaps(PlainRecording& output) const {
+  const recordings::KernelImage& kernel = preparation_.processes().kernel();
+  for (const auto& [pid, process] : preparation_.plainProcesses()) {
+    if (process.kernelHits > 0 && !hasKernelList()) {
+      output.addMap(pid, pid, kernel.start, kernel.end - kernel.start, kernel.start, KERNEL_NAME,
+                    false);
+    }
+    process.placement.forEach([&, owner = pid](std::uint64_t written, const Piece& piece) {
+      output.addMap(owner, owner, written, piece.high - piece.low, _pageOffset(piece),
+                    byFile_.at(piece.file)->writtenName, false);
+    });
+  }
+}
+
+}  // namespace prepare

@@ -1,0 +1,251 @@
+#include "prepare/Preparation.h"
+
+#include <algorithm>
+
+#include "recordings/Abi.h"
+
+namespace prepare {
+
+namespace abi = recordings::abi;
+
+namespace {
+
+constexpr unsigned PAGE_BITS = 12;
+// What no map holds is shown in stretches of this size, less what is known on either side.
+constexpr std::uint64_t UNKNOWN_SIZE = 0x10000;
+constexpr std::uint64_t HIGHEST_ADDRESS = ~std::uint64_t{0} - 1;
+// The range that the converter takes for stacks.
+constexpr ReservedRange STACKS{0xB0000000, 0xBEFFFFFF};
+
+// Pages of one process lie side by side, and those of the next elsewhere.
+std::size_t slotOf(std::uint64_t version, std::uint64_t page) {
+  return static_cast<std::size_t>(page ^ (version * 0x9E3779B97F4A7C15ull >> 40));
+}
+
+}  // namespace
+
+Preparation::Preparation(const recordings::Recording& recording, PlainRecording& output,
+                         Settings settings)
+    : recording_(recording),
+      output_(output),
+      settings_(std::move(settings)),
+      remembered_(REMEMBERED) {
+  rules_.reserved.push_back(STACKS);
+  rules_.mustBeHigh = settings_.mustBeHigh;
+}
+
+const recordings::MappedFile& Preparation::unknownFile() {
+  static const recordings::MappedFile file{
+      "[unknown]", recordings::MappedFile::Kind::FILE, {}, 0, {}, 0};
+  return file;
+}
+
+Preparation::Mode Preparation::_modeOf(std::uint16_t misc) {
+  switch (misc & abi::MISC_CPUMODE) {
+    case abi::MISC_KERNEL:
+      return Mode::KERNEL;
+    case abi::MISC_USER:
+    case 0:
+      return Mode::USER;
+    default:
+      return Mode::OTHER;
+  }
+}
+
+void Preparation::onMap(const recordings::MapRecord& map) {
+  const recordings::KernelImage& kernel = processes_.kernel();
+  const std::uint64_t startBefore = kernel.start;
+  processes_.onMap(map);
+  if (kernel.start != startBefore) {
+    rules_.reserved = {STACKS, {kernel.start, kernel.end - 1}};
+  }
+}
+
+void Preparation::onComm(const recordings::CommRecord& comm) { processes_.onComm(comm); }
+void Preparation::onFork(const recordings::TaskRecord& task) { processes_.onFork(task); }
+void Preparation::onExit(const recordings::TaskRecord& task) { processes_.onExit(task); }
+
+Preparation::Task& Preparation::_taskOf(const recordings::Sample& sample) {
+  Task& task = tasks_[(sample.tid ^ sample.pid * 31) % TASKS];
+  if (task.thread == nullptr || task.pid != sample.pid || task.tid != sample.tid) {
+    const auto [place, isNew] = threads_.try_emplace(sample.tid);
+    if (isNew) {
+      // Two threads are the converter's own: their process is not to be chosen.
+      place->second.pid = sample.tid <= 1 ? sample.tid : sample.pid;
+    }
+    task = {sample.pid, sample.tid, &processes_.process(sample.pid), &place->second,
+            &plainProcesses_[place->second.pid]};
+  }
+  return task;
+}
+
+void Preparation::_countName(Task& task) {
+  SampledThread& thread = *task.thread;
+  ++thread.samples;
+  const std::string& name = processes_.thread(task.tid).name;
+  if (name != thread.name) {
+    if (thread.underName > 0) {
+      thread.underOthers[thread.name] += thread.underName;
+    }
+    thread.name = name;
+    thread.underName = 0;
+  }
+  ++thread.underName;
+}
+
+bool Preparation::_isInKernel(std::uint64_t address) const {
+  const recordings::KernelImage& kernel = processes_.kernel();
+  return address >= kernel.start && address < kernel.end;
+}
+
+// The piece that holds an address outside the kernel itself; null if no map does.
+Piece* Preparation::_findPiece(Task& task, Mode mode, std::uint64_t address) {
+  if (mode == Mode::OTHER) {
+    return nullptr;
+  }
+  const recordings::Process& owner = mode == Mode::KERNEL ? processes_.kernelCode() : *task.process;
+  const std::uint64_t page = address >> PAGE_BITS;
+  Remembered& known = remembered_[slotOf(owner.version, page) % REMEMBERED];
+  if (known.version == owner.version && known.page == page && known.plain == task.plain &&
+      (known.piece == nullptr || known.piece->holds(address))) {
+    if (known.piece != nullptr) {
+      known.piece->hit(address);
+    }
+    return known.piece;
+  }
+  Piece* const piece = _lookUp(task, owner.maps, address);
+  known = {owner.version, task.plain, page, piece};
+  return piece;
+}
+
+Piece* Preparation::_lookUp(Task& task, const recordings::AddressSpace& maps,
+                            std::uint64_t address) {
+  const recordings::Mapping* const mapping = maps.find(address);
+  if (mapping == nullptr) {
+    return nullptr;
+  }
+  Piece& piece = task.plain->placement.place(*mapping, address, rules_);
+  piece.hit(address);
+  return &piece;
+}
+
+// A sampled address: as it stands in the plain recording. The highest of all means to the converter
+// that there is none.
+std::uint64_t Preparation::_placeSampled(Task& task, Mode mode, std::uint64_t address) {
+  address = std::min(address, HIGHEST_ADDRESS);
+  ModeCounts& counts = mode == Mode::USER ? counts_.userSamples : counts_.kernelSamples;
+  ++counts.all;
+  if (mode == Mode::KERNEL && _isInKernel(address)) {
+    ++counts.mapped;
+    ++task.plain->kernelHits;
+    sampledAddresses_.add(KERNEL_INDEX, address);
+    return address;
+  }
+  Piece* piece = _findPiece(task, mode, address);
+  if (piece != nullptr) {
+    ++counts.mapped;
+    sampledAddresses_.add(piece->file->index, address - piece->base);
+  } else {
+    const std::uint64_t start = address & ~(UNKNOWN_SIZE - 1);
+    const recordings::Mapping unknown{start, start + (UNKNOWN_SIZE - 1), start, &unknownFile()};
+    piece = &task.plain->placement.place(unknown, address, rules_);
+    piece->hit(address);
+  }
+  ++piece->samples;
+  counts_.movedSamples += piece->shift != 0 ? 1 : 0;
+  return address + piece->shift;
+}
+
+void Preparation::_addCaller(Task& task, Mode mode, std::uint64_t address) {
+  ModeCounts& counts = mode == Mode::USER ? counts_.userCallers : counts_.kernelCallers;
+  ++counts.all;
+  if (mode == Mode::KERNEL && _isInKernel(address)) {
+    ++counts.mapped;
+    ++task.plain->kernelHits;
+    if (areCallersCounted_) {
+      callerAddresses_.add(KERNEL_INDEX, address);
+    }
+    frames_.push_back(address);
+    return;
+  }
+  Piece* const piece = _findPiece(task, mode, address);
+  if (piece != nullptr) {
+    ++counts.mapped;
+    ++piece->callers;
+    if (areCallersCounted_) {
+      callerAddresses_.add(piece->file->index, address - piece->base);
+    }
+    frames_.push_back(address + piece->shift);
+  } else if (settings_.keepUnknown) {
+    frames_.push_back(address);
+  }
+}
+
+// The words of a chain after each mark begin with the interrupted address itself; in the part that
+// was sampled, that is the sample's own and stands in front already.
+void Preparation::_addCallers(Task& task, Mode sampled, const recordings::Sample& sample) {
+  Mode mode = Mode::USER;
+  bool isSampledNext = sampled == mode;
+  const bool hasBranches =
+      sample.branches.size() > 0 &&
+      (recording_.layout(0).attribute().branchSampleType & abi::BRANCH_CALL_STACK) != 0;
+  for (std::size_t i = 0; i < sample.chainLength(); ++i) {
+    const std::uint64_t word = sample.chainWord(i);
+    if (word >= abi::CONTEXT_FIRST) {
+      mode = word == abi::CONTEXT_KERNEL ? Mode::KERNEL
+             : word == abi::CONTEXT_USER ? Mode::USER
+                                         : Mode::OTHER;
+      isSampledNext = mode == sampled && frames_.size() == 1;
+      if (hasBranches && mode == Mode::USER) {
+        break;
+      }
+    } else if (isSampledNext) {
+      isSampledNext = false;
+    } else {
+      _addCaller(task, mode, word);
+    }
+  }
+  if (hasBranches) {
+    _addBranches(task, sample);
+  }
+}
+
+// The processor's own record of calls: where the newest one went to, then where each came from.
+void Preparation::_addBranches(Task& task, const recordings::Sample& sample) {
+  for (std::size_t at = 0; at < sample.branches.size(); at += abi::BRANCH_ENTRY_SIZE) {
+    const unsigned char* const entry = sample.branches.data() + at;
+    if (at == 0 && _modeOf(sample.misc) != Mode::USER) {
+      _addCaller(task, Mode::USER, recordings::numberAt<std::uint64_t>(entry + 8, sample.order));
+    }
+    _addCaller(task, Mode::USER, recordings::numberAt<std::uint64_t>(entry, sample.order));
+  }
+}
+
+void Preparation::onSample(std::uint32_t event, const recordings::Sample& sample) {
+  static_cast<void>(event);
+  Task& task = _taskOf(sample);
+  _countName(task);
+  const Mode mode = _modeOf(sample.misc);
+  areCallersCounted_ = counts_.samples() % CALLERS_COUNTED_EVERY == 0;
+  frames_.clear();
+  frames_.push_back(_placeSampled(task, mode, sample.ip));
+  _addCallers(task, mode, sample);
+  counts_.longestChain = std::max(counts_.longestChain, frames_.size());
+  output_.addSample(sample, frames_);
+}
+
+void Preparation::finish() {
+  for (auto& [tid, thread] : threads_) {
+    const std::string& last = processes_.thread(tid).name;
+    if (thread.name != last && thread.underName > 0) {
+      thread.underOthers[thread.name] += thread.underName;
+      thread.underName = 0;
+    }
+    thread.name = last;
+    for (const auto& [name, samples] : thread.underOthers) {
+      counts_.samplesUnderOtherNames += name != last ? samples : 0;
+    }
+  }
+}
+
+}  // namespace prepare

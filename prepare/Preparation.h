@@ -1,0 +1,140 @@
+// Turns the records of a recording, as they come in the order of time, into a plain recording: each
+// address is looked up at its moment, and placed so that the converter, which knows no moments,
+// comes to the same answer. Memory does not grow with the number of samples. One thread.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "prepare/AddressCounts.h"
+#include "prepare/Placement.h"
+#include "prepare/PlainRecording.h"
+#include "recordings/Processes.h"
+#include "recordings/Recording.h"
+
+namespace prepare {
+
+// Of addresses, in one of the two modes of a processor.
+struct ModeCounts {
+  std::uint64_t all = 0;
+  std::uint64_t mapped = 0;  // a map held the address
+};
+
+struct PreparationCounts {
+  ModeCounts kernelSamples;
+  ModeCounts userSamples;
+  ModeCounts kernelCallers;  // entries of call chains behind the first
+  ModeCounts userCallers;
+  std::uint64_t movedSamples = 0;
+  std::uint64_t samplesUnderOtherNames = 0;  // than the thread's last
+  std::size_t longestChain = 0;              // frames, the sampled address included
+
+  std::uint64_t samples() const { return kernelSamples.all + userSamples.all; }
+};
+
+// A process as the converter will see it.
+struct PlainProcess {
+  Placement placement;
+  std::uint64_t kernelHits = 0;  // samples and callers in the kernel itself
+};
+
+struct SampledThread {
+  std::uint32_t pid = 0;  // of its first sample; a tid that comes again stays with this process
+  std::uint64_t samples = 0;
+  std::string name;  // of the samples counted in `underName`
+  std::uint64_t underName = 0;
+  std::map<std::string, std::uint64_t> underOthers;
+};
+
+class Preparation : public recordings::RecordVisitor {
+ public:
+  struct Settings {
+    std::vector<bool> wantedEvents;
+    bool keepUnknown = false;  // addresses of call chains that no map holds
+    std::function<bool(const recordings::Mapping&)> mustBeHigh;
+    std::function<void(std::uint64_t, std::uint64_t)> progress;
+  };
+
+  // The recording and the output are borrowed.
+  Preparation(const recordings::Recording& recording, PlainRecording& output, Settings settings);
+
+  bool wantsSamplesOf(std::uint32_t event) override { return settings_.wantedEvents[event]; }
+  void onSample(std::uint32_t event, const recordings::Sample& sample) override;
+  void onMap(const recordings::MapRecord& map) override;
+  void onComm(const recordings::CommRecord& comm) override;
+  void onFork(const recordings::TaskRecord& task) override;
+  void onExit(const recordings::TaskRecord& task) override;
+  void onKsymbol(const recordings::KsymbolRecord& symbol) override { processes_.onKsymbol(symbol); }
+  void onProgress(std::uint64_t done, std::uint64_t all) override { settings_.progress(done, all); }
+
+  // After the walk.
+  void finish();
+  const PreparationCounts& counts() const { return counts_; }
+  const recordings::Processes& processes() const { return processes_; }
+  // By the pid that they have in the plain recording.
+  const std::map<std::uint32_t, PlainProcess>& plainProcesses() const { return plainProcesses_; }
+  const std::map<std::uint32_t, SampledThread>& threads() const { return threads_; }
+
+  // Sampled addresses, and callers of every CALLERS_COUNTED_EVERY-th sample, by MappedFile::index
+  // (KERNEL_INDEX: the kernel itself) and address in that file, as recorded (offsets for files).
+  const AddressCounts& sampledAddresses() const { return sampledAddresses_; }
+  const AddressCounts& callerAddresses() const { return callerAddresses_; }
+  static constexpr std::uint32_t KERNEL_INDEX = 0x7fffffff;
+  static constexpr std::uint64_t CALLERS_COUNTED_EVERY = 8;
+
+  // What the pieces of addresses that no map holds refer to.
+  static const recordings::MappedFile& unknownFile();
+
+ private:
+  enum class Mode { KERNEL, USER, OTHER };
+  // Who a sample is of.
+  struct Task {
+    std::uint32_t pid = 0;
+    std::uint32_t tid = 0;
+    recordings::Process* process = nullptr;
+    SampledThread* thread = nullptr;
+    PlainProcess* plain = nullptr;
+  };
+  // Where an address was last found to be.
+  struct Remembered {
+    std::uint64_t version = 0;  // of the maps it was looked up in
+    const PlainProcess* plain = nullptr;
+    std::uint64_t page = 0;
+    Piece* piece = nullptr;  // null: in no map
+  };
+  static constexpr std::size_t TASKS = 1024;
+  static constexpr std::size_t REMEMBERED = 8192;
+
+  Task& _taskOf(const recordings::Sample& sample);
+  void _countName(Task& task);
+  bool _isInKernel(std::uint64_t address) const;
+  Piece* _findPiece(Task& task, Mode mode, std::uint64_t address);
+  Piece* _lookUp(Task& task, const recordings::AddressSpace& maps, std::uint64_t address);
+  std::uint64_t _placeSampled(Task& task, Mode mode, std::uint64_t address);
+  void _addCaller(Task& task, Mode mode, std::uint64_t address);
+  void _addCallers(Task& task, Mode sampled, const recordings::Sample& sample);
+  void _addBranches(Task& task, const recordings::Sample& sample);
+  static Mode _modeOf(std::uint16_t misc);
+
+  const recordings::Recording& recording_;
+  PlainRecording& output_;
+  Settings settings_;
+  PlacementRules rules_;
+  recordings::Processes processes_;
+  std::map<std::uint32_t, PlainProcess> plainProcesses_;
+  std::map<std::uint32_t, SampledThread> threads_;
+  PreparationCounts counts_;
+  AddressCounts sampledAddresses_;
+  AddressCounts callerAddresses_;
+  bool areCallersCounted_ = false;  // of the sample in hand
+  std::array<Task, TASKS> tasks_;
+  std::vector<Remembered> remembered_;
+  std::vector<std::uint64_t> frames_;
+};
+
+}  // namespace prepare

@@ -1,0 +1,3 @@
+#include "prepare/Prepare.h"
+
+int main(int count, char** words) { return prepare::run(count, words); }

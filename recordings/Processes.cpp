@@ -1,0 +1,160 @@
+#include "recordings/Processes.h"
+
+#include <algorithm>
+
+#include "recordings/Abi.h"
+
+namespace recordings {
+
+namespace {
+
+// Samples of a process may follow its end, but not by much.
+constexpr std::size_t GONE_KEPT = 4096;
+
+bool isKernelName(const std::string& name) {
+  return name.starts_with("[kernel.kallsyms") || name.starts_with("[guest.kernel.kallsyms");
+}
+
+std::uint64_t endOf(const MapRecord& map) {
+  const std::uint64_t end = map.start + map.length;
+  return end < map.start ? ~std::uint64_t{0} : end;
+}
+
+}  // namespace
+
+Process& Processes::process(std::uint32_t pid) {
+  const auto [place, isNew] = processes_.try_emplace(pid);
+  if (isNew) {
+    place->second.pid = pid;
+    _changed(place->second);
+  }
+  return place->second;
+}
+
+Thread& Processes::thread(std::uint32_t tid) {
+  Thread& thread = threads_[tid];
+  thread.tid = tid;
+  return thread;
+}
+
+const std::string& Processes::nameOf(std::uint32_t tid) const {
+  static const std::string NONE;
+  const auto place = threads_.find(tid);
+  return place == threads_.end() ? NONE : place->second.name;
+}
+
+void Processes::onMap(const MapRecord& map) {
+  if (map.isOfKernel()) {
+    _onKernelMap(map);
+    return;
+  }
+  if (map.isData()) {
+    // Not code; but what it covers is no longer what it was.
+    Process& owner = process(map.pid);
+    owner.maps.remove(map.start, endOf(map));
+    _changed(owner);
+    return;
+  }
+  const MappedFile::Kind kind = kindOfMap(map.name, map.flags);
+  Mapping mapping{map.start, endOf(map), map.pageOffset, nullptr};
+  switch (kind) {
+    case MappedFile::Kind::PERF_MAP:
+      mapping.file =
+          &files_.get(kind, "/tmp/perf-" + std::to_string(map.pid) + ".map", {}, map.pid);
+      mapping.fileOffset = mapping.start;
+      break;
+    case MappedFile::Kind::VDSO:
+      mapping.file = &files_.get(kind, map.name, map.buildId);
+      mapping.fileOffset = 0;
+      break;
+    default:
+      mapping.file = &files_.get(kind, map.name, map.buildId);
+      break;
+  }
+  Process& owner = process(map.pid);
+  owner.maps.add(mapping);
+  _changed(owner);
+}
+
+void Processes::_onKernelMap(const MapRecord& map) {
+  if (isKernelName(map.name)) {
+    const std::size_t nameEnd = map.name.find(']');
+    const bool isGuest = map.name.starts_with("[guest");
+    if (!isGuest && map.length > 0) {
+      kernel_.start = map.start;
+      kernel_.end = endOf(map);
+      kernel_.referenceAddress = map.pageOffset;
+      kernel_.referenceName = nameEnd == std::string::npos ? "" : map.name.substr(nameEnd + 1);
+      if (kernel_.referenceName.empty()) {
+        const std::size_t dot = map.name.rfind('.');  // [kernel.kallsyms._text]
+        kernel_.referenceName = map.name.substr(dot + 1);
+        if (!kernel_.referenceName.empty() && kernel_.referenceName.back() == ']') {
+          kernel_.referenceName.pop_back();
+        }
+      }
+      kernel_.buildId = map.buildId;
+    }
+    return;
+  }
+  const Mapping mapping{
+      map.start, endOf(map), map.start,
+      &files_.get(MappedFile::Kind::MODULE, moduleNameOf(map.name), map.buildId, 0, map.name)};
+  kernelCode_.maps.add(mapping);
+  _changed(kernelCode_);
+}
+
+void Processes::onKsymbol(const KsymbolRecord& symbol) {
+  const std::uint64_t end = symbol.start + symbol.length;
+  if (end < symbol.start) {
+    return;
+  }
+  if (symbol.isRemoved) {
+    kernelCode_.maps.remove(symbol.start, end);
+  } else {
+    kernelCode_.maps.add({symbol.start, end, symbol.start,
+                          &files_.get(MappedFile::Kind::KERNEL_CODE, symbol.name, {})});
+  }
+  _changed(kernelCode_);
+}
+
+void Processes::onComm(const CommRecord& comm) {
+  thread(comm.tid).name = comm.name;
+  if (comm.isExec) {
+    Process& owner = process(comm.pid);
+    owner.maps.clear();
+    _changed(owner);
+  }
+}
+
+void Processes::onFork(const TaskRecord& task) {
+  Thread& child = thread(task.tid);
+  child.name = thread(task.parentTid).name;
+  if (task.pid == task.parentPid) {
+    return;  // a thread: shares its process's maps
+  }
+  const AddressSpace inherited = task.isMadeByPerf ? AddressSpace() : process(task.parentPid).maps;
+  Process& started = process(task.pid);
+  started.maps = inherited;
+  _changed(started);
+}
+
+void Processes::onExit(const TaskRecord& task) {
+  if (task.pid == task.tid) {
+    gone_.emplace_back(task.pid, process(task.pid).version);
+    _forgetLongGone();
+  }
+}
+
+void Processes::_forgetLongGone() {
+  while (gone_.size() > GONE_KEPT) {
+    const auto [pid, version] = gone_.front();
+    gone_.pop_front();
+    const auto place = processes_.find(pid);
+    // Unless the pid has come again, or other threads of the process have gone on mapping.
+    if (place != processes_.end() && place->second.version == version) {
+      place->second.maps.clear();
+    }
+  }
+}
+
+}  // namespace recordings

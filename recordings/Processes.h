@@ -1,0 +1,76 @@
+// The processes of a recording at the moment that its walk has reached, as the kernel keeps them: a
+// fork copies the parent's maps, a new program drops them, a new map covers older ones, threads
+// share their process's maps, and a pid may come again. To be told of every record in the order of
+// time. One thread.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "recordings/AddressSpace.h"
+#include "recordings/MappedFiles.h"
+#include "recordings/SideRecords.h"
+
+namespace recordings {
+
+struct Process {
+  std::uint32_t pid = 0;
+  AddressSpace maps;
+  // Another number with each change of the maps: what was found out about them holds as long as it
+  // stays.
+  std::uint64_t version = 0;
+};
+
+struct Thread {
+  std::uint32_t tid = 0;
+  std::string name;  // empty: not known
+};
+
+// The kernel's side of the address space: itself, its modules, code that it made.
+struct KernelImage {
+  std::uint64_t start = 0;  // of the map that was recorded; start == end: none was
+  std::uint64_t end = 0;
+  // The symbol that the map was made from, and its address on the recorded machine; 0 where
+  // addresses were hidden.
+  std::string referenceName;
+  std::uint64_t referenceAddress = 0;
+  BuildId buildId;
+};
+
+class Processes {
+ public:
+  void onMap(const MapRecord& map);
+  void onComm(const CommRecord& comm);
+  void onFork(const TaskRecord& task);
+  void onExit(const TaskRecord& task);
+  void onKsymbol(const KsymbolRecord& symbol);
+
+  // Never null; made without maps or name if nothing was heard of it. Stays where it is.
+  Process& process(std::uint32_t pid);
+  Thread& thread(std::uint32_t tid);
+  // Of the thread; empty if nothing was heard of it.
+  const std::string& nameOf(std::uint32_t tid) const;
+  // Modules and what KSYMBOL records told of; not the kernel itself.
+  const Process& kernelCode() const { return kernelCode_; }
+  const KernelImage& kernel() const { return kernel_; }
+  MappedFiles& files() { return files_; }
+  const MappedFiles& files() const { return files_; }
+
+ private:
+  void _onKernelMap(const MapRecord& map);
+  void _changed(Process& process) { process.version = ++versions_; }
+  void _forgetLongGone();
+
+  std::map<std::uint32_t, Process> processes_;
+  std::map<std::uint32_t, Thread> threads_;
+  std::deque<std::pair<std::uint32_t, std::uint64_t>> gone_;  // pid and version at its end
+  Process kernelCode_;
+  KernelImage kernel_;
+  MappedFiles files_;
+  std::uint64_t versions_ = 0;
+};
+
+}  // namespace recordings
