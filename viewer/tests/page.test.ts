@@ -87,6 +87,12 @@ test('names: shorter forms leave out parameters, templates, scopes', () => {
     'a::B::run',
     'run',
   ]);
+  assert.deepEqual(shorterNames('a::(anonymous namespace)::run(int)').slice(1), [
+    'a::(anonymous namespace)::run',
+    'a::run',
+    'run',
+  ]);
+  assert.equal(shorterNames('A::operator()(int) const')[1], 'A::operator()');
   assert.deepEqual(new Set(shorterNames('main')), new Set(['main']));
   assert.ok(shorterNames('<<<').every((form) => form !== ''));
   assert.ok(shorterNames('(anonymous)').every((form) => form !== ''));

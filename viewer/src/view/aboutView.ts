@@ -107,11 +107,17 @@ function sections(value: JsonObject, level: number): HTMLElement[] {
       parts.push(h('h3', {}, title), list(member as JsonObject[]));
     } else if (isObject(member)) {
       parts.push(h(level === 0 ? 'h2' : 'h3', {}, title), ...sections(member, level + 1));
-    } else {
+    } else if (!Array.isArray(member) || member.length > 0) {
       simple.push([title, plainText(member)]);
     }
   }
   return simple.length === 0 ? parts : [pairs(simple), ...parts];
+}
+
+/** Seconds of the first sample on the recording's clock, as the quality report has them. */
+export function firstSampleOf(quality: unknown): number | null {
+  const first = findKey(quality, ['firstSample']);
+  return typeof first === 'string' && /^\d+(\.\d+)?$/.test(first) ? Number(first) : null;
 }
 
 function recordingFacts(profile: Profile): [string, string][] {
@@ -125,7 +131,6 @@ function recordingFacts(profile: Profile): [string, string][] {
     ['Threads', formatCount(profile.threadTids.length)],
     ['CPUs', cpus.length === 0 ? 'not recorded' : formatCount(cpus.length)],
     ['Different call chains', formatCount(new Set(profile.stacks).size)],
-    ['First sample on the recorded clock', `${(facts.firstTime * 1e-9).toFixed(6)} s`],
   ];
   if (facts.timelessSamples > 0) {
     entries.push([
@@ -140,6 +145,29 @@ function recordingFacts(profile: Profile): [string, string][] {
     ]);
   }
   return entries;
+}
+
+const NO_REPORT =
+  'There is no report on how good this recording is: the page was made from a document. tracemill-report on the recording itself adds one.';
+
+/** What is known of the recording, then the judgement and what could be better, then the rest. */
+function qualityReport(quality: JsonObject): HTMLElement[] {
+  const { version: _, recording, judgement, nameless, ...rest } = quality;
+  const parts: HTMLElement[] = isObject(recording) ? sections(recording, 1) : [];
+  parts.push(h('h2', {}, 'How good it is'));
+  if (typeof judgement === 'string') {
+    parts.push(h('p', { class: 'judgement' }, judgement));
+  }
+  if (Array.isArray(nameless) && nameless.length > 0) {
+    const rows = nameless.filter(isObject).map((row) => ({
+      samples: row.samples ?? 0,
+      'without a name in': row.name ?? '',
+      why: row.text ?? row.reason ?? '',
+      cure: row.cure ?? '',
+    }));
+    parts.push(h('h3', {}, 'What would make it better'), list(rows));
+  }
+  return [...parts, ...sections(rest, 1)];
 }
 
 export class AboutView implements View {
@@ -162,15 +190,7 @@ export class AboutView implements View {
     this.element.replaceChildren(
       h('h2', {}, 'About this recording'),
       pairs(recordingFacts(profile)),
-      ...(isObject(quality)
-        ? [h('h2', {}, 'How good it is'), ...sections(quality, 1)]
-        : [
-            h(
-              'p',
-              { class: 'note' },
-              'There is no report on how good this recording is: the page was made from a document. tracemill-report on the recording itself adds one.',
-            ),
-          ]),
+      ...(isObject(quality) ? qualityReport(quality) : [h('p', { class: 'note' }, NO_REPORT)]),
     );
   }
 

@@ -12,7 +12,7 @@ import {
   type Tab,
   withoutFilters,
 } from '../model/state';
-import { AboutView, wallClockOf, warningOf } from './aboutView';
+import { AboutView, firstSampleOf, wallClockOf, warningOf } from './aboutView';
 import type { Theme } from './colours';
 import { h, iconButton } from './dom';
 import { FilterBar } from './filterBar';
@@ -50,7 +50,10 @@ export class App implements Page {
     readonly profile: Profile,
     private readonly root: HTMLElement,
   ) {
-    this.clock = { recorded: profile.facts.firstTime * 1e-9, wall: wallClockOf(profile.quality) };
+    this.clock = {
+      recorded: firstSampleOf(profile.quality) ?? profile.facts.firstTime * 1e-9,
+      wall: wallClockOf(profile.quality),
+    };
     this.theme = this.preferredTheme();
     document.documentElement.dataset.theme = this.theme;
     this.state = parseState(location.hash);

@@ -60,18 +60,28 @@ export function formatTime(
   return (clock === 'recorded' ? facts.recorded + seconds : seconds).toFixed(digits);
 }
 
+/** The name up to its parameters. Not every bracket begins them: `(anonymous namespace)`, `operator()`. */
+function withoutParameters(name: string): string {
+  for (let at = name.indexOf('('); at > 0; at = name.indexOf('(', at + 1)) {
+    if (!name.startsWith('(anonymous', at) && !name.endsWith('operator', at)) {
+      return name.slice(0, at);
+    }
+  }
+  return name;
+}
+
 /** Shorter forms of a function's name, the longest first: without parameters, templates, scopes. */
 export function shorterNames(name: string): string[] {
   const cut = name.length > 400 ? name.slice(0, 400) : name;
-  const withoutParameters = cut.replace(/\(.*$/s, '') || cut;
-  let plain = withoutParameters;
+  const bare = withoutParameters(cut);
+  let plain = bare.replaceAll('(anonymous namespace)::', '');
   for (let before = ''; before !== plain; ) {
     before = plain;
     plain = plain.replace(/<[^<>]*>/g, '');
   }
-  plain = plain || withoutParameters;
+  plain = plain || bare;
   const last = plain.slice(plain.lastIndexOf('::') + 1).replace(/^:/, '') || plain;
-  return [cut, withoutParameters, plain, last];
+  return [cut, bare, plain, last];
 }
 
 export function shortened(text: string, length: number): string {
