@@ -1,25 +1,34 @@
-# What `cmake --install` puts where, in two components: "program" (the program and what its users read) and
+# What `cmake --install` puts where, in components: "program" (the program and what its users read), "companions"
+# (the programs beside it, which need more libraries) and
 # "development" (libraries, headers and package files for find_package(tracemill); see tracemill_layer).
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(TRACEMILL_CONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/tracemill)
 
-function(tracemill_install_program target)
-  install(TARGETS ${target} RUNTIME COMPONENT program)
+# The program NAME with its manual page and completion, where share/ has them.
+function(tracemill_install_executable name component)
+  install(TARGETS ${name} RUNTIME COMPONENT ${component})
 
   # Manual pages stand compressed where man looks for them; configure_file keeps the compressed one up to date.
-  set(page ${PROJECT_BINARY_DIR}/share/tracemill.1)
-  configure_file(${PROJECT_SOURCE_DIR}/share/tracemill.1 ${page} COPYONLY)
-  find_program(TRACEMILL_GZIP gzip REQUIRED)
-  execute_process(COMMAND ${TRACEMILL_GZIP} -9nc ${page} OUTPUT_FILE ${page}.gz COMMAND_ERROR_IS_FATAL ANY)
-  install(FILES ${page}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT program)
+  if(EXISTS ${PROJECT_SOURCE_DIR}/share/${name}.1)
+    set(page ${PROJECT_BINARY_DIR}/share/${name}.1)
+    configure_file(${PROJECT_SOURCE_DIR}/share/${name}.1 ${page} COPYONLY)
+    find_program(TRACEMILL_GZIP gzip REQUIRED)
+    execute_process(COMMAND ${TRACEMILL_GZIP} -9nc ${page} OUTPUT_FILE ${page}.gz COMMAND_ERROR_IS_FATAL ANY)
+    install(FILES ${page}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT ${component})
+  endif()
+  if(EXISTS ${PROJECT_SOURCE_DIR}/share/${name}.bash-completion)
+    install(
+      FILES ${PROJECT_SOURCE_DIR}/share/${name}.bash-completion
+      DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+      RENAME ${name}
+      COMPONENT ${component})
+  endif()
+endfunction()
 
-  install(
-    FILES ${PROJECT_SOURCE_DIR}/share/tracemill.bash-completion
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
-    RENAME tracemill
-    COMPONENT program)
+function(tracemill_install_program target)
+  tracemill_install_executable(${target} program)
   install(FILES ${PROJECT_SOURCE_DIR}/share/tracemill.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/tracemill
           COMPONENT program)
   install(

@@ -5,6 +5,9 @@ set(CPACK_PACKAGE_CONTACT "The tracemill developers")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL program development)
+if(TRACEMILL_REPORT AND TRACEMILL_COMPANIONS)
+  list(APPEND CPACK_COMPONENTS_ALL companions)
+endif()
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -29,6 +32,16 @@ set(CPACK_COMPONENT_PROGRAM_DESCRIPTION
     "Reads a file that perf record wrote and writes one JSON document: every sample
 with its time, CPU, thread and back trace, and the tables that it refers to:
 memory maps, functions, processes and source files.")
+
+set(CPACK_DEBIAN_COMPANIONS_PACKAGE_NAME tracemill-companions)
+set(CPACK_DEBIAN_COMPANIONS_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_COMPANIONS_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_COMPANIONS_PACKAGE_DEPENDS tracemill)
+set(CPACK_DEBIAN_COMPANIONS_PACKAGE_RECOMMENDS linux-perf)
+set(CPACK_COMPONENT_COMPANIONS_DESCRIPTION
+    "From a recording of perf to a page that anyone can open: tracemill-prepare makes
+any recording ready for tracemill and names its functions, tracemill-report does
+every step and writes the page, or a file for other tools.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libtracemill-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)

@@ -7,6 +7,7 @@ import { titleOfKey, wallClockOf, warningOf } from '../src/view/aboutView';
 import { xmlText } from '../src/view/flamePicture';
 import {
   digitsFor,
+  digitsOf,
   formatChange,
   formatSeconds,
   formatTime,
@@ -92,7 +93,15 @@ test('names: shorter forms leave out parameters, templates, scopes', () => {
     'a::run',
     'run',
   ]);
-  assert.equal(shorterNames('A::operator()(int) const')[1], 'A::operator()');
+  for (const [name, bare] of [
+    ['A::operator()(int) const', 'A::operator()'],
+    ['std::operator<< <char>(std::ostream&)', 'std::operator<< <char>'],
+    ['A::operator<(A const&)', 'A::operator<'],
+    ['main::{lambda()#1}::operator()() const', 'main::{lambda()#1}::operator()'],
+    ['f<void (*)(int)>::run(int)', 'f<void (*)(int)>::run'],
+  ]) {
+    assert.equal(shorterNames(name)[1], bare);
+  }
   assert.deepEqual(new Set(shorterNames('main')), new Set(['main']));
   assert.ok(shorterNames('<<<').every((form) => form !== ''));
   assert.ok(shorterNames('(anonymous)').every((form) => form !== ''));
@@ -110,6 +119,8 @@ test('numbers: times, changes, digits', () => {
   assert.equal(digitsFor(1), 0);
   assert.equal(digitsFor(0.1), 1);
   assert.equal(digitsFor(0.02), 2);
+  assert.equal(digitsOf(0.25), 2);
+  assert.equal(digitsOf(5), 0);
   const clock = { recorded: 100.5, wall: Date.UTC(2026, 0, 2, 3, 4, 5, 250) };
   assert.equal(formatTime(1.25, 'start', clock, 2), '1.25');
   assert.equal(formatTime(1.25, 'recorded', clock, 2), '101.75');

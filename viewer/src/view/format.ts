@@ -31,9 +31,18 @@ export function formatSeconds(seconds: number): string {
   return size >= 1e-3 ? `${(seconds * 1e3).toFixed(2)} ms` : `${(seconds * 1e6).toFixed(1)} µs`;
 }
 
-/** Digits behind the point that tell two labels apart that are `step` seconds from each other. */
+/** Digits behind the point that tell two times apart that are `step` seconds from each other. */
 export function digitsFor(step: number): number {
   return step >= 1 ? 0 : Math.min(9, Math.ceil(-Math.log10(step) - 1e-9));
+}
+
+/** Digits that show each multiple of `step` as it is: 2 for 0.25. */
+export function digitsOf(step: number): number {
+  let digits = 0;
+  while (digits < 9 && Math.abs(step * 10 ** digits - Math.round(step * 10 ** digits)) > 1e-6) {
+    ++digits;
+  }
+  return digits;
 }
 
 export interface ClockFacts {
@@ -60,11 +69,19 @@ export function formatTime(
   return (clock === 'recorded' ? facts.recorded + seconds : seconds).toFixed(digits);
 }
 
-/** The name up to its parameters. Not every bracket begins them: `(anonymous namespace)`, `operator()`. */
+/** The name up to its parameters. Not every bracket begins them: `(anonymous namespace)`, `operator()`, `{lambda()#1}`. */
 function withoutParameters(name: string): string {
-  for (let at = name.indexOf('('); at > 0; at = name.indexOf('(', at + 1)) {
-    if (!name.startsWith('(anonymous', at) && !name.endsWith('operator', at)) {
-      return name.slice(0, at);
+  let depth = 0; // of templates and lambdas
+  for (let at = 0; at < name.length; ++at) {
+    const isOperator = name.endsWith('operator', at) || name.endsWith('operator<', at);
+    if ('<{'.includes(name[at]) && !isOperator) {
+      ++depth;
+    } else if ('>}'.includes(name[at]) && depth > 0 && name[at - 1] !== '-') {
+      --depth;
+    } else if (name[at] === '(' && depth === 0 && at > 0) {
+      if (!name.startsWith('(anonymous', at) && !name.startsWith('operator()', at - 8)) {
+        return name.slice(0, at);
+      }
     }
   }
   return name;

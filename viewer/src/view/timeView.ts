@@ -6,7 +6,15 @@ import { type HeatMap, heatMap, secondsMap } from '../model/heat';
 import type { Range, State } from '../model/state';
 import { heatPixels } from './colours';
 import { choice, h, iconButton } from './dom';
-import { digitsFor, formatCount, formatSeconds, formatTime, plural, shortened } from './format';
+import {
+  digitsFor,
+  digitsOf,
+  formatCount,
+  formatSeconds,
+  formatTime,
+  plural,
+  shortened,
+} from './format';
 import type { Page, View } from './page';
 import { toggled } from './page';
 
@@ -169,8 +177,10 @@ export class TimeView implements View {
       return;
     }
     const step = (to - from) / map.columns;
-    // In the middle of each column; some columns together where they are a pixel or two wide.
-    const together = this.rowKind === 'seconds' ? 1 : 2;
+    // Where there are few samples, columns are drawn together: some in each, or the curve is all spikes.
+    const count = map.sums.reduce((sum, samples) => sum + samples, 0);
+    const few = Math.ceil((10 * map.columns) / Math.max(1, count));
+    const together = this.rowKind === 'seconds' ? 1 : Math.max(2, Math.min(12, few));
     const x: number[] = [];
     const y: number[] = [];
     for (let column = 0; column < map.columns; column += together) {
@@ -218,7 +228,7 @@ export class TimeView implements View {
             gap: 2,
             space: 90,
             values: (_, ticks) => {
-              const digits = digitsFor(ticks.length > 1 ? ticks[1] - ticks[0] : 1);
+              const digits = digitsOf(ticks.length > 1 ? ticks[1] - ticks[0] : 1);
               const unit = state.clock === 'wall' ? '' : ' s';
               return ticks.map((tick) => formatTime(tick, state.clock, clock, digits) + unit);
             },
