@@ -46,7 +46,7 @@ class MeasuringTest(unittest.TestCase):
 
     def test_help_names_every_option(self):
         text = subprocess.run([HERE / "compare", "--help"], check=True, capture_output=True, text=True).stdout
-        for option in ("ROW", "--program", "--recording", "--keep", "--rounds"):
+        for option in ("ROW", "--program", "--prepare", "--recording", "--keep", "--rounds"):
             self.assertIn(option, text)
 
     def test_floor_prints_the_documents_rows_but_for_keys_and_start(self):

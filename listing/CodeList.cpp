@@ -1,11 +1,14 @@
 #include "listing/CodeList.h"
 
+#include <deque>
 #include <optional>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "kestrel/FileUtils.h"
 #include "listing/Demangler.h"
+#include "listing/JitDump.h"
 #include "listing/PerfMap.h"
 #include "listing/RegularFile.h"
 
@@ -75,7 +78,19 @@ CodeListReply writeCodeList(const File& file, const Options& options, Demangler&
   CodeListReply reply;
   const std::optional<RegularFile> map = _findMap(file, options, reply);
   const std::string text = map ? map->readText(MAX_MAP) : std::string();
-  const ListText list = listOfCode(parsePerfMap(text), file.ranges, demangler);
+  std::vector<Symbol> symbols = parsePerfMap(text);
+  std::deque<std::string> dumps;  // have the names
+  for (const std::string& name : file.jitDumps) {
+    MapSearch search(reply);
+    for (const std::string& root : options.sysroots) {
+      if (const std::optional<RegularFile> dump = search.tryBelow(root, name)) {
+        const std::vector<Symbol> more = parseJitDump(dumps.emplace_back(dump->readText(MAX_MAP)));
+        symbols.insert(symbols.end(), more.begin(), more.end());
+        break;
+      }
+    }
+  }
+  const ListText list = listOfCode(std::move(symbols), file.ranges, demangler);
   demangler.clear();
   if (list.isEmpty()) {
     return reply;

@@ -7,10 +7,9 @@
 #include <utility>
 #include <vector>
 
-#include "kestrel/FileUtils.h"
 #include "listing/Demangler.h"
 #include "listing/ElfFile.h"
-#include "listing/ListText.h"
+#include "listing/ListFile.h"
 #include "listing/RegularFile.h"
 #include "listing/SourceFiles.h"
 #include "listing/SymbolRanges.h"
@@ -19,9 +18,11 @@ namespace listing {
 
 namespace {
 
+constexpr std::size_t NAMES_KEPT = 4096;  // demangled, at once
+
 std::unique_ptr<ElfFile> _open(const std::string& path) {
-  std::optional<RegularFile> file = RegularFile::open(path);
-  return file ? ElfFile::open(std::move(*file)) : nullptr;
+  const std::optional<RegularFile> file = RegularFile::open(path);
+  return file ? ElfFile::open(*file) : nullptr;
 }
 
 // Everything that has names of one program or library. The objects own the names.
@@ -56,8 +57,7 @@ class SymbolSources {
     }
     reply.outcome = symbols.empty() ? Outcome::NoSymbols : Outcome::Named;
     running_->addPltEntries(symbols);
-    std::stable_sort(symbols.begin(), symbols.end(),
-                     [](const Symbol& a, const Symbol& b) { return a.start < b.start; });
+    sortByStart(symbols);
     return symbols;
   }
 
@@ -107,17 +107,21 @@ ElfListReply writeElfList(const ElfListTask& task, Demangler& demangler, const s
   if (task.lines) {
     sourceFiles.read(sources.fileOfLines(), _startsOf(symbols));
   }
-  ListText list;
-  for (const Range& range : rangesOf(symbols)) {
+  ListFile list(path);
+  std::size_t shown = 0;
+  forEachRange(symbols, [&](const Range& range) {
     if (range.symbol == Range::NONE) {
-      list.addUnknown(range.start);
-    } else {
-      list.add(range.start, _shownName(symbols[range.symbol], demangler),
-               sourceFiles.fileOf(range.symbol));
+      list.add(range.start, ListText::UNKNOWN_NAME);
+      return;
     }
-  }
+    list.add(range.start, _shownName(symbols[range.symbol], demangler),
+             sourceFiles.fileOf(range.symbol));
+    if (++shown % NAMES_KEPT == 0) {
+      demangler.clear();
+    }
+  });
   demangler.clear();  // its names are keyed by those of files that close here
-  if (!kestrel::FileUtils::writeFile(path, list.text())) {
+  if (!list.close()) {
     reply.outcome = Outcome::Failed;
   }
   return reply;

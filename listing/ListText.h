@@ -25,6 +25,7 @@ class ListText {
   void addUnknown(std::uint64_t address) { add(address, UNKNOWN_NAME); }
 
   const std::string& text() const { return text_; }
+  void clear() { text_.clear(); }
   bool isEmpty() const { return text_.empty(); }
 
  private:

@@ -7,6 +7,9 @@
 #include <libelf.h>
 #include <string>
 
+#include "listing/Demangler.h"
+#include "listing/SymbolRanges.h"
+
 namespace listing {
 
 namespace {
@@ -96,6 +99,9 @@ std::string_view PltReader::_nameOf(const Relocation& relocation) {
     std::vector<Symbol> symbols;
     file_.addSymbols(SHT_SYMTAB, symbols);
     file_.addSymbols(SHT_DYNSYM, symbols);
+    Demangler plain(Demangler::Style::Off);
+    completeSizes(symbols);
+    chooseAliases(symbols, plain);
     for (const Symbol& symbol : symbols) {
       functions_.try_emplace(symbol.start, symbol.name);
     }

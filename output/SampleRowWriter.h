@@ -69,9 +69,9 @@ class SampleRowWriter {
   void _runBackground(kestrel::JsomWriter* writer);
   void _submit();
   bool _isBackgroundThere();
-  std::unique_ptr<SampleRowBatch> _emptyBatch() REQUIRES(lock_);
+  std::unique_ptr<SampleRowBatch> _emptyBatch() KESTREL_REQUIRES(lock_);
   void _writeOwn();
-  void _rethrowFailure() REQUIRES(lock_);
+  void _rethrowFailure() KESTREL_REQUIRES(lock_);
 
   const Mode mode_;
   SampleRowText text_;                     // the background's while it runs
@@ -83,10 +83,10 @@ class SampleRowWriter {
   // samples there are.
   std::thread background_;
 
-  kestrel::Lock lock_;
-  std::deque<std::unique_ptr<SampleRowBatch>> filled_ GUARDED_BY(lock_);
-  std::vector<std::unique_ptr<SampleRowBatch>> free_ GUARDED_BY(lock_);
-  bool isWaiting_ GUARDED_BY(lock_) = false;  // for a free batch
-  bool isEnding_ GUARDED_BY(lock_) = false;
-  std::exception_ptr failure_ GUARDED_BY(lock_);
+  kestrel::RequiredLock lock_;
+  std::deque<std::unique_ptr<SampleRowBatch>> filled_ KESTREL_GUARDED_BY(lock_);
+  std::vector<std::unique_ptr<SampleRowBatch>> free_ KESTREL_GUARDED_BY(lock_);
+  bool isWaiting_ KESTREL_GUARDED_BY(lock_) = false;  // for a free batch
+  bool isEnding_ KESTREL_GUARDED_BY(lock_) = false;
+  std::exception_ptr failure_ KESTREL_GUARDED_BY(lock_);
 };

@@ -1,6 +1,8 @@
 #include "perfevents/PerfRecordFileReader.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <istream>
 #include <optional>
@@ -55,8 +57,13 @@ PerfRecordFileReader::PerfRecordFileReader(std::ifstream& stream, bool createSto
   if (!stream.is_open()) {
     handleError("Input file stream has not been opened.");
   }
+  errno = 0;
   stream_.seekg(0, std::ios::end);
   fileSize_ = stream_.tellg();
+  if (fileSize_ == std::streampos(-1)) {
+    stream_.setstate(std::ios_base::failbit);  // which a place that cannot be told leaves alone
+  }
+  _reportIfUnreadable(errno);
   if (!stream_ || fileSize_ < static_cast<std::streamoff>(abi::MINIMUM_FILE_SIZE)) {
     handleError("Perf file is of insufficient size.");
   }
@@ -70,13 +77,27 @@ PerfRecordFileReader::PerfRecordFileReader(std::ifstream& stream, bool createSto
 }
 
 bool PerfRecordFileReader::_seek(uint64_t offset) {
+  errno = 0;
   stream_.seekg(static_cast<std::streamoff>(offset));
+  _reportIfUnreadable(errno);
   return !stream_.fail();
 }
 
 bool PerfRecordFileReader::_read(unsigned char* bytes, std::size_t size) {
+  errno = 0;
   stream_.read(reinterpret_cast<char*>(bytes), static_cast<std::streamsize>(size));
+  _reportIfUnreadable(errno);
   return !stream_.fail();
+}
+
+// Called after each use of the stream. What the file itself is to blame for, an offset that is none
+// or a file that has no places, is left to the caller's message.
+void PerfRecordFileReader::_reportIfUnreadable(int error) {
+  const bool isOfTheFile = error == 0 || error == EINVAL || error == EOVERFLOW || error == ESPIPE;
+  if (stream_.fail() && !isOfTheFile) {
+    _log().errorf("Error reading perf file: %s", std::strerror(error));
+    stream_.setstate(std::ios_base::badbit);
+  }
 }
 
 void PerfRecordFileReader::readHeader() {
@@ -287,7 +308,11 @@ kestrel::ByteBufferViewport PerfRecordFileReader::_body() {
 }
 
 bool PerfRecordFileReader::_readRecord() {
-  switch (records_.next()) {
+  const RecordStream::Outcome outcome = records_.next();
+  if (outcome != RecordStream::Outcome::Record) {
+    _reportIfUnreadable(records_.readError());
+  }
+  switch (outcome) {
     case RecordStream::Outcome::Garbled:
       _log().errorf("Garbled event data header size.  Perf file corrupt.");
       return false;

@@ -89,6 +89,7 @@ class PerfRecordFileReader : public PerfOutputReader {
 
  private:
   bool _seek(uint64_t offset);
+  void _reportIfUnreadable(int error);
   bool _read(unsigned char* bytes, std::size_t size);
   void _checkSection(const PerfFileSection& section, const char* message) const;
   void _setAttributeVersion();

@@ -1,6 +1,8 @@
 #include "prepare/Names.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <fstream>
 #include <sys/utsname.h>
 
 #include "listing/ListText.h"
@@ -15,26 +17,42 @@ namespace {
 constexpr std::uint32_t NO_PID = 0xffffffff;
 constexpr char KERNEL_NAME[] = "[kernel.kallsyms]";
 
-bool isThisMachine(const recordings::Facts& facts) {
+std::string ownRelease() {
   utsname system{};
-  return uname(&system) == 0 && facts.hostname == system.nodename &&
-         facts.osRelease == system.release;
+  return uname(&system) == 0 ? system.release : "";
+}
+
+// Whether this machine's kernel is the recorded one, of which the recording says nothing but where
+// its text was: a recorder that was killed tells no more.
+bool isOwnKernel(const recordings::KernelImage& image) {
+  std::ifstream list("/proc/kallsyms");
+  std::uint64_t start = 0;
+  std::uint64_t end = 0;
+  for (std::string line; (start == 0 || end == 0) && std::getline(list, line);) {
+    if (line.ends_with(" T " + image.referenceName)) {
+      start = std::strtoull(line.c_str(), nullptr, 16);
+    } else if (line.ends_with(" _etext")) {
+      end = std::strtoull(line.c_str(), nullptr, 16);
+    }
+  }
+  return start != 0 && start == image.referenceAddress && end == image.end;
 }
 
 bool isListable(const MappedFile& file) {
   return file.kind == MappedFile::Kind::FILE || file.kind == MappedFile::Kind::VDSO ||
-         file.kind == MappedFile::Kind::PERF_MAP;
+         file.kind == MappedFile::Kind::PERF_MAP ||
+         (file.kind == MappedFile::Kind::VDSO_32 && !file.buildId.empty());
 }
 
 }  // namespace
 
 Names::Names(const recordings::Recording& recording, const Preparation& preparation,
-             const listing::Options& options, ConverterFiles& files)
-    : recording_(recording), preparation_(preparation), options_(options), converter_(files) {
-  for (const recordings::FileBuildId& known : recording.header().facts.buildIds) {
-    buildIds_.emplace(known.name, known.id);
-  }
-}
+             const RecordedFiles& recorded, const listing::Options& options, ConverterFiles& files)
+    : recording_(recording),
+      preparation_(preparation),
+      recorded_(recorded),
+      options_(options),
+      converter_(files) {}
 
 void Names::find(const std::function<void(std::size_t, std::size_t)>& progress) {
   _collect();
@@ -44,19 +62,13 @@ void Names::find(const std::function<void(std::size_t, std::size_t)>& progress) 
     if (!isListable(*hit.file)) {
       continue;
     }
-    listing::File file;
-    file.kind = hit.file->kind == MappedFile::Kind::VDSO       ? listing::File::Kind::Vdso
-                : hit.file->kind == MappedFile::Kind::PERF_MAP ? listing::File::Kind::PerfMap
-                                                               : listing::File::Kind::Elf;
-    file.name = hit.file->name;
-    file.buildId = buildIdOf(*hit.file);
-    file.pid = hit.file->pid;
+    listing::File file = recorded_.fileOf(*hit.file);
     file.samples = hit.samples + hit.callers;
     wanted.push_back(std::move(file));
     owners.push_back(&hit);
   }
   listing::Options options = options_;
-  options.sameMachine = isThisMachine(recording_.header().facts);
+  options.sameMachine = recorded_.isThisMachine();
   std::vector<listing::Result> results =
       listing::listFiles(wanted, options, converter_.listFolder(), progress);
   for (std::size_t i = 0; i < results.size(); ++i) {
@@ -89,26 +101,18 @@ void Names::_addFile(const Piece& piece) {
   hit->callers += piece.callers;
 }
 
-recordings::BuildId Names::buildIdOf(const MappedFile& file) const {
-  if (!file.buildId.empty()) {
-    return file.buildId;
-  }
-  const auto known = buildIds_.find(file.path.empty() ? file.name : file.path);
-  return known == buildIds_.end() ? recordings::BuildId() : known->second;
-}
-
 void Names::_listKernel() {
   const recordings::KernelImage& image = preparation_.processes().kernel();
   listing::Kernel kernel;
   kernel.release = recording_.header().facts.osRelease;
-  kernel.buildId = image.buildId;
-  if (const auto known = buildIds_.find(KERNEL_NAME);
-      kernel.buildId.empty() && known != buildIds_.end()) {
-    kernel.buildId = known->second;
+  kernel.buildId = image.buildId.empty() ? recorded_.buildIdOf(KERNEL_NAME) : image.buildId;
+  kernel.sameMachine = recorded_.isThisMachine();
+  if (kernel.release.empty() && kernel.buildId.empty() && isOwnKernel(image)) {
+    kernel.sameMachine = true;
+    kernel.release = ownRelease();
   }
-  kernel.sameMachine = isThisMachine(recording_.header().facts);
   kernel.start = image.start;
-  kernel.end = image.end;
+  kernel.end = image.farthestEnd;
   kernel.referenceName = image.referenceName;
   kernel.referenceAddress = image.referenceAddress;
   if (!recording_.folder().empty()) {
@@ -119,7 +123,7 @@ void Names::_listKernel() {
     if (mapping.file->kind == MappedFile::Kind::MODULE) {
       hasModules = hasModules || byFile_.contains(mapping.file);
       kernel.modules.push_back({mapping.file->name, mapping.file->path, mapping.start, mapping.end,
-                                buildIdOf(*mapping.file)});
+                                recorded_.buildIdOf(*mapping.file)});
     }
   });
   if (kernelHits_ > 0 || hasModules) {
@@ -209,8 +213,8 @@ void Names::_writeMaps(PlainRecording& output) const {
   const recordings::KernelImage& kernel = preparation_.processes().kernel();
   for (const auto& [pid, process] : preparation_.plainProcesses()) {
     if (process.kernelHits > 0 && !hasKernelList()) {
-      output.addMap(pid, pid, kernel.start, kernel.end - kernel.start, kernel.start, KERNEL_NAME,
-                    false);
+      output.addMap(pid, pid, kernel.start, kernel.farthestEnd - kernel.start, kernel.start,
+                    KERNEL_NAME, false);
     }
     process.placement.forEach([&, owner = pid](std::uint64_t written, const Piece& piece) {
       output.addMap(owner, owner, written, piece.high - piece.low, _pageOffset(piece),

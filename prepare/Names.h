@@ -14,6 +14,7 @@
 #include "prepare/ConverterFiles.h"
 #include "prepare/PlainRecording.h"
 #include "prepare/Preparation.h"
+#include "prepare/RecordedFiles.h"
 
 namespace prepare {
 
@@ -34,7 +35,7 @@ class Names {
  public:
   // All borrowed.
   Names(const recordings::Recording& recording, const Preparation& preparation,
-        const listing::Options& options, ConverterFiles& files);
+        const RecordedFiles& recorded, const listing::Options& options, ConverterFiles& files);
 
   // Lists what was hit; `progress(done, all)` from this thread.
   void find(const std::function<void(std::size_t, std::size_t)>& progress);
@@ -45,8 +46,7 @@ class Names {
   const listing::KernelResult& kernel() const { return kernel_; }
   std::uint64_t kernelHits() const { return kernelHits_; }
   const std::string& kernelListPath() const { return kernelListPath_; }
-  // As recorded with the map, or in the recording's table.
-  recordings::BuildId buildIdOf(const recordings::MappedFile& file) const;
+  const RecordedFiles& recorded() const { return recorded_; }
   bool hasKernelList() const { return kernel_.outcome == listing::Outcome::Named; }
 
  private:
@@ -59,11 +59,11 @@ class Names {
 
   const recordings::Recording& recording_;
   const Preparation& preparation_;
+  const RecordedFiles& recorded_;
   const listing::Options& options_;
   ConverterFiles& converter_;
   std::deque<HitFile> files_;
   std::map<const recordings::MappedFile*, HitFile*> byFile_;
-  std::map<std::string, recordings::BuildId> buildIds_;  // by name, of the file's own table
   listing::KernelResult kernel_;
   std::string kernelListPath_;
   std::uint64_t kernelHits_ = 0;

@@ -57,7 +57,7 @@ void Preparation::onMap(const recordings::MapRecord& map) {
   const std::uint64_t startBefore = kernel.start;
   processes_.onMap(map);
   if (kernel.start != startBefore) {
-    rules_.reserved = {STACKS, {kernel.start, kernel.end - 1}};
+    rules_.reserved = {STACKS, {kernel.start, kernel.farthestEnd - 1}};
   }
 }
 
@@ -95,7 +95,7 @@ void Preparation::_countName(Task& task) {
 
 bool Preparation::_isInKernel(std::uint64_t address) const {
   const recordings::KernelImage& kernel = processes_.kernel();
-  return address >= kernel.start && address < kernel.end;
+  return address >= kernel.start && address < kernel.farthestEnd;
 }
 
 // The piece that holds an address outside the kernel itself; null if no map does.
@@ -104,17 +104,22 @@ Piece* Preparation::_findPiece(Task& task, Mode mode, std::uint64_t address) {
     return nullptr;
   }
   const recordings::Process& owner = mode == Mode::KERNEL ? processes_.kernelCode() : *task.process;
+  return _findPieceIn(task, owner.maps, owner.version, address);
+}
+
+Piece* Preparation::_findPieceIn(Task& task, const recordings::AddressSpace& maps,
+                                 std::uint64_t version, std::uint64_t address) {
   const std::uint64_t page = address >> PAGE_BITS;
-  Remembered& known = remembered_[slotOf(owner.version, page) % REMEMBERED];
-  if (known.version == owner.version && known.page == page && known.plain == task.plain &&
+  Remembered& known = remembered_[slotOf(version, page) % REMEMBERED];
+  if (known.version == version && known.page == page && known.plain == task.plain &&
       (known.piece == nullptr || known.piece->holds(address))) {
     if (known.piece != nullptr) {
       known.piece->hit(address);
     }
     return known.piece;
   }
-  Piece* const piece = _lookUp(task, owner.maps, address);
-  known = {owner.version, task.plain, page, piece};
+  Piece* const piece = _lookUp(task, maps, address);
+  known = {version, task.plain, page, piece};
   return piece;
 }
 
@@ -157,10 +162,13 @@ std::uint64_t Preparation::_placeSampled(Task& task, Mode mode, std::uint64_t ad
 }
 
 void Preparation::_addCaller(Task& task, Mode mode, std::uint64_t address) {
-  ModeCounts& counts = mode == Mode::USER ? counts_.userCallers : counts_.kernelCallers;
-  ++counts.all;
+  if (mode == Mode::USER) {
+    _addUserCaller(task, task.process->maps, task.process->version, address);
+    return;
+  }
   if (mode == Mode::KERNEL && _isInKernel(address)) {
-    ++counts.mapped;
+    ++counts_.kernelCallers.all;
+    ++counts_.kernelCallers.mapped;
     ++task.plain->kernelHits;
     if (areCallersCounted_) {
       callerAddresses_.add(KERNEL_INDEX, address);
@@ -168,7 +176,17 @@ void Preparation::_addCaller(Task& task, Mode mode, std::uint64_t address) {
     frames_.push_back(address);
     return;
   }
-  Piece* const piece = _findPiece(task, mode, address);
+  _addPlaced(counts_.kernelCallers, _findPiece(task, mode, address), address);
+}
+
+void Preparation::_addUserCaller(Task& task, const recordings::AddressSpace& maps,
+                                 std::uint64_t version, std::uint64_t address) {
+  _addPlaced(counts_.userCallers, _findPieceIn(task, maps, version, address), address);
+}
+
+// A caller in a piece, or in none.
+void Preparation::_addPlaced(ModeCounts& counts, Piece* piece, std::uint64_t address) {
+  ++counts.all;
   if (piece != nullptr) {
     ++counts.mapped;
     ++piece->callers;
@@ -222,7 +240,6 @@ void Preparation::_addBranches(Task& task, const recordings::Sample& sample) {
 }
 
 void Preparation::onSample(std::uint32_t event, const recordings::Sample& sample) {
-  static_cast<void>(event);
   Task& task = _taskOf(sample);
   _countName(task);
   const Mode mode = _modeOf(sample.misc);
@@ -230,11 +247,72 @@ void Preparation::onSample(std::uint32_t event, const recordings::Sample& sample
   frames_.clear();
   frames_.push_back(_placeSampled(task, mode, sample.ip));
   _addCallers(task, mode, sample);
+  if (sample.userStack.empty() && waiting_.empty()) {
+    _write(sample);
+  } else {
+    _wait(event, sample, task, mode);
+  }
+}
+
+void Preparation::_write(const recordings::Sample& sample) {
   counts_.longestChain = std::max(counts_.longestChain, frames_.size());
   output_.addSample(sample, frames_);
 }
 
+// Chains are found for many samples at once; the maps of the moment are kept with each.
+void Preparation::_wait(std::uint32_t event, const recordings::Sample& sample, const Task& task,
+                        Mode mode) {
+  Waiting waiting;
+  waiting.sample = sample;
+  waiting.sample.chain = waiting.sample.branches = {};
+  waiting.task = task;
+  waiting.mode = mode;
+  waiting.version = task.process->version;
+  waiting.frames = frames_;
+  if (!sample.userStack.empty()) {
+    if (stackDumps_ == nullptr) {
+      stackDumps_ =
+          std::make_unique<StackDumps>(recording_.header().facts.architecture,
+                                       recording_.layout(event).attribute().sampleRegsUser,
+                                       settings_.mostFrames, processes_.files(), settings_.locate);
+    }
+    waiting.dump = std::make_unique<StackDump>(StackDumps::take(sample, task.process->maps));
+  }
+  waiting.sample.userRegisters = waiting.sample.userStack = {};
+  waiting_.push_back(std::move(waiting));
+  if (waiting_.size() >= MOST_WAITING) {
+    _finishWaiting();
+  }
+}
+
+void Preparation::_finishWaiting() {
+  std::vector<StackDump*> dumps;
+  for (const Waiting& waiting : waiting_) {
+    if (waiting.dump != nullptr) {
+      dumps.push_back(waiting.dump.get());
+    }
+  }
+  if (!dumps.empty()) {
+    stackDumps_->unwind(dumps);
+  }
+  std::uint64_t number = 0;
+  for (Waiting& waiting : waiting_) {
+    areCallersCounted_ = ++number % CALLERS_COUNTED_EVERY == 0;
+    frames_ = std::move(waiting.frames);
+    if (waiting.dump != nullptr) {
+      const std::vector<std::uint64_t>& found = waiting.dump->frames;
+      // The innermost one is the sampled address, unless that was in the kernel.
+      for (std::size_t i = waiting.mode == Mode::USER ? 1 : 0; i < found.size(); ++i) {
+        _addUserCaller(waiting.task, waiting.dump->maps, waiting.version, found[i]);
+      }
+    }
+    _write(waiting.sample);
+  }
+  waiting_.clear();
+}
+
 void Preparation::finish() {
+  _finishWaiting();
   for (auto& [tid, thread] : threads_) {
     const std::string& last = processes_.thread(tid).name;
     if (thread.name != last && thread.underName > 0) {

@@ -14,6 +14,7 @@
 #include "prepare/AddressCounts.h"
 #include "prepare/Placement.h"
 #include "prepare/PlainRecording.h"
+#include "prepare/StackDumps.h"
 #include "recordings/Processes.h"
 #include "recordings/Recording.h"
 
@@ -55,8 +56,10 @@ class Preparation : public recordings::RecordVisitor {
  public:
   struct Settings {
     std::vector<bool> wantedEvents;
-    bool keepUnknown = false;  // addresses of call chains that no map holds
+    bool keepUnknown = false;      // addresses of call chains that no map holds
+    std::size_t mostFrames = 127;  // of a chain that is found from a stack dump
     std::function<bool(const recordings::Mapping&)> mustBeHigh;
+    StackDumps::Locator locate;
     std::function<void(std::uint64_t, std::uint64_t)> progress;
   };
 
@@ -75,6 +78,8 @@ class Preparation : public recordings::RecordVisitor {
   // After the walk.
   void finish();
   const PreparationCounts& counts() const { return counts_; }
+  // Null unless there were stack dumps.
+  const StackDumps* stackDumps() const { return stackDumps_.get(); }
   const recordings::Processes& processes() const { return processes_; }
   // By the pid that they have in the plain recording.
   const std::map<std::uint32_t, PlainProcess>& plainProcesses() const { return plainProcesses_; }
@@ -92,7 +97,7 @@ class Preparation : public recordings::RecordVisitor {
 
  private:
   enum class Mode { KERNEL, USER, OTHER };
-  // Who a sample is of.
+  // Who a sample is of. Its pointers stay good.
   struct Task {
     std::uint32_t pid = 0;
     std::uint32_t tid = 0;
@@ -107,6 +112,16 @@ class Preparation : public recordings::RecordVisitor {
     std::uint64_t page = 0;
     Piece* piece = nullptr;  // null: in no map
   };
+  // A sample that waits for its chain, or behind one that does.
+  struct Waiting {
+    recordings::Sample sample;  // without views
+    Task task;
+    Mode mode = Mode::OTHER;
+    std::uint64_t version = 0;          // of the process's maps
+    std::vector<std::uint64_t> frames;  // as far as they are known, placed
+    std::unique_ptr<StackDump> dump;    // null: waits only
+  };
+  static constexpr std::size_t MOST_WAITING = 256;
   static constexpr std::size_t TASKS = 1024;
   static constexpr std::size_t REMEMBERED = 8192;
 
@@ -114,9 +129,17 @@ class Preparation : public recordings::RecordVisitor {
   void _countName(Task& task);
   bool _isInKernel(std::uint64_t address) const;
   Piece* _findPiece(Task& task, Mode mode, std::uint64_t address);
+  Piece* _findPieceIn(Task& task, const recordings::AddressSpace& maps, std::uint64_t version,
+                      std::uint64_t address);
   Piece* _lookUp(Task& task, const recordings::AddressSpace& maps, std::uint64_t address);
   std::uint64_t _placeSampled(Task& task, Mode mode, std::uint64_t address);
   void _addCaller(Task& task, Mode mode, std::uint64_t address);
+  void _addUserCaller(Task& task, const recordings::AddressSpace& maps, std::uint64_t version,
+                      std::uint64_t address);
+  void _addPlaced(ModeCounts& counts, Piece* piece, std::uint64_t address);
+  void _write(const recordings::Sample& sample);
+  void _wait(std::uint32_t event, const recordings::Sample& sample, const Task& task, Mode mode);
+  void _finishWaiting();
   void _addCallers(Task& task, Mode sampled, const recordings::Sample& sample);
   void _addBranches(Task& task, const recordings::Sample& sample);
   static Mode _modeOf(std::uint16_t misc);
@@ -135,6 +158,8 @@ class Preparation : public recordings::RecordVisitor {
   std::array<Task, TASKS> tasks_;
   std::vector<Remembered> remembered_;
   std::vector<std::uint64_t> frames_;
+  std::unique_ptr<StackDumps> stackDumps_;
+  std::vector<Waiting> waiting_;
 };
 
 }  // namespace prepare

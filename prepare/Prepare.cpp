@@ -9,8 +9,6 @@
 #include <optional>
 #include <stdexcept>
 
-#include "listing/Layout.h"
-#include "listing/Listing.h"
 #include "prepare/Contents.h"
 #include "prepare/ConverterFiles.h"
 #include "prepare/Names.h"
@@ -21,6 +19,7 @@
 #include "prepare/PreparedFolder.h"
 #include "prepare/Progress.h"
 #include "prepare/Quality.h"
+#include "prepare/RecordedFiles.h"
 #include "prepare/StandardInput.h"
 #include "recordings/Recording.h"
 #include "recordings/RecordingError.h"
@@ -89,7 +88,7 @@ std::vector<bool> chooseEvents(const Recording& recording, const Options& option
 // Whether the converter, which takes addresses of low maps for those in the file, would be wrong.
 class LowMaps {
  public:
-  explicit LowMaps(const listing::Options& options) : options_(options) {}
+  explicit LowMaps(const RecordedFiles& files) : files_(files) {}
 
   bool mustBeHigh(const recordings::Mapping& mapping) {
     if (mapping.file->kind != recordings::MappedFile::Kind::FILE) {
@@ -97,14 +96,7 @@ class LowMaps {
     }
     auto known = layouts_.find(mapping.file);
     if (known == layouts_.end()) {
-      listing::File file;
-      file.name = mapping.file->name;
-      file.buildId = mapping.file->buildId;
-      const listing::Located located = listing::locate(file, options_);
-      known = layouts_
-                  .emplace(mapping.file,
-                           located.path.empty() ? std::nullopt : listing::readLayout(located.path))
-                  .first;
+      known = layouts_.emplace(mapping.file, files_.layoutOf(*mapping.file)).first;
     }
     const auto& layout = known->second;
     return layout &&
@@ -112,20 +104,21 @@ class LowMaps {
   }
 
  private:
-  const listing::Options& options_;
+  const RecordedFiles& files_;
   std::map<const recordings::MappedFile*, std::optional<listing::Layout>> layouts_;
 };
 
 // One attempt; a second one trusts no marks of the recording.
 struct Attempt {
   Attempt(Recording& source, const Options& options, const std::string& path,
-          const std::vector<bool>& wanted, std::uint32_t event, LowMaps& lowMaps,
-          Progress& progress)
+          const std::vector<bool>& wanted, std::uint32_t event, const RecordedFiles& files,
+          LowMaps& lowMaps, Progress& progress)
       : output(path, source.events()[event].attribute, fieldsOf(source, event)),
         preparation(
             source, output,
-            {wanted, options.keepUnknown,
+            {wanted, options.keepUnknown, options.maxFrames,
              [&lowMaps](const recordings::Mapping& map) { return lowMaps.mustBeHigh(map); },
+             [&files](const recordings::MappedFile& file) { return files.locationOf(file); },
              [&progress](std::uint64_t done, std::uint64_t all) { progress.show(done, all); }}) {}
 
   static PlainRecording::Fields fieldsOf(const Recording& source, std::uint32_t event) {
@@ -152,7 +145,8 @@ void prepareFolder(const Options& options) {
   const auto recording = openRecording(options, folder.workPath());
   std::uint32_t event = 0;
   const std::vector<bool> wanted = chooseEvents(*recording, options, event);
-  LowMaps lowMaps(options.listing);
+  const RecordedFiles recorded(recording->header().facts, options.listing);
+  LowMaps lowMaps(recorded);
   recordings::WalkCounts walk;
   std::unique_ptr<Attempt> attempt;
   bool isInOrder = false;
@@ -161,14 +155,14 @@ void prepareFolder(const Options& options) {
       attempt.reset();
       attempt =
           std::make_unique<Attempt>(*recording, options, folder.workPath(ConverterFiles::RECORDING),
-                                    wanted, event, lowMaps, progress);
+                                    wanted, event, recorded, lowMaps, progress);
       isInOrder = recording->walk(attempt->preparation, trust, folder.workPath(), walk);
     }
   }
   attempt->preparation.finish();
 
   ConverterFiles files(folder);
-  Names names(*recording, attempt->preparation, options.listing, files);
+  Names names(*recording, attempt->preparation, recorded, options.listing, files);
   progress.start("finding names");
   names.find([&progress](std::size_t done, std::size_t all) { progress.show(done, all); });
   names.write(attempt->output);

@@ -240,8 +240,8 @@ void Quality::_explainFile(const HitFile& hit) {
   const Reason reason = reasonFor(hit.listing.outcome, hit.file->kind);
   std::string text = reason.text;
   if (hit.listing.outcome == Outcome::BuildIdDiffers) {
-    text += " (recorded " + recordings::hexText(names_.buildIdOf(*hit.file)) + ", found " +
-            recordings::hexText(hit.listing.foundBuildId) + ")";
+    text += " (recorded " + recordings::hexText(names_.recorded().buildIdOf(*hit.file)) +
+            ", found " + recordings::hexText(hit.listing.foundBuildId) + ")";
   }
   nameless_.push_back({reason.word, text, hit.file->name, without,
                        hit.listing.outcome == Outcome::Named ? 0 : hit.callers, hit.listing.cure,
@@ -321,6 +321,16 @@ std::string Quality::json() const {
   members.number("every", Preparation::CALLERS_COUNTED_EVERY);
   json.endObject();
   json.endObject();
+  if (const StackDumps* const dumps = preparation_.stackDumps()) {
+    static constexpr const char* ENDS[] = {"complete",      "mostFrames",  "stackTooShort",
+                                           "unknownModule", "fileMissing", "noUnwindInformation",
+                                           "broken"};
+    members.object("stackDumps");
+    for (std::size_t i = 0; i < dumps->ends().size(); ++i) {
+      members.number(ENDS[i], dumps->ends()[i]);
+    }
+    json.endObject();
+  }
   members.array("damage");
   for (const recordings::Damage& damage : walk_.damages) {
     json.startObject();

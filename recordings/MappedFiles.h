@@ -18,6 +18,7 @@ struct MappedFile {
   enum class Kind {
     FILE,         // a path, an ELF file if anything
     VDSO,         // the kernel's code in every process
+    VDSO_32,      // the same for programs of 32 bits
     PERF_MAP,     // code without a file, which /tmp/perf-PID.map may name; keys are addresses
     KERNEL,       // the kernel itself
     MODULE,       // a kernel module; keys are addresses

@@ -10,6 +10,8 @@ namespace {
 
 // Samples of a process may follow its end, but not by much.
 constexpr std::size_t GONE_KEPT = 4096;
+constexpr std::uint64_t KERNEL_BEHIND_TEXT = 32 * 1024 * 1024;
+constexpr std::uint64_t END_OF_32_BITS = 1ull << 32;
 
 bool isKernelName(const std::string& name) {
   return name.starts_with("[kernel.kallsyms") || name.starts_with("[guest.kernel.kallsyms");
@@ -64,7 +66,8 @@ void Processes::onMap(const MapRecord& map) {
       mapping.fileOffset = mapping.start;
       break;
     case MappedFile::Kind::VDSO:
-      mapping.file = &files_.get(kind, map.name, map.buildId);
+      mapping.file = &files_.get(mapping.end <= END_OF_32_BITS ? MappedFile::Kind::VDSO_32 : kind,
+                                 map.name, map.buildId);
       mapping.fileOffset = 0;
       break;
     default:
@@ -83,6 +86,7 @@ void Processes::_onKernelMap(const MapRecord& map) {
     if (!isGuest && map.length > 0) {
       kernel_.start = map.start;
       kernel_.end = endOf(map);
+      kernel_.farthestEnd = kernel_.end + std::min(KERNEL_BEHIND_TEXT, ~kernel_.end);
       kernel_.referenceAddress = map.pageOffset;
       kernel_.referenceName = nameEnd == std::string::npos ? "" : map.name.substr(nameEnd + 1);
       if (kernel_.referenceName.empty()) {

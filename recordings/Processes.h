@@ -33,6 +33,9 @@ struct Thread {
 struct KernelImage {
   std::uint64_t start = 0;  // of the map that was recorded; start == end: none was
   std::uint64_t end = 0;
+  // That map may end with the text proper; what is the kernel's behind it (code that ran at the
+  // start) lies before this address, and before any module.
+  std::uint64_t farthestEnd = 0;
   // The symbol that the map was made from, and its address on the recorded machine; 0 where
   // addresses were hidden.
   std::string referenceName;

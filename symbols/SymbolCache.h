@@ -36,8 +36,8 @@ class SymbolCache {
   // that is accepted.
   void generateCacheFileName(const std::string& sourcePath, std::string& name) const;
   // Runs the lister on `sourcePath` and keeps its output in `listPath`. False when the lister could
-  // not be run or its output did not arrive whole; an empty list file is left then. The lister's
-  // exit status does not matter.
+  // not be run, and an empty list file is left; or when it was ended by a signal or its output did
+  // not arrive whole, and no list file is left. The lister's exit status does not matter.
   bool createCacheFile(const std::string& sourcePath, const std::string& listPath);
 
  private:
@@ -46,6 +46,8 @@ class SymbolCache {
   bool _findListOf(kestrel::JSOM& entry, std::string& listPath) const;
   bool _createList(const std::string& sourcePath, long long modificationTime, kestrel::JSOM& entry,
                    std::string& listPath);
+  bool _discardList(const std::string& sourcePath, const std::string& listPath,
+                    const std::string& reason);
   void _writeIndex();
 
   kestrel::JSOM index_;

@@ -26,6 +26,8 @@ class SymbolListProcessor : public kestrel::LineProcessor {
   // Borrows the table to be filled.
   explicit SymbolListProcessor(SymbolTable* table);
 
+  // By blocks: a list can have a million lines.
+  void processBuffer(const char* data, int length) override { takeBlock(data, length); }
   // The last symbol listed for an address wins. A source position gives its file only: the line
   // number is always 0.
   void processLine(const std::string& line) override;

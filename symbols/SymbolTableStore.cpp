@@ -1,5 +1,8 @@
 #include "symbols/SymbolTableStore.h"
 
+#include <cerrno>
+#include <cstring>
+
 #include "app/PerfSettings.h"
 #include "kestrel/FileUtils.h"
 #include "kestrel/Singleton.h"
@@ -103,7 +106,9 @@ SymbolTable* SymbolTableStore::_createSymbolTable(const std::string& located) {
   std::string listPath;
   if (kestrel::Singleton<SymbolCache>::Instance()->getSampleDataFile(located, listPath)) {
     SymbolListProcessor processor(table);
-    kestrel::FileUtils::processFile(listPath, processor);
+    if (!kestrel::FileUtils::processFile(listPath, processor)) {
+      _log().errorf("Error reading symbols from '%s': %s", listPath.c_str(), std::strerror(errno));
+    }
     _log().infof("Loaded %u symbols for '%s'", static_cast<unsigned int>(table->items().size()),
                  located.c_str());
   }

@@ -19,6 +19,9 @@ class SymbolTableStore {
  public:
   // Takes search path and on-target mode from the settings.
   SymbolTableStore();
+  virtual ~SymbolTableStore() = default;
+  SymbolTableStore(const SymbolTableStore&) = delete;
+  SymbolTableStore& operator=(const SymbolTableStore&) = delete;
 
   // The table of the map's file; an empty one when there is no file, no list, or no symbol. Never
   // null. The maps that a table lists as its users are the one that caused its making and those

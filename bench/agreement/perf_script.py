@@ -200,7 +200,8 @@ def demangled(names: list[str]) -> list[tuple[str, ...]]:
     """Each name as it can be read: as c++filt prints it, and with the short names of the standard
     library's types, as other programs do, and without parameters, as perf script prints it. Without
     c++filt it is the name."""
-    ways = [_filtered(names, "--no-verbose"), _filtered(names), _filtered(names, "--no-params")]
+    ways = [_filtered(names, "--no-verbose"), _filtered(names), _filtered(names, "--no-params"),
+            _filtered(names, "--no-params", "--no-verbose")]
     return [tuple(dict.fromkeys((*readable, name))) for *readable, name in zip(*ways, names, strict=True)]
 
 

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Draws the functions that most samples fell into, as bars divided by thread.
 
     top_functions.py SAMPLES PICTURE [COUNT]

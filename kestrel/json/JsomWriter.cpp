@@ -201,7 +201,8 @@ void JsomWriter::end() {
 }
 
 bool JsomWriter::holdsOnLine(int length) const {
-  const std::int32_t column = state_ == ']' ? column_ + 1 : column_;  // a comma comes first
+  std::int32_t column = column_ < BREAK_COLUMN ? column_ : BREAK_COLUMN;
+  if (state_ == ']') ++column;  // a comma comes first
   return !whitespace && length <= BREAK_COLUMN - (column < BREAK_COLUMN ? column : 0);
 }
 
@@ -325,7 +326,24 @@ void JsomWriter::_put(const char* bytes, std::streamsize length) {
     out_->write(bytes, length);
     return;
   }
-  if (out_->rdbuf()->sputn(bytes, length) != length) out_->setstate(std::ios_base::badbit);
+  bool isWritten = false;
+  try {
+    isWritten = out_->rdbuf()->sputn(bytes, length) == length;
+  } catch (...) {
+    _noteFailureOfBuffer();
+    return;
+  }
+  if (!isWritten) out_->setstate(std::ios_base::badbit);
+}
+
+// Called while the exception of the stream's buffer is handled; as the stream's own operations do.
+void JsomWriter::_noteFailureOfBuffer() {
+  try {
+    out_->setstate(std::ios_base::badbit);
+  } catch (const std::ios_base::failure&) {
+    // The owner of the stream wants exceptions, and gets the one that says why.
+  }
+  if ((out_->exceptions() & std::ios_base::badbit) != 0) throw;
 }
 
 // Saturates: a line that long is broken before the next value all the same.

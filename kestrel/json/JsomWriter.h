@@ -4,8 +4,9 @@
 //
 // The writer checks only the order of the calls. A call in the wrong place prints one line on
 // standard error (the text, the state as a raw byte, a line feed), writes nothing to the stream and
-// changes nothing; later calls go on normally. Errors of the stream are not looked at here: whoever
-// owns the stream checks it at the end.
+// changes nothing; later calls go on normally. Errors of the stream are not looked at here, and an
+// exception of its buffer becomes badbit, as with the stream's own operations: whoever owns the
+// stream checks it at the end.
 //
 // `raw` means: the bytes need no escaping and are written as they are. A null string is written as
 // null, without quotes. Lengths are bytes. Nothing is written after the last bracket, no line feed
@@ -20,7 +21,13 @@
 namespace kestrel {
 
 class JsomWriter {
+ private:
+  std::ostream* out_;  // borrowed
+
  public:
+  // False: compact. True: one space of indentation a level. To be set before the first value.
+  bool whitespace = false;
+
   // Borrows the stream, which must outlive the writer; it is never closed here.
   explicit JsomWriter(std::ostream* out);
   JsomWriter(const JsomWriter&) = delete;
@@ -61,9 +68,6 @@ class JsomWriter {
   void writeChar(char byte);
   void flush();
 
-  // False: compact. True: one space of indentation a level. To be set before the first value.
-  bool whitespace = false;
-
  private:
   struct ValueText;
 
@@ -81,9 +85,9 @@ class JsomWriter {
   void pushState(char state);
   void popState();
   void _put(const char* bytes, std::streamsize length);  // does not count
+  void _noteFailureOfBuffer();
   void _count(std::streamsize bytes);
 
-  std::ostream* out_;
   // The innermost open construct: 0 none, '{' object without and '}' with a member, ':' label that
   // awaits its value, '[' array without and ']' with an element.
   char state_ = 0;

@@ -86,11 +86,9 @@ class Logger {
   void debugf(const char* format, ...) __attribute__((format(printf, 2, 3)));
   void tracef(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-  // As in a process that has not logged yet: levels unset, buffering on, no adapter. Loggers stay,
-  // since others hold them, at level INFO.
-  static void resetForTest();
-
  private:
+  friend class TestAccess;  // of this project's own tests
+
   explicit Logger(const std::string& name);
   struct Shared;
   static Shared& _shared();

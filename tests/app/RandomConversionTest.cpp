@@ -27,6 +27,7 @@
 #include "tests/support/LogCapture.h"
 #include "tests/support/StreamCapture.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -119,12 +120,12 @@ class RandomConversionTest : public testing::TestWithParam<RandomCase> {
  private:
   // As in a fresh process.
   static void startAnew() {
-    Singleton<PerfSettings>::resetForTest();
-    Singleton<ThreadStore>::resetForTest();
-    Singleton<MMapStore>::resetForTest();
-    Singleton<SourceFileStore>::resetForTest();
-    Singleton<SymbolTableStore>::resetForTest();
-    Singleton<SymbolCache>::resetForTest();
+    kestrel::TestAccess::reset<PerfSettings>();
+    kestrel::TestAccess::reset<ThreadStore>();
+    kestrel::TestAccess::reset<MMapStore>();
+    kestrel::TestAccess::reset<SourceFileStore>();
+    kestrel::TestAccess::reset<SymbolTableStore>();
+    kestrel::TestAccess::reset<SymbolCache>();
     KeyGenerator::counter = 0;
     // What is mapped is its own list.
     Singleton<PerfSettings>::Instance()->symbolListCommand = "cat";

@@ -11,6 +11,7 @@
 #include "symbols/SourceFileStore.h"
 #include "symbols/SymbolCache.h"
 #include "symbols/SymbolTableStore.h"
+#include "tests/support/TestAccess.h"
 
 using kestrel::Logger;
 using kestrel::LogLevel;
@@ -35,15 +36,15 @@ class EverythingEnabler : public Logger::LoggerVisitor {
 
 void startAfreshForTest() {
   // Those first that point into others.
-  Singleton<SourceFileStore>::resetForTest();
-  Singleton<SymbolTableStore>::resetForTest();
-  Singleton<SymbolCache>::resetForTest();
-  Singleton<MMapStore>::resetForTest();
-  Singleton<ThreadStore>::resetForTest();
-  Singleton<PerfSettings>::resetForTest();
+  kestrel::TestAccess::reset<SourceFileStore>();
+  kestrel::TestAccess::reset<SymbolTableStore>();
+  kestrel::TestAccess::reset<SymbolCache>();
+  kestrel::TestAccess::reset<MMapStore>();
+  kestrel::TestAccess::reset<ThreadStore>();
+  kestrel::TestAccess::reset<PerfSettings>();
   KeyGenerator::counter = 0;
 
-  Logger::resetForTest();
+  kestrel::TestAccess::resetLogging();
   Logger::setLogAdapter(new DroppingLogAdapter());
   Logger::setDefaultLogLevel(*LogLevel::LVL_ALL);
   EverythingEnabler enabler;

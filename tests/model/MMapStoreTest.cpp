@@ -11,6 +11,7 @@
 #include "perfevents/PerfEventDataMmap.h"
 #include "tests/support/EventRecords.h"
 #include "tests/support/JsonText.h"
+#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -30,8 +31,8 @@ const std::string STACK_ROW = R"([1,0,"{stack:b0000000-beffffff}",2952790016,251
 class MMapStoreTest : public testing::Test {
  protected:
   MMapStoreTest() {
-    kestrel::Singleton<PerfSettings>::resetForTest();
-    kestrel::Singleton<ThreadStore>::resetForTest();
+    kestrel::TestAccess::reset<PerfSettings>();
+    kestrel::TestAccess::reset<ThreadStore>();
     KeyGenerator::counter = 0;
   }
 

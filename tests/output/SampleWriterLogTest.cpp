@@ -17,6 +17,7 @@
 #include "tests/support/EventRecords.h"
 #include "tests/support/StreamCapture.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -27,12 +28,12 @@ constexpr std::size_t STAMP_BYTES = 20;  // "Nov 21 08:37:33.123 "
 class SampleWriterLogTest : public testing::Test {
  protected:
   SampleWriterLogTest() {
-    Singleton<PerfSettings>::resetForTest();
-    Singleton<ThreadStore>::resetForTest();
-    Singleton<MMapStore>::resetForTest();
-    Singleton<SourceFileStore>::resetForTest();
-    Singleton<SymbolTableStore>::resetForTest();
-    Singleton<SymbolCache>::resetForTest();
+    kestrel::TestAccess::reset<PerfSettings>();
+    kestrel::TestAccess::reset<ThreadStore>();
+    kestrel::TestAccess::reset<MMapStore>();
+    kestrel::TestAccess::reset<SourceFileStore>();
+    kestrel::TestAccess::reset<SymbolTableStore>();
+    kestrel::TestAccess::reset<SymbolCache>();
     KeyGenerator::counter = 0;
     PerfSettings& settings = *Singleton<PerfSettings>::Instance();
     settings.onTargetMode = false;

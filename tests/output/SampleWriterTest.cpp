@@ -18,6 +18,7 @@
 #include "tests/support/EventRecords.h"
 #include "tests/support/JsonText.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -40,12 +41,12 @@ const std::string AFTER_ROWS = "]}}";
 class SampleWriterTest : public testing::Test {
  protected:
   SampleWriterTest() {
-    kestrel::Singleton<PerfSettings>::resetForTest();
-    kestrel::Singleton<ThreadStore>::resetForTest();
-    kestrel::Singleton<MMapStore>::resetForTest();
-    kestrel::Singleton<SourceFileStore>::resetForTest();
-    kestrel::Singleton<SymbolTableStore>::resetForTest();
-    kestrel::Singleton<SymbolCache>::resetForTest();
+    kestrel::TestAccess::reset<PerfSettings>();
+    kestrel::TestAccess::reset<ThreadStore>();
+    kestrel::TestAccess::reset<MMapStore>();
+    kestrel::TestAccess::reset<SourceFileStore>();
+    kestrel::TestAccess::reset<SymbolTableStore>();
+    kestrel::TestAccess::reset<SymbolCache>();
     KeyGenerator::counter = 0;
     settings().onTargetMode = false;
     settings().symbolFileSeachPath = temp.file("root");

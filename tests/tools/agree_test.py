@@ -4,6 +4,7 @@ The perf is a shell script that prints what a test gives it, so that what perf s
 """
 
 import json
+import struct
 import subprocess
 import sys
 import tempfile
@@ -18,6 +19,7 @@ sys.path.insert(0, str(BENCH))
 from agreement.comparison import aligned, library_name  # noqa: E402
 from agreement.document import Document  # noqa: E402
 from agreement.perf_script import Place, split_place  # noqa: E402
+from agreement.repair import repaired  # noqa: E402
 
 FAKE_PERF = """#!/bin/sh
 # evlist; script with -G: samples; script: chains
@@ -81,7 +83,7 @@ class AgreeTest(unittest.TestCase):
             "app 10/10 [000] 5.002000300: cpu-clock: ffffffff81000010 read ([kernel.kallsyms])\n"
             "app 10/10 [000] 5.003000400: cpu-clock:   3010 [unknown] (/bin/app)\n"
             "app 10/10 [000] 5.003000500: task-clock:   3010 [unknown] (/bin/app)\n",
-            "10 \n\t    10 _Z3onev (/bin/app)\n\t  20 main (/bin/app)\n\t 7777 [unknown] ([unknown])\n\n"
+            "10 \n\t    10 _Z3onev (/bin/app)\n\t 7777 [unknown] ([unknown])\n\t  20 main (/bin/app)\n\n"
             "11 \n\t    10 two (/lib/b (1).so)\n\n"
             "10 \n\tffffffff81000010 read ([kernel.kallsyms])\n\t 30 main (/bin/app)\n\n"
             "10 \n\t 10 [unknown] (/bin/app)\n\n"
@@ -200,7 +202,7 @@ class AgreeTest(unittest.TestCase):
         chains = (self.folder / "chains").read_text(encoding="utf-8")
         made["libraries"]["data"].append([4, 10, "/tmp/jitted-10-1.so", 0x1000, 4096])
         made["functions"]["data"][1][4] = [4]
-        self.write("chains", chains.replace(" 20 main (/bin/app)\n\t 7777 [unknown] ([unknown])\n",
+        self.write("chains", chains.replace(" 7777 [unknown] ([unknown])\n\t  20 main (/bin/app)\n",
                                             " 99 main (/tmp/jitted-10-1.so)\n"))
         entries = self.result(made)["entries"]["all"]
         self.assertEqual([2, 2, 2], [entries[name] for name in ("total", "present", "same_function")])
@@ -208,7 +210,7 @@ class AgreeTest(unittest.TestCase):
     def test_names_are_compared_without_choosing_a_demangler(self) -> None:
         made = self.small()
         self.write("samples", (self.folder / "samples").read_text(encoding="utf-8").replace("_Z3onev", "_Z3oneSi"))
-        for name in ("one(std::istream)", "one(std::basic_istream<char, std::char_traits<char> >)", "_Z3oneSi"):
+        for name in ("one(std::istream)", "one(std::basic_istream<char, std::char_traits<char> >)", "one", "_Z3oneSi"):
             made["functions"]["data"][0][1] = name
             with self.subTest(name):
                 self.assertEqual(1, self.result(made)["samples"]["user"]["same_function"])
@@ -257,6 +259,26 @@ class PartsTest(unittest.TestCase):
         self.assertEqual([(1, 0x1001), (9, None), (0x20, 0x21)], list(aligned((1, 9, 0x20), (0x1001, 0x21))))
         self.assertEqual([(1, 1), (None, 0x55), (9, 9)], list(aligned((1, 9), (1, 0x55, 9))))
         self.assertEqual([(1, None), (None, 0x55)], list(aligned((1,), (0x55,))))
+
+    def test_of_a_broken_recording_the_sound_part_stays(self) -> None:
+        records = struct.pack("<IHH", 68, 0, 8) + struct.pack("<IHHQ", 3, 0, 16, 7)
+
+        def recording(size: int, features: int, behind: bytes) -> bytes:
+            header = struct.pack("<8s11Q", b"PERFILE2", 104, 80, 104, 0, 104, size, 0, 0, features, 0, 0)
+            return header.ljust(104, b"\0") + records + behind
+
+        sound = recording(len(records), 0, b"")
+        with tempfile.TemporaryDirectory() as folder:
+            path, copy = Path(folder) / "path", Path(folder) / "copy"
+            for size, behind in ((0, b""), (0, b"\0" * 64), (64, struct.pack("<IHH", 9, 0, 80)), (64, b"\0" * 40),
+                                 (24 + 16, struct.pack("<IHH", 9, 0, 7) + b"12345678")):
+                path.write_bytes(recording(size, 8, behind))
+                self.assertTrue(repaired(path, copy))
+                self.assertEqual(sound, copy.read_bytes())
+            for whole in (recording(len(records), 8, b"features"), b"PERFILE2" + struct.pack("<Q", 16), b""):
+                path.write_bytes(whole)
+                self.assertFalse(repaired(path, copy))
+            self.assertFalse(repaired(Path(folder), copy))
 
     def test_blocks_of_rows_are_put_together(self) -> None:
         with tempfile.TemporaryDirectory() as folder:

@@ -1,4 +1,5 @@
 // Whether finished text may be handed over as one value: what holdsOnLine() says.
+#include <climits>
 #include <sstream>
 #include <string>
 
@@ -111,4 +112,19 @@ TEST(JsomWriterLine, TextHandedOverIsCountedForTheNextBreak) {
   writer.writer.appendJsonValue(text.data(), 9);
   writer.writer.appendInt(7);
   EXPECT_EQ(writer.out.str(), text + ",\n7");
+}
+
+TEST(JsomWriterLine, TheNextLineHoldsWhatFitsItOnceTheCountHasReachedItsEnd) {
+  struct Nowhere : std::streambuf {
+    std::streamsize xsputn(const char*, std::streamsize length) override { return length; }
+    int_type overflow(int_type byte) override { return byte; }
+  } nowhere;
+  std::ostream out(&nowhere);
+  JsomWriter writer(&out);
+  writer.startArray();
+  writer.appendInt(1);
+  const char byte = 0;
+  writer.write(&byte, INT_MAX);  // the bytes are not looked at
+  EXPECT_TRUE(writer.holdsOnLine(BREAK));
+  EXPECT_FALSE(writer.holdsOnLine(BREAK + 1));
 }

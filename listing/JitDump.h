@@ -1,0 +1,17 @@
+// Names of code that a program made while it ran, from its file jit-PID.dump: records of functions
+// loaded and moved, in the order of time. Source:
+// tools/perf/Documentation/jitdump-specification.txt.
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "listing/Symbol.h"
+
+namespace listing {
+
+// A symbol for each place that a function had, in the order of the records; names are views into
+// the bytes. What is broken ends the file, and what is no jitdump has none.
+std::vector<Symbol> parseJitDump(std::string_view bytes);
+
+}  // namespace listing
