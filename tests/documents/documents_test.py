@@ -1,6 +1,6 @@
 """Runs the commands of every document as they stand, and checks what else can be checked of a text.
 
-    documents_test.py TRACEMILL [TRACEMILL_PREPARE]
+    documents_test.py TRACEMILL [TRACEMILL_PREPARE] [TRACEMILL_REPORT]
 
 A fenced block's info word says what becomes of it:
 
@@ -35,8 +35,8 @@ DEMO = ROOT / "examples" / "demo"
 FENCE = re.compile(r"^( *)```(.*)$")  # indented in a list
 KNOWN_INFO = {"sh", "sh board", "sh build", "output", "text", "json", "mermaid", "cpp", "cmake"}
 # What the blocks that run take besides coreutils, and the packages that have it.
-TOOLS = {"jq": "jq", "sqlite3": "sqlite3", "gnuplot": "gnuplot-nox", "nm": "binutils"}
-PREPARE = "tracemill-prepare"
+TOOLS = {"jq": "jq", "gnuplot": "gnuplot-nox", "nm": "binutils"}
+COMPANIONS = ("tracemill-prepare", "tracemill-report")
 SEPARATOR = "\x01"
 
 
@@ -160,8 +160,9 @@ class CommandsTest(unittest.TestCase):
         return session
 
     def lacks_program(self, commands):
-        has_prepare = any(program.name == PREPARE for program in self.programs)
-        return not has_prepare and any(PREPARE in command.text for command in commands)
+        built = {program.name for program in self.programs}
+        text = "".join(command.text for command in commands)
+        return any(name in text and name not in built for name in COMPANIONS)
 
     def test_every_document_does_what_it_shows(self):
         total = 0
@@ -215,7 +216,7 @@ class CommandsTest(unittest.TestCase):
         self.assertIn("vfs_write", names)
 
     def test_the_examples_of_the_manual_of_prepare_run(self):
-        blocks = read_manual_blocks(PREPARE)
+        blocks = read_manual_blocks("tracemill-prepare")
         if self.lacks_program(blocks):
             self.skipTest("it was not built")
         session = self.session()
@@ -283,7 +284,7 @@ class TextsTest(unittest.TestCase):
 
 
 def main(arguments):
-    if len(arguments) not in (1, 2):
+    if len(arguments) not in (1, 2, 3):
         print(__doc__)
         return 1
     CommandsTest.programs = [Path(argument).resolve() for argument in arguments]
