@@ -33,6 +33,16 @@ void refuseUnwritable(const std::string& path) {
   }
 }
 
+// Another spelling of the same path for each number from 1 on: its binary digits in front, as "/"
+// and "/.", so that it stays short.
+std::string respelled(const std::string& name, std::uint64_t number) {
+  std::string prefix = name.front() == '/' ? "" : ".";
+  for (; number > 1; number /= 2) {
+    prefix += number % 2 == 0 ? "/" : "/.";
+  }
+  return prefix + "/" + name;
+}
+
 // The name with nothing in it that leads out of a folder or is too long for a file system.
 std::string harmless(const std::string& name) {
   std::string result;
@@ -71,11 +81,15 @@ std::string ConverterFiles::nameOf(const std::string& mapName) {
   // More slashes, or ./, make another spelling of the same path. A brace in front means to the
   // converter that a map was made up.
   const std::string more = name.front() == '/' ? "/" : "./";
-  while (name.size() < SHORTEST_NAME || name.front() == '{' || names_.contains(name)) {
+  while (name.size() < SHORTEST_NAME || name.front() == '{') {
     name.insert(0, more);
   }
-  names_.insert(name);
-  return name;
+  std::uint64_t& others = spellings_[name];
+  std::string spelling = name;
+  while (!names_.insert(spelling).second) {
+    spelling = respelled(name, ++others);
+  }
+  return spelling;
 }
 
 void ConverterFiles::_makeStandIn(const std::string& writtenName) const {

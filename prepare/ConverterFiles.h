@@ -56,7 +56,8 @@ class ConverterFiles {
 
   const PreparedFolder& folder_;
   std::set<std::string> names_;
-  std::map<std::string, List> lists_;  // by written name
+  std::map<std::string, std::uint64_t> spellings_;  // tried so far, by name
+  std::map<std::string, List> lists_;               // by written name
 };
 
 }  // namespace prepare

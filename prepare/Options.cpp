@@ -65,6 +65,15 @@ std::uint64_t numberOf(const char* option, const std::string& text, std::uint64_
   return value;
 }
 
+// getopt tells a letter that it does not know in optopt: its word may hold others. A long option
+// that has a value but takes none is there with its own number.
+[[noreturn]] void refuseOption(const std::string& word) {
+  if (word.starts_with("--") && word.find('=') != std::string::npos && optopt != 0) {
+    refuse(word + " takes no value.");
+  }
+  refuse((optopt == 0 ? word : std::string("-") + static_cast<char>(optopt)) + ": no such option.");
+}
+
 // Bytes, with K, M or G behind the number.
 std::uint64_t sizeOf(std::string text) {
   unsigned shift = 0;
@@ -159,7 +168,7 @@ Options Options::parse(int count, char* const* words) {
       case ':':
         refuse(std::string(words[optind - 1]) + " needs a value.");
       default:
-        refuse(std::string(words[optind - 1]) + ": no such option.");
+        refuseOption(words[optind - 1]);
     }
   }
   if (optind + 1 < count) {

@@ -9,9 +9,19 @@ namespace prepare {
 namespace {
 
 constexpr std::uint64_t LAST_ADDRESS = std::numeric_limits<std::uint64_t>::max();
-// More of a map than this on either side of its first hit does not move with it at once.
+// More of a map than this on either side of its first hit is not placed with it at once. No piece
+// is larger than twice that, so that there is room for the others.
 constexpr std::uint64_t FARTHEST_NEIGHBOUR = 1ull << 32;
 constexpr std::uint64_t MOVED_ALIGNMENT = 1ull << 16;
+
+std::uint64_t lowestPlaced(const recordings::Mapping& mapping, std::uint64_t address) {
+  return std::max(mapping.start, address - std::min(address, FARTHEST_NEIGHBOUR));
+}
+
+std::uint64_t highestPlaced(const recordings::Mapping& mapping, std::uint64_t address) {
+  const std::uint64_t farthest = address + std::min(FARTHEST_NEIGHBOUR, LAST_ADDRESS - address);
+  return std::min(mapping.end, farthest);
+}
 
 }  // namespace
 
@@ -54,8 +64,8 @@ Piece* Placement::_findMoved(const recordings::Mapping& mapping, std::uint64_t a
 // the address itself. A piece in the way gives way as far as no sample of it was seen.
 bool Placement::_makeRoom(const recordings::Mapping& mapping, std::uint64_t address,
                           const PlacementRules& rules, std::uint64_t& low, std::uint64_t& high) {
-  low = mapping.start;
-  high = mapping.end;
+  low = lowestPlaced(mapping, address);
+  high = highestPlaced(mapping, address);
   if (address == 0) {
     return false;  // samples at address 0 are none to the converter
   }
@@ -117,25 +127,45 @@ Piece& Placement::_insert(const recordings::Mapping& mapping, std::uint64_t addr
   return placed_.insert_or_assign(low + shift, piece).first->second;
 }
 
-Piece& Placement::_move(const recordings::Mapping& mapping, std::uint64_t address,
-                        const PlacementRules& rules) {
-  const std::uint64_t low =
-      std::max(mapping.start, address - std::min(address, FARTHEST_NEIGHBOUR));
-  const std::uint64_t high = std::min(mapping.end, address > LAST_ADDRESS - FARTHEST_NEIGHBOUR
-                                                       ? LAST_ADDRESS
-                                                       : address + FARTHEST_NEIGHBOUR);
-  const std::uint64_t size = std::max<std::uint64_t>(high - low, 1);
-  std::uint64_t start = 0;
-  for (bool isFree = false; !isFree;) {
-    start = nextFree_ + low % MOVED_ALIGNMENT;  // the digits that people compare stay
-    nextFree_ += (low % MOVED_ALIGNMENT + size + 2 * MOVED_ALIGNMENT) & ~(MOVED_ALIGNMENT - 1);
-    const auto above = placed_.lower_bound(start + size);
-    isFree = above == placed_.begin() ||
-             std::prev(above)->second.high + std::prev(above)->second.shift <= start;
+// A stretch of that size, at an address with these last digits, which people compare. Each thing in
+// the way is passed at once, and no stretch is looked at twice.
+std::uint64_t Placement::_findFree(std::uint64_t digits, std::uint64_t size,
+                                   const PlacementRules& rules) {
+  bool areReservedKept = true;
+  for (;;) {
+    const std::uint64_t start = nextFree_ + digits;
+    std::uint64_t next = start + size;
+    bool isFree = true;
+    if (const auto above = placed_.lower_bound(next); above != placed_.begin()) {
+      const Piece& below = std::prev(above)->second;
+      isFree = below.high + below.shift <= start;
+      next = std::max(next, below.high + below.shift);
+    }
     for (const ReservedRange& range : rules.reserved) {
-      isFree = isFree && (start > range.last || start + size <= range.first);
+      if (areReservedKept && start <= range.last && start + size > range.first) {
+        isFree = false;
+        next = std::max(next, range.last);
+      }
+    }
+    if (next > LAST_ADDRESS - FARTHEST_NEIGHBOUR * 4) {
+      // A recording that claims everything for its kernel: then the kernel has to share.
+      areReservedKept = false;
+      nextFree_ = FREE_ADDRESSES;
+      continue;
+    }
+    nextFree_ = (next + 2 * MOVED_ALIGNMENT) & ~(MOVED_ALIGNMENT - 1);
+    if (isFree) {
+      return start;
     }
   }
+}
+
+Piece& Placement::_move(const recordings::Mapping& mapping, std::uint64_t address,
+                        const PlacementRules& rules) {
+  const std::uint64_t low = lowestPlaced(mapping, address);
+  const std::uint64_t high = highestPlaced(mapping, address);
+  const std::uint64_t size = std::max<std::uint64_t>(high - low, 1);
+  const std::uint64_t start = _findFree(low % MOVED_ALIGNMENT, size, rules);
   Piece& piece = _insert(mapping, address, low, low + size, start - low);
   moved_[{piece.file, piece.base, piece.low}] = &piece;
   return piece;

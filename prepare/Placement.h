@@ -77,6 +77,7 @@ class Placement {
                  const PlacementRules& rules, std::uint64_t& low, std::uint64_t& high);
   Piece& _insert(const recordings::Mapping& mapping, std::uint64_t address, std::uint64_t low,
                  std::uint64_t high, std::uint64_t shift);
+  std::uint64_t _findFree(std::uint64_t digits, std::uint64_t size, const PlacementRules& rules);
   Piece& _move(const recordings::Mapping& mapping, std::uint64_t address,
                const PlacementRules& rules);
 

@@ -152,7 +152,8 @@ std::uint64_t Preparation::_placeSampled(Task& task, Mode mode, std::uint64_t ad
     sampledAddresses_.add(piece->file->index, address - piece->base);
   } else {
     const std::uint64_t start = address & ~(UNKNOWN_SIZE - 1);
-    const recordings::Mapping unknown{start, start + (UNKNOWN_SIZE - 1), start, &unknownFile()};
+    const recordings::Mapping unknown{start, start + std::min(UNKNOWN_SIZE, ~start), start,
+                                      &unknownFile()};
     piece = &task.plain->placement.place(unknown, address, rules_);
     piece->hit(address);
   }

@@ -14,7 +14,6 @@ namespace prepare {
 namespace {
 
 constexpr std::int64_t BILLION = 1000000000;
-constexpr std::int64_t DAY = 86400 * BILLION;
 constexpr std::int32_t REALTIME = 0;
 
 std::tm localTime(std::int64_t nanoseconds) {
@@ -24,12 +23,25 @@ std::tm localTime(std::int64_t nanoseconds) {
   return parts;
 }
 
+std::int64_t momentOf(std::tm parts) {
+  parts.tm_isdst = -1;
+  return static_cast<std::int64_t>(std::mktime(&parts)) * BILLION;
+}
+
+// Whether the calendar has that day.
+bool isDay(const std::tm& parts) {
+  std::tm noon = parts;
+  noon.tm_hour = 12;
+  noon.tm_isdst = -1;
+  std::mktime(&noon);
+  return noon.tm_mon == parts.tm_mon && noon.tm_mday == parts.tm_mday;
+}
+
 // Of the local day that holds the moment.
 std::int64_t midnightOf(std::int64_t nanoseconds) {
   std::tm parts = localTime(nanoseconds);
   parts.tm_hour = parts.tm_min = parts.tm_sec = 0;
-  parts.tm_isdst = -1;
-  return static_cast<std::int64_t>(std::mktime(&parts)) * BILLION;
+  return momentOf(parts);
 }
 
 std::string clockName(std::int32_t id) {
@@ -124,14 +136,14 @@ Window Window::parse(const std::string& text, std::int64_t firstSampleNanosecond
   if (used == 0 ||
       !parseFraction(std::string_view(when).substr(static_cast<std::size_t>(used)), fraction) ||
       parts.tm_hour > 23 || parts.tm_min > 59 || parts.tm_sec > 60 || parts.tm_hour < 0 ||
-      parts.tm_min < 0 || parts.tm_sec < 0) {
+      parts.tm_min < 0 || parts.tm_sec < 0 || !isDay(parts)) {
     refuse(text);
   }
-  parts.tm_isdst = -1;
-  window.startNanoseconds = static_cast<std::int64_t>(std::mktime(&parts)) * BILLION + fraction;
+  window.startNanoseconds = momentOf(parts) + fraction;
   const auto length = static_cast<std::int64_t>(window.lengthNanoseconds);
   if (!hasDate && window.startNanoseconds + length < firstSampleNanoseconds) {
-    window.startNanoseconds += DAY;  // the recording went on past midnight
+    ++parts.tm_mday;  // the recording went on past midnight
+    window.startNanoseconds = momentOf(parts) + fraction;
   }
   return window;
 }

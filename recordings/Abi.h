@@ -63,6 +63,7 @@ constexpr std::uint64_t SAMPLE_DATA_SRC = 1ull << 15;
 constexpr std::uint64_t SAMPLE_IDENTIFIER = 1ull << 16;
 
 constexpr std::uint64_t BRANCH_HW_INDEX = 1ull << 17;
+constexpr std::uint64_t BRANCH_COUNTERS = 1ull << 19;    // a word for each entry, behind all
 constexpr std::uint64_t BRANCH_CALL_STACK = 1ull << 11;  // --call-graph lbr
 constexpr std::size_t BRANCH_ENTRY_SIZE = 24;
 
@@ -142,6 +143,7 @@ constexpr unsigned FEATURE_BITS = 256;
 
 // An entry of the table of build ids, with its record header.
 constexpr std::size_t BUILD_ID_SIZE = 20;
+constexpr std::size_t BUILD_ID_ENTRY_PID_SIZE = 4;  // since 2.6.35
 constexpr std::size_t BUILD_ID_ENTRY_SIZE_OFFSET = 32;
 constexpr std::size_t BUILD_ID_ENTRY_NAME_OFFSET = 36;
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
 
 #include "recordings/Abi.h"
 
@@ -19,7 +20,7 @@ std::vector<std::string> takeStrings(FieldReader& fields) {
   for (std::uint32_t left = fields.take<std::uint32_t>(); left > 0 && fields.ok(); --left) {
     strings.push_back(takeString(fields));
   }
-  return strings;
+  return fields.ok() ? strings : std::vector<std::string>();
 }
 
 }  // namespace
@@ -107,28 +108,46 @@ void Facts::addFeature(unsigned feature, Bytes section, ByteOrder order,
   }
 }
 
-void Facts::addBuildId(Bytes entry, ByteOrder order) {
+void Facts::addBuildId(Bytes entry, ByteOrder order) { _addBuildId(entry, order, true); }
+
+void Facts::_addBuildId(Bytes entry, ByteOrder order, bool hasPid) {
   constexpr std::size_t MOST_FILES = 1u << 18;
-  if (entry.size() <= abi::BUILD_ID_ENTRY_NAME_OFFSET || buildIds.size() == MOST_FILES) {
+  const std::size_t pidSize = hasPid ? abi::BUILD_ID_ENTRY_PID_SIZE : 0;
+  const std::size_t nameOffset =
+      abi::BUILD_ID_ENTRY_NAME_OFFSET - abi::BUILD_ID_ENTRY_PID_SIZE + pidSize;
+  if (entry.size() <= nameOffset || buildIds.size() == MOST_FILES) {
     return;
   }
   const std::uint16_t misc = numberAt<std::uint16_t>(entry.data() + 4, order);
   std::size_t size = abi::BUILD_ID_SIZE;
-  if ((misc & abi::MISC_BUILD_ID_SIZE) != 0) {
+  if (hasPid && (misc & abi::MISC_BUILD_ID_SIZE) != 0) {
     size = std::min<std::size_t>(entry[abi::BUILD_ID_ENTRY_SIZE_OFFSET], abi::BUILD_ID_SIZE);
   }
-  const Bytes id = entry.subspan(abi::RECORD_HEADER_SIZE + 4, size);
-  FieldReader name(entry.subspan(abi::BUILD_ID_ENTRY_NAME_OFFSET), order);
+  const Bytes id = entry.subspan(abi::RECORD_HEADER_SIZE + pidSize, size);
+  FieldReader name(entry.subspan(nameOffset), order);
   buildIds.push_back({BuildId(id.begin(), id.end()), name.takeRestAsText()});
 }
 
+// Before 2.6.35 the entries had no pid: read as if they had, the kernel's name lacks its beginning.
 void Facts::_addBuildIds(Bytes section, ByteOrder order) {
+  static constexpr std::string_view CUT_NAME = "nel.kallsyms]";
+  _addBuildIds(section, order, true);
+  for (const FileBuildId& file : buildIds) {
+    if (file.name == CUT_NAME) {
+      buildIds.clear();
+      _addBuildIds(section, order, false);
+      return;
+    }
+  }
+}
+
+void Facts::_addBuildIds(Bytes section, ByteOrder order, bool hasPid) {
   while (section.size() >= abi::RECORD_HEADER_SIZE) {
     const std::size_t size = numberAt<std::uint16_t>(section.data() + 6, order);
     if (size < abi::RECORD_HEADER_SIZE || size > section.size()) {
       return;
     }
-    addBuildId(section.first(size), order);
+    _addBuildId(section.first(size), order, hasPid);
     section = section.subspan(size);
   }
 }

@@ -58,6 +58,8 @@ struct Facts {
 
  private:
   void _addBuildIds(Bytes section, ByteOrder order);
+  void _addBuildIds(Bytes section, ByteOrder order, bool hasPid);
+  void _addBuildId(Bytes entry, ByteOrder order, bool hasPid);
   static void _nameEvents(Bytes section, ByteOrder order, std::vector<Event>& events);
 };
 

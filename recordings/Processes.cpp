@@ -22,6 +22,18 @@ std::uint64_t endOf(const MapRecord& map) {
   return end < map.start ? ~std::uint64_t{0} : end;
 }
 
+// Old versions of perf let the kernel begin at address 0, or had no address of it to tell; below
+// these there are processes.
+std::uint64_t startOfKernelFromZero(const MapRecord& map) {
+  constexpr std::uint64_t UPPER_HALF = 1ull << 63;
+  constexpr std::uint64_t LAST_GIB_OF_32_BITS = 0xC0000000;
+  const std::uint64_t end = endOf(map);
+  if (map.pageOffset != 0 && map.pageOffset < end) {
+    return map.pageOffset;
+  }
+  return end > UPPER_HALF ? UPPER_HALF : std::min(LAST_GIB_OF_32_BITS, end - 1);
+}
+
 }  // namespace
 
 Process& Processes::process(std::uint32_t pid) {
@@ -84,7 +96,7 @@ void Processes::_onKernelMap(const MapRecord& map) {
     const std::size_t nameEnd = map.name.find(']');
     const bool isGuest = map.name.starts_with("[guest");
     if (!isGuest && map.length > 0) {
-      kernel_.start = map.start;
+      kernel_.start = map.start == 0 ? startOfKernelFromZero(map) : map.start;
       kernel_.end = endOf(map);
       kernel_.farthestEnd = kernel_.end + std::min(KERNEL_BEHIND_TEXT, ~kernel_.end);
       kernel_.referenceAddress = map.pageOffset;
@@ -99,6 +111,9 @@ void Processes::_onKernelMap(const MapRecord& map) {
       kernel_.buildId = map.buildId;
     }
     return;
+  }
+  if ((map.misc & abi::MISC_CPUMODE) == abi::MISC_GUEST_KERNEL) {
+    return;  // a module of another machine's kernel, at addresses of its own
   }
   const Mapping mapping{
       map.start, endOf(map), map.start,

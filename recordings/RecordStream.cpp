@@ -163,7 +163,7 @@ bool RecordStream::_startUnpacking(const Record& record) {
     // then the bytes go on to the record's end.
     const std::uint64_t used = FieldReader(packed, order_).take<std::uint64_t>();
     packed = packed.size() < 8 ? Bytes() : packed.subspan(8);
-    if (roundedUp(used) == packed.size()) {
+    if (used <= packed.size() && roundedUp(used) == packed.size()) {
       packed = packed.first(static_cast<std::size_t>(used));
     }
   }

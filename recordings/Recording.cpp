@@ -131,6 +131,7 @@ class Recording::Walk {
   bool _findSampleEvent(const Record& record, std::uint32_t& event);
   bool _eventOfId(std::uint64_t id, std::uint32_t& event);
   std::uint32_t _eventOfOther(const Record& record);
+  std::uint64_t _timeOfOther(std::uint32_t event, const Record& record) const;
   void _deliver(std::uint32_t event, const Record& record);
   void _deliverSample(std::uint32_t event, const Record& record);
   void _deliverOther(std::uint32_t event, const Record& record);
@@ -148,7 +149,8 @@ class Recording::Walk {
   const FileHeader& header_;
   RecordVisitor* visitor_;
   WalkCounts& counts_;
-  bool isStateKnown_ = false;  // untimed records have been handed over before
+  std::uint64_t lastTime_ = 0;  // of the last record that had one, in the order of the file
+  bool isStateKnown_ = false;   // untimed records have been handed over before
   std::array<KnownId, 64> knownIds_;
   std::map<std::uint64_t, std::uint64_t> throttledSince_;  // by stream
 };
@@ -259,9 +261,10 @@ bool Recording::Walk::_takeRecord(const Record& record, TimeOrder& order) {
     time = recording_.layouts_[event].timeOfSample(record);
   } else {
     event = _eventOfOther(record);
-    time = recording_.layouts_[event].timeOfOther(record);
+    time = _timeOfOther(event, record);
   }
   if (time != 0 && time != NO_TIME) {
+    lastTime_ = time;
     return order.add(time, event, record.bytes);
   }
   if (record.type == abi::RECORD_SAMPLE || !isStateKnown_ ||
@@ -269,6 +272,12 @@ bool Recording::Walk::_takeRecord(const Record& record, TimeOrder& order) {
     _deliver(event, record);
   }
   return true;
+}
+
+// Before 2.6.38 side records had no time: each happened behind the record in front of it.
+std::uint64_t Recording::Walk::_timeOfOther(std::uint32_t event, const Record& record) const {
+  const SampleLayout& layout = recording_.layouts_[event];
+  return layout.attribute().has(abi::FLAG_SAMPLE_ID_ALL) ? layout.timeOfOther(record) : lastTime_;
 }
 
 // False, and counted, if the sample is of no event.

@@ -132,6 +132,9 @@ bool SampleLayout::_takeBranches(FieldReader& fields, Sample& sample) const {
     return false;
   }
   sample.branches = fields.takeBytes(count * abi::BRANCH_ENTRY_SIZE);
+  if ((attribute_.branchSampleType & abi::BRANCH_COUNTERS) != 0) {
+    fields.skip(count * 8);
+  }
   return fields.ok();
 }
 

@@ -1,0 +1,287 @@
+// A recording, and the plain recording that it becomes: read back, with what its maps say.
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "prepare/Preparation.h"
+#include "tests/recordings/WalkLog.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/recordings/Encodings.h"
+#include "tests/support/recordings/RecordingFile.h"
+
+using made::CONTEXT_KERNEL;
+using made::CONTEXT_USER;
+using made::Mode;
+using made::SampleBit;
+using prepare::Piece;
+using prepare::PlainRecording;
+using prepare::Preparation;
+using recordings::TimeOrder;
+using testing::ElementsAre;
+
+namespace {
+
+constexpr std::uint64_t KERNEL_TEXT = 0xffffffff81000000;
+
+// The samples of a plain recording, written without names.
+class Prepared {
+ public:
+  explicit Prepared(const std::string& bytes, bool keepUnknown = false) : bytes_(bytes) {
+    source_ = std::make_unique<recordings::Recording>(
+        std::make_unique<recordings::MemoryInput>(asBytes(bytes_)));
+    const recordings::SampleLayout& layout = source_->layout(0);
+    PlainRecording output(folder_.file("plain"), source_->events()[0].attribute,
+                          {layout.hasTime(), layout.hasCpu(), layout.hasChain()});
+    Preparation::Settings settings;
+    settings.wantedEvents.assign(source_->events().size(), false);
+    settings.wantedEvents[0] = true;
+    settings.keepUnknown = keepUnknown;
+    settings.mustBeHigh = [](const recordings::Mapping&) { return false; };
+    settings.progress = [](std::uint64_t, std::uint64_t) {};
+    preparation = std::make_unique<Preparation>(*source_, output, settings);
+    EXPECT_TRUE(source_->walk(*preparation, TimeOrder::Trust::ROUNDS, folder_.path(), walk));
+    preparation->finish();
+    output.finish();
+    plain = folder_.read("plain");
+    lines = Walked(plain).lines;
+  }
+
+  const prepare::PreparationCounts& counts() const { return preparation->counts(); }
+  // What the converter will find at an address of a process.
+  std::string fileAt(std::uint32_t pid, std::uint64_t address) const {
+    std::string name = "nothing";
+    preparation->plainProcesses().at(pid).placement.forEach(
+        [&](std::uint64_t written, const Piece& piece) {
+          if (address >= written && address - written < piece.high - piece.low) {
+            name = piece.file->name;
+          }
+        });
+    return name;
+  }
+
+  std::unique_ptr<Preparation> preparation;
+  recordings::WalkCounts walk;
+  std::string plain;
+  std::vector<std::string> lines;
+
+ private:
+  std::string bytes_;
+  TempDir folder_;
+  std::unique_ptr<recordings::Recording> source_;
+};
+
+made::Recording withChains() {
+  made::Recording recording;
+  recording.events[0].sampleType |= SampleBit::CALLCHAIN;
+  recording.comm({.pid = 10, .tid = 10, .name = "app"})
+      .map({.pid = 0xffffffff,
+            .address = KERNEL_TEXT,
+            .length = 0x1000000,
+            .pageOffset = KERNEL_TEXT,
+            .file = "[kernel.kallsyms]_text",
+            .mode = Mode::KERNEL})
+      .map({.pid = 10, .tid = 10, .address = 0x400000, .length = 0x9000, .file = "/bin/app"});
+  return recording;
+}
+
+}  // namespace
+
+TEST(PreparationTest, TheSampledAddressComesFirstAndMarksAreLeftOut) {
+  made::Recording recording = withChains();
+  recording
+      .sample({.ip = 0x400100,
+               .pid = 10,
+               .tid = 10,
+               .time = 1,
+               .chain = {CONTEXT_USER, 0x400100, 0x400200, 0x400300}})
+      .sample({.ip = KERNEL_TEXT + 0x10,
+               .pid = 10,
+               .tid = 10,
+               .time = 2,
+               .mode = Mode::KERNEL,
+               .chain = {CONTEXT_KERNEL, KERNEL_TEXT + 0x10, KERNEL_TEXT + 0x20, CONTEXT_USER,
+                         0x400100, 0x400200}})
+      .sample({.ip = 0x400100, .pid = 10, .tid = 10, .time = 3, .chain = {}});
+  const Prepared prepared(made::fileBytes(recording));
+  EXPECT_THAT(prepared.lines,
+              ElementsAre("sample 0 400100 10/10 t1 cpu0 [400100 400200 400300]",
+                          "sample 0 ffffffff81000010 10/10 t2 cpu0 [ffffffff81000010 "
+                          "ffffffff81000020 400100 400200]",
+                          "sample 0 400100 10/10 t3 cpu0 [400100]"));
+  EXPECT_EQ(4u, prepared.counts().longestChain);
+  EXPECT_EQ(1u, prepared.counts().kernelSamples.all);
+  EXPECT_EQ(1u, prepared.counts().kernelSamples.mapped);
+  EXPECT_EQ(2u, prepared.counts().userSamples.mapped);
+  EXPECT_EQ(1u, prepared.counts().kernelCallers.all);
+  EXPECT_EQ(4u, prepared.counts().userCallers.all);
+}
+
+TEST(PreparationTest, CallersInNoMapAreLeftOutAndCounted) {
+  made::Recording recording = withChains();
+  recording.sample({.ip = 0x400100,
+                    .pid = 10,
+                    .tid = 10,
+                    .time = 1,
+                    .chain = {CONTEXT_USER, 0x400100, 0x12345, 0x400200, 0xdeadbeef000}});
+  const std::string bytes = made::fileBytes(recording);
+  const Prepared without(bytes);
+  EXPECT_THAT(without.lines, ElementsAre("sample 0 400100 10/10 t1 cpu0 [400100 400200]"));
+  EXPECT_EQ(3u, without.counts().userCallers.all);
+  EXPECT_EQ(1u, without.counts().userCallers.mapped);
+  EXPECT_THAT(Prepared(bytes, true).lines,
+              ElementsAre("sample 0 400100 10/10 t1 cpu0 [400100 12345 400200 deadbeef000]"));
+}
+
+// --call-graph lbr: where the newest call went to, then where each came from; in user mode the
+// first is where the sample is.
+TEST(PreparationTest, BranchStacksReplaceTheUsersPartOfTheChain) {
+  made::Recording recording = withChains();
+  recording.events[0].sampleType |= SampleBit::BRANCH_STACK;
+  recording.events[0].branchSampleType = 1 << 11;
+  const std::vector<made::Branch> branches = {{0x400200, 0x400110, 0}, {0x400300, 0x400210, 0}};
+  recording
+      .sample({.ip = 0x400120,
+               .pid = 10,
+               .tid = 10,
+               .time = 1,
+               .chain = {CONTEXT_USER, 0x400120, 0x400999},
+               .branches = branches})
+      .sample({.ip = KERNEL_TEXT + 0x10,
+               .pid = 10,
+               .tid = 10,
+               .time = 2,
+               .mode = Mode::KERNEL,
+               .chain = {CONTEXT_KERNEL, KERNEL_TEXT + 0x10, CONTEXT_USER, 0x400999},
+               .branches = branches});
+  EXPECT_THAT(Prepared(made::fileBytes(recording)).lines,
+              ElementsAre("sample 0 400120 10/10 t1 cpu0 [400120 400200 400300]",
+                          "sample 0 ffffffff81000010 10/10 t2 cpu0 [ffffffff81000010 400110 "
+                          "400200 400300]"));
+}
+
+TEST(PreparationTest, OneProgramAfterAnotherAtOneAddressAreTakenApart) {
+  made::Recording recording;
+  recording.comm({.pid = 10, .tid = 10, .name = "shell"})
+      .map({.pid = 10, .tid = 10, .address = 0x400000, .length = 0x1000, .file = "/bin/shell"})
+      .sample({.ip = 0x400100, .pid = 10, .tid = 10, .time = 1})
+      .comm({.pid = 10, .tid = 10, .name = "tool", .time = 2, .isExec = true})
+      .map({.pid = 10,
+            .tid = 10,
+            .address = 0x400000,
+            .length = 0x1000,
+            .file = "/bin/tool",
+            .time = 3})
+      .sample({.ip = 0x400100, .pid = 10, .tid = 10, .time = 4})
+      .sample({.ip = 0x400108, .pid = 10, .tid = 10, .time = 5});
+  const Prepared prepared(made::fileBytes(recording));
+  const Walked plain(prepared.plain);
+  ASSERT_EQ(3u, prepared.lines.size());
+  EXPECT_EQ("sample 0 400100 10/10 t1 cpu0", prepared.lines[0].substr(0, 29));
+  EXPECT_EQ("/bin/shell", prepared.fileAt(10, 0x400100));
+  EXPECT_EQ(2u, prepared.counts().movedSamples);
+  const std::uint64_t moved = std::stoull(prepared.lines[1].substr(9), nullptr, 16);
+  EXPECT_EQ("/bin/tool", prepared.fileAt(10, moved));
+  EXPECT_EQ(moved + 8, std::stoull(prepared.lines[2].substr(9), nullptr, 16));
+  // Names: the last one holds, and how many samples ran under another is known.
+  EXPECT_EQ("tool", prepared.preparation->threads().at(10).name);
+  EXPECT_EQ(1u, prepared.counts().samplesUnderOtherNames);
+}
+
+TEST(PreparationTest, ForkedWorkersHaveTheirParentsMapsAndName) {
+  made::Recording recording;
+  recording.comm({.pid = 10, .tid = 10, .name = "server"})
+      .map({.pid = 10, .tid = 10, .address = 0x400000, .length = 0x1000, .file = "/bin/server"})
+      .fork({.pid = 20, .parentPid = 10, .tid = 20, .parentTid = 10, .time = 1})
+      .sample({.ip = 0x400100, .pid = 20, .tid = 20, .time = 2})
+      .fork({.pid = 20, .parentPid = 20, .tid = 21, .parentTid = 20, .time = 3})
+      .sample({.ip = 0x400200, .pid = 20, .tid = 21, .time = 4});
+  const Prepared prepared(made::fileBytes(recording));
+  EXPECT_EQ(0u, prepared.counts().movedSamples);
+  EXPECT_EQ(2u, prepared.counts().userSamples.mapped);
+  EXPECT_EQ("/bin/server", prepared.fileAt(20, 0x400100));
+  EXPECT_EQ("server", prepared.preparation->threads().at(20).name);
+  EXPECT_EQ("server", prepared.preparation->threads().at(21).name);
+  EXPECT_EQ(20u, prepared.preparation->threads().at(21).pid);
+}
+
+// What no map holds is shown in stretches of 64 KiB, which keep clear of what is known.
+TEST(PreparationTest, UnknownStretchesLieBesideEachOtherAndBesideMaps) {
+  made::Recording recording;
+  recording.map({.pid = 10, .tid = 10, .address = 0x48000, .length = 0x1000, .file = "/bin/app"});
+  std::uint64_t time = 0;
+  for (const std::uint64_t ip : {0x48800ull, 0x47fffull, 0x49000ull, 0x4ffffull, 0x50000ull,
+                                 0x5ffffull, 0x60000ull, 0x10ull, 0xfffffffffffffffeull}) {
+    recording.sample({.ip = ip, .pid = 10, .tid = 10, .time = ++time});
+  }
+  const Prepared prepared(made::fileBytes(recording));
+  EXPECT_EQ(0u, prepared.counts().movedSamples);
+  EXPECT_EQ(1u, prepared.counts().userSamples.mapped);
+  EXPECT_EQ("/bin/app", prepared.fileAt(10, 0x48800));
+  for (const std::uint64_t ip : {0x47fffull, 0x49000ull, 0x4ffffull, 0x50000ull, 0x5ffffull,
+                                 0x60000ull, 0x10ull, 0xfffffffffffffffeull}) {
+    EXPECT_EQ("[unknown]", prepared.fileAt(10, ip)) << std::hex << ip;
+  }
+  std::uint64_t end = 0;
+  prepared.preparation->plainProcesses().at(10).placement.forEach(
+      [&](std::uint64_t written, const Piece& piece) {
+        EXPECT_LE(end, written);
+        EXPECT_LT(piece.low, piece.high);
+        end = written + (piece.high - piece.low);
+      });
+}
+
+TEST(PreparationTest, ModulesAndMadeKernelCodeAreFoundOutsideTheKernel) {
+  made::Recording recording = withChains();
+  recording
+      .map({.pid = 0xffffffff,
+            .address = 0xffffffffc0000000,
+            .length = 0x1000,
+            .file = "/lib/modules/6.1/kernel/fs/ext4.ko",
+            .mode = Mode::KERNEL})
+      .record({.type = 17,
+               .body = made::Fields().u64(0xffffffffc0100000).u32(0x40).u16(1).u16(0).text("bpf_1"),
+               .time = 1})
+      .sample({.ip = 0xffffffffc0000100, .pid = 10, .tid = 10, .time = 2, .mode = Mode::KERNEL})
+      .sample({.ip = 0xffffffffc0100010, .pid = 10, .tid = 10, .time = 3, .mode = Mode::KERNEL});
+  const Prepared prepared(made::fileBytes(recording));
+  EXPECT_EQ(2u, prepared.counts().kernelSamples.mapped);
+  EXPECT_EQ("[ext4]", prepared.fileAt(10, 0xffffffffc0000100));
+  EXPECT_EQ("bpf_1", prepared.fileAt(10, 0xffffffffc0100010));
+}
+
+// A user address is looked up in the process, whatever the kernel has there, and the other way.
+TEST(PreparationTest, ModesAreLookedUpInTheirOwnMaps) {
+  made::Recording recording = withChains();
+  recording.sample({.ip = 0x400100, .pid = 10, .tid = 10, .time = 1, .mode = Mode::KERNEL})
+      .sample({.ip = 0x400100, .pid = 10, .tid = 10, .time = 2, .mode = Mode::UNKNOWN});
+  const Prepared prepared(made::fileBytes(recording));
+  EXPECT_EQ(0u, prepared.counts().kernelSamples.mapped);
+  EXPECT_EQ(1u, prepared.counts().userSamples.mapped);
+}
+
+TEST(PreparationTest, OneContentInEveryEncodingGivesTheSameBytes) {
+  made::Recording recording;
+  recording.events[0].sampleType |= SampleBit::CALLCHAIN;
+  recording.comm({.pid = 10, .tid = 10, .name = "app"})
+      .map({.pid = 10, .tid = 10, .address = 0x400000, .length = 0x1000, .file = "/bin/app"})
+      .sample({.ip = 0x400100,
+               .pid = 10,
+               .tid = 10,
+               .time = 100,
+               .chain = {CONTEXT_USER, 0x400100, 0x400200}})
+      .fork({.pid = 12, .parentPid = 10, .tid = 12, .parentTid = 10, .time = 110})
+      .finishedRound()
+      .sample({.ip = 0x400300, .pid = 12, .tid = 12, .time = 120, .cpu = 1})
+      .exit({.pid = 12, .parentPid = 10, .tid = 12, .parentTid = 10, .time = 130})
+      .sample({.ip = 0x990000, .pid = 10, .tid = 10, .time = 140})
+      .finishedRound();
+  const std::string expected = Prepared(made::fileBytes(recording)).plain;
+  ASSERT_EQ(3u, Walked(expected).lines.size());
+  for (const auto& [name, encoding] : made::allEncodings()) {
+    EXPECT_EQ(expected, Prepared(made::fileBytes(recording, encoding)).plain) << name;
+  }
+}

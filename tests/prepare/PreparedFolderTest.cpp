@@ -1,0 +1,120 @@
+#include <filesystem>
+#include <string>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "prepare/PrepareError.h"
+#include "prepare/PreparedFolder.h"
+#include "tests/support/TempDir.h"
+
+using prepare::PreparedFolder;
+using prepare::PrepareError;
+using testing::HasSubstr;
+
+namespace {
+
+std::string refusalOf(const std::string& place) {
+  try {
+    const PreparedFolder folder(place);
+  } catch (const PrepareError& error) {
+    return error.what();
+  }
+  return "taken";
+}
+
+std::size_t entriesOf(const TempDir& temp) {
+  const std::filesystem::directory_iterator entries(temp.path());
+  return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+void prepareOne(const std::string& place, const std::string& text) {
+  PreparedFolder folder(place);
+  folder.write("file", text);
+  folder.commit();
+}
+
+}  // namespace
+
+TEST(PreparedFolderTest, AppearsWholeAtTheEnd) {
+  const TempDir temp;
+  {
+    PreparedFolder folder(temp.file("out"));
+    folder.write("file", "text");
+    EXPECT_FALSE(temp.has("out"));
+    EXPECT_EQ(temp.file("out/file"), folder.finalPath("file"));
+    folder.commit();
+  }
+  EXPECT_EQ("text", temp.read("out/file"));
+  EXPECT_EQ(1u, entriesOf(temp));
+}
+
+TEST(PreparedFolderTest, AnUnfinishedOneLeavesNothing) {
+  const TempDir temp;
+  {
+    const PreparedFolder folder(temp.file("out"));
+    folder.write("file", "text");
+  }
+  EXPECT_EQ(0u, entriesOf(temp));
+}
+
+TEST(PreparedFolderTest, ItsOwnIsReplacedWhole) {
+  const TempDir temp;
+  prepareOne(temp.file("out"), "first");
+  std::filesystem::create_directory(temp.file("out/more"));
+  prepareOne(temp.file("out/"), "second");  // a slash at the end changes nothing
+  EXPECT_EQ("second", temp.read("out/file"));
+  EXPECT_FALSE(temp.has("out/more"));
+  EXPECT_EQ(1u, entriesOf(temp));
+}
+
+TEST(PreparedFolderTest, WhileTheNewOneIsMadeTheOldOneStays) {
+  const TempDir temp;
+  prepareOne(temp.file("out"), "first");
+  {
+    const PreparedFolder folder(temp.file("out"));
+    folder.write("file", "half");
+  }
+  EXPECT_EQ("first", temp.read("out/file"));
+  EXPECT_EQ(1u, entriesOf(temp));
+}
+
+TEST(PreparedFolderTest, WhatIsNotItsOwnIsRefused) {
+  const TempDir temp;
+  temp.write("file", "precious");
+  std::filesystem::create_directory(temp.file("folder"));
+  temp.write("folder/file", "precious");
+  std::filesystem::create_directory(temp.file("empty"));
+  std::filesystem::create_symlink("nowhere", temp.file("link"));
+  for (const char* const name : {"file", "folder", "empty", "link"}) {
+    EXPECT_THAT(refusalOf(temp.file(name)),
+                HasSubstr(temp.file(name) + ": stands there already and was not prepared by "
+                                            "tracemill-prepare. Name another folder with -o, or "
+                                            "remove this one."));
+  }
+  EXPECT_EQ("precious", temp.read("file"));
+  EXPECT_EQ("precious", temp.read("folder/file"));
+  EXPECT_EQ(4u, entriesOf(temp));
+}
+
+// Somebody else was faster.
+TEST(PreparedFolderTest, WhatCameInTheMeantimeIsRefusedToo) {
+  const TempDir temp;
+  PreparedFolder folder(temp.file("out"));
+  temp.write("out", "precious");
+  EXPECT_THROW(folder.commit(), PrepareError);
+  EXPECT_EQ("precious", temp.read("out"));
+}
+
+TEST(PreparedFolderTest, APlaceThatIsNotThereIsToldOf) {
+  const TempDir temp;
+  EXPECT_THAT(refusalOf(temp.file("no/such/out")),
+              HasSubstr(temp.file("no/such") + ": no folder can be made there: No such file"));
+}
+
+TEST(PreparedFolderTest, PlacesAreNamedAfterTheRecording) {
+  EXPECT_EQ("perf.data.prepared", PreparedFolder::placeFor("perf.data"));
+  EXPECT_EQ("perf.data.prepared", PreparedFolder::placeFor("-"));
+  EXPECT_EQ("/x/rings.prepared", PreparedFolder::placeFor("/x/rings//"));
+}
