@@ -52,9 +52,8 @@ class Unpacking {
     if (archive_ == nullptr || archive_read_support_format_tar(archive_) != ARCHIVE_OK ||
         archive_read_support_filter_zstd(archive_) != ARCHIVE_OK ||
         archive_read_open_filename(archive_, path.c_str(), BLOCK) != ARCHIVE_OK) {
-      const std::string reason = _reason();
       archive_read_free(archive_);
-      throw PrepareError(path_ + ": cannot be read as a bundle: " + reason + ".");
+      _refuseOthers();
     }
   }
   ~Unpacking() { archive_read_free(archive_); }

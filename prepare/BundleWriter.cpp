@@ -54,6 +54,8 @@ BundleWriter::BundleWriter(const std::string& place, const std::string& recordin
   if (!file_.isOpen()) {
     throw PrepareError(place_ + ": cannot be written: " + std::strerror(file_.getError()) + ".");
   }
+  // As perf's recordings: for their owner, and so is the kernel's list.
+  chmod(file_.temporaryPath().c_str(), 0600);
   archive_ = archive_write_new();
   // The form of GNU tar has names as they are, whatever their bytes, and sizes of any length. A
   // filter that would start another program answers with a warning.
