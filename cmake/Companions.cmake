@@ -2,6 +2,7 @@
 # zstd. tracemill_find_companions() looks for them and sets TRACEMILL_COMPANIONS; without them the converter is built
 # alone, and the configuration says what is missing.
 #
+#   PkgConfig::TRACEMILL_ARCHIVE  libarchive, for bundles, where TRACEMILL_ARCHIVE_FOUND
 #   tracemill_elf        imported libraries: libelf, libdw, zlib, xz, zstd
 #   tracemill_demangler  libiberty where it is installed (TRACEMILL_LIBIBERTY), else the C++ library's own
 macro(tracemill_find_companions)
@@ -22,6 +23,10 @@ macro(tracemill_find_companions)
     if(TRACEMILL_LIBIBERTY AND TRACEMILL_LIBIBERTY_INCLUDE)
       target_link_libraries(tracemill_demangler INTERFACE ${TRACEMILL_LIBIBERTY})
       target_compile_definitions(tracemill_demangler INTERFACE TRACEMILL_LIBIBERTY)
+    endif()
+    pkg_check_modules(TRACEMILL_ARCHIVE QUIET IMPORTED_TARGET libarchive)
+    if(NOT TRACEMILL_ARCHIVE_FOUND)
+      message(STATUS "Building tracemill-prepare without bundles: the development files of libarchive are missing")
     endif()
   else()
     message(STATUS "Building the converter alone: the companions are built for this machine with shared libraries, and need pkg-config and the development files of libelf, libdw, zlib, xz and zstd")

@@ -21,7 +21,7 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
 
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME tracemill)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_PROGRAM_PACKAGE_SHLIBDEPS ON) # libelf1, libdw1, zlib1g, liblzma5, libzstd1 with the companions
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_SHLIBDEPS ON) # libelf1, libdw1, zlib1g, liblzma5, libzstd1, libarchive13 with the companions
 # It calls nm for every file that is not in its cache; it does without where the cache is frozen.
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_RECOMMENDS binutils)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SUGGESTS

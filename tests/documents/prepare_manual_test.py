@@ -17,7 +17,7 @@ COMPLETION = ROOT / "share" / "tracemill-prepare.bash-completion"
 SOURCE = ROOT / "prepare" / "Options.cpp"
 # What mandoc says of the machine, and not of the page.
 MACHINE = ("mandoc.db", "referenced manual not found")
-WITH_FILES = ("--kallsyms", "--vmlinux")
+WITH_FILES = ("--bundle", "--kallsyms", "--vmlinux")
 WITH_FOLDERS = ("-o", "--output", "--sysroot", "--debug-dir")
 WITH_WORDS = ("--event", "--window", "--max-frames", "--cache-size", "--listing-timeout")
 

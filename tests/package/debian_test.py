@@ -36,7 +36,7 @@ usr/share/bash-completion/completions/tracemill-prepare
 usr/share/man/man1/tracemill-prepare.1.gz
 usr/share/tracemill/tracemill-quality.schema.json
 """.split()
-LIBRARIES_OF_COMPANIONS = ["libelf1", "libdw1", "libzstd1", "zlib1g", "liblzma5"]
+LIBRARIES_OF_COMPANIONS = ["libelf1", "libdw1", "libzstd1", "zlib1g", "liblzma5", "libarchive13"]
 
 
 def run(*command, status=0, **options):
