@@ -1,7 +1,9 @@
 #include "app/Driver.h"
 
+#include <cerrno>
 #include <cinttypes>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <new>
 
@@ -31,14 +33,12 @@ constexpr std::size_t RESERVE_BYTES = 32768;
 
 }  // namespace
 
-Driver::Driver() : reserve_(std::make_unique<char[]>(RESERVE_BYTES)) {}
-
 int Driver::run(int argc, char* const* argv) {
   try {
+    reserve_ = std::make_unique<char[]>(RESERVE_BYTES);
     return _run(argc, argv);
   } catch (const std::bad_alloc&) {
-    reserve_.reset();
-    _reportEnd("Out of memory, aborting..");
+    _reportOutOfMemory();
   } catch (const std::exception& problem) {
     _reportEnd(problem.what());
   }
@@ -51,6 +51,11 @@ void Driver::_reportEnd(const char* why) {
   } else {
     std::cerr << why << std::endl;
   }
+}
+
+void Driver::_reportOutOfMemory() {
+  reserve_.reset();
+  _reportEnd("Out of memory, aborting..");
 }
 
 int Driver::_run(int argc, char* const* argv) {
@@ -198,16 +203,35 @@ bool Driver::_openInput() {
 bool Driver::_openOutput() {
   if (!outputName_) {
     output_ = &std::cout;
+    if (!_sharesOutputWithLog()) {
+      kestrel::StandardStreams::writeOutputInBlocks();
+    }
     return true;
   }
-  outputFile_.open(*outputName_, append_);
-  if (!outputFile_.is_open()) {
+  outputFile_.emplace().open(*outputName_, append_);
+  if (!outputFile_->is_open()) {
     log_->errorf("Cannot open %s for writing, aborting..", outputName_->c_str());
     input_.close();
     return false;
   }
-  output_ = &outputFile_;
+  output_ = &*outputFile_;
   return true;
+}
+
+// False after an ERROR line when the system refuses. What has no places, as a pipe, the reader
+// refuses by itself.
+bool Driver::_rewindInput() {
+  input_.clear();  // pass 1 may have left an end of file behind
+  if (input_.seekg(0) || errno == ESPIPE) {
+    return true;
+  }
+  log_->errorf("Error reading %s: %s", inputName_->c_str(), std::strerror(errno));
+  input_.clear();
+  return false;
+}
+
+bool Driver::_sharesOutputWithLog() const {
+  return !outputName_ && kestrel::Logger::usesStandardOutput();
 }
 
 // False when something else than the recording stopped the conversion; the document is valid JSON
@@ -216,23 +240,30 @@ bool Driver::_writeDocument() {
   kestrel::JsomWriter writer(output_);
   writer.whitespace = config_["whitespace"].booleanValue(false);
   writer.startObject();
+  bool isReadable = true;
   try {
     const PerfInputRunnerPass1 pass1(&input_, &timeConverter_, &writer);
-    input_.clear();  // pass 1 may have left an end of file behind
-    input_.seekg(0);
+    isReadable = !input_.bad();
+    isReadable = _rewindInput() && isReadable;
     const PerfInputRunnerPass2 pass2(
         &input_, &timeConverter_, &writer,
-        outputName_ ? SampleRowWriter::Mode::InBackground : SampleRowWriter::Mode::AtOnce,
-        pass1.quietStretches());
+        _sharesOutputWithLog() ? SampleWriter::Mode::AtOnce : SampleWriter::Mode::InBackground);
+    isReadable = isReadable && !input_.bad();
     _writeTables(writer);
+  } catch (const std::bad_alloc&) {
+    _reportOutOfMemory();
+    writer.end();
+    return false;
   } catch (const std::exception& problem) {
-    reserve_.reset();
     log_->errorf("%s", problem.what());
     writer.end();
     return false;
   }
   writer.endObject();
-  return true;
+  if (!isReadable) {
+    log_->errorf("Cannot read %s, the document is incomplete.", inputName_->c_str());
+  }
+  return isReadable;
 }
 
 // The order matters: writing the maps counts uses of the processes.
@@ -250,8 +281,8 @@ bool Driver::_finishOutput() {
   output_->flush();
   bool isWritten = !output_->fail();
   if (outputName_) {
-    outputFile_.close();
-    isWritten = isWritten && !outputFile_.fail();
+    outputFile_->close();
+    isWritten = isWritten && !outputFile_->fail();
   } else {
     isWritten = kestrel::StandardStreams::flushOutput() && isWritten;
   }

@@ -26,14 +26,13 @@ struct PerfSettings;
 
 class Driver {
  public:
-  Driver();
-
   // The exit status of the process.
   int run(int argc, char* const* argv);
 
  private:
   int _run(int argc, char* const* argv);
   void _reportEnd(const char* why);
+  void _reportOutOfMemory();
   static void _registerFileLogAdapter();
   bool _loadConfiguration();
   void _configureLogging();
@@ -43,6 +42,8 @@ class Driver {
   void _chooseFiles();
   bool _openInput();
   bool _openOutput();
+  bool _rewindInput();
+  bool _sharesOutputWithLog() const;
   bool _writeDocument();
   void _writeTables(kestrel::JsomWriter& writer);
   bool _finishOutput();
@@ -56,7 +57,7 @@ class Driver {
   std::optional<std::string> outputName_;  // none: standard output
   bool append_ = false;
   std::ifstream input_;
-  kestrel::OutputFile outputFile_;
+  std::optional<kestrel::OutputFile> outputFile_;  // none: standard output
   std::ostream* output_ = nullptr;
   std::unique_ptr<char[]> reserve_;  // given back when memory runs out, for saying so
 };

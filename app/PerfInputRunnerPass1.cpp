@@ -1,6 +1,5 @@
 #include "app/PerfInputRunnerPass1.h"
 
-#include "app/TimeFilter.h"
 #include "kestrel/Singleton.h"
 #include "kestrel/log/Logger.h"
 #include "model/MMapStore.h"
@@ -20,16 +19,12 @@ kestrel::Logger& _log() {
 
 }  // namespace
 
-PerfInputRunnerPass1::PerfInputRunnerPass1(std::ifstream* input, kestrel::TimeConverter* converter,
+PerfInputRunnerPass1::PerfInputRunnerPass1(std::ifstream* input, kestrel::TimeConverter*,
                                            kestrel::JsomWriter*) {
   _log();
   try {
     perfevents::PerfRecordFileReader reader(*input, true);
-    reader.skipSamples();
-    if (const auto isTimeWanted = timeFilter(*converter)) {
-      reader.filterSamples(isTimeWanted);
-      reader.noteQuietStretches(quietStretches_);
-    }
+    reader.filterSamples(perfevents::SampleFilter::none());
     reader.parseEvents(*this);
   } catch (const std::ios_base::failure& failure) {
     _log().debugf("%p An I/O exception occurred: %s", static_cast<void*>(this), failure.what());

@@ -6,7 +6,6 @@
 #include <fstream>
 
 #include "perfevents/PerfEventDataListener.h"
-#include "perfevents/QuietStretches.h"
 
 namespace kestrel {
 class JsomWriter;
@@ -23,10 +22,4 @@ class PerfInputRunnerPass1 : public perfevents::PerfEventDataListener {
 
   void onEventData(const perfevents::PerfEventData& record) override;
   void onClose() override {}
-
-  // What the second pass may leave out, where there is a time window.
-  const perfevents::QuietStretches& quietStretches() const { return quietStretches_; }
-
- private:
-  perfevents::QuietStretches quietStretches_;
 };

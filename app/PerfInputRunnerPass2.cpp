@@ -1,6 +1,5 @@
 #include "app/PerfInputRunnerPass2.h"
 
-#include "app/TimeFilter.h"
 #include "kestrel/TimeConverter.h"
 #include "kestrel/log/Logger.h"
 #include "perfevents/PerfEventDataSample.h"
@@ -10,6 +9,12 @@ using perfevents::PerfEventData;
 
 namespace {
 
+// The time stamps of a recording are nanoseconds, those of a TimeConverter seconds.
+double _secondsOf(uint64_t nanoseconds) {
+  constexpr double NANOSECONDS_PER_SECOND = 1e9;
+  return static_cast<double>(nanoseconds) / NANOSECONDS_PER_SECOND;
+}
+
 kestrel::Logger& _log() {
   static kestrel::Logger* const logger = kestrel::Logger::getLogger("PerfInputRunnerPass2");
   return *logger;
@@ -18,16 +23,15 @@ kestrel::Logger& _log() {
 }  // namespace
 
 PerfInputRunnerPass2::PerfInputRunnerPass2(std::ifstream* input, kestrel::TimeConverter* converter,
-                                           kestrel::JsomWriter* writer, SampleRowWriter::Mode mode,
-                                           const perfevents::QuietStretches& leftOut)
+                                           kestrel::JsomWriter* writer, SampleWriter::Mode mode)
     : sampleWriter_(mode), converter_(converter), writer_(writer) {
   _log();
   sampleWriter_.writeHeader(*writer_);
   try {
     perfevents::PerfRecordFileReader reader(*input, true);
-    if (const auto isTimeWanted = timeFilter(*converter_)) {
-      reader.filterSamples(isTimeWanted);
-      reader.leaveOut(leftOut);
+    if (converter_->hasWindow()) {
+      reader.filterSamples(perfevents::SampleFilter::byTime(
+          [this](uint64_t time) { return converter_->isInside(_secondsOf(time)); }));
     }
     reader.parseEvents(*this);
   } catch (const std::ios_base::failure& failure) {
@@ -43,7 +47,7 @@ void PerfInputRunnerPass2::onEventData(const PerfEventData& record) {
     return;
   }
   const auto& sample = static_cast<const perfevents::PerfEventDataSample&>(record);
-  const double dataTime = secondsOf(sample.time());
+  const double dataTime = _secondsOf(sample.time());
   double clockTime = 0.0;
   if (!converter_->nextTimestamp(dataTime, clockTime)) {
     return;

@@ -7,7 +7,6 @@
 #include "output/SampleInfo.h"
 #include "output/SampleWriter.h"
 #include "perfevents/PerfEventDataListener.h"
-#include "perfevents/QuietStretches.h"
 
 namespace kestrel {
 class JsomWriter;
@@ -19,12 +18,10 @@ class PerfInputRunnerPass2 : public perfevents::PerfEventDataListener {
   // Reads the whole recording from the start of the stream and writes the table into the writer's
   // open object. A recording that cannot be read, or ends early, leaves the rows written until
   // then; the table is complete in every case. Throws what the reader throws besides
-  // std::ios_base::failure. Borrows converter and writer. `leftOut` is what the first pass has
-  // noted.
+  // std::ios_base::failure. Borrows converter and writer.
   PerfInputRunnerPass2(std::ifstream* input, kestrel::TimeConverter* converter,
                        kestrel::JsomWriter* writer,
-                       SampleRowWriter::Mode mode = SampleRowWriter::Mode::AtOnce,
-                       const perfevents::QuietStretches& leftOut = {});
+                       SampleWriter::Mode mode = SampleWriter::Mode::AtOnce);
 
   void onEventData(const perfevents::PerfEventData& record) override;
   void onClose() override;

@@ -10,6 +10,7 @@
 #include "symbols/SourceFileStore.h"
 #include "symbols/SymbolListProcessor.h"
 #include "symbols/SymbolTable.h"
+#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -31,7 +32,7 @@ std::string makeList(const std::string& typeAndName, const std::string& source) 
 void parseList(benchmark::State& state, const char* typeAndName, const char* source) {
   const std::string list = makeList(typeAndName, source);
   for (auto _ : state) {
-    kestrel::Singleton<SourceFileStore>::resetForTest();  // else it would grow with every iteration
+    kestrel::TestAccess::reset<SourceFileStore>();  // else it would grow with every iteration
     SymbolTable table;
     SymbolListProcessor processor(&table);
     for (std::size_t at = 0; at < list.size(); at += BLOCK) {

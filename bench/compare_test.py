@@ -46,7 +46,7 @@ class MeasuringTest(unittest.TestCase):
 
     def test_help_names_every_option(self):
         text = subprocess.run([HERE / "compare", "--help"], check=True, capture_output=True, text=True).stdout
-        for option in ("ROW", "--program", "--recording", "--keep", "--rounds"):
+        for option in ("ROW", "--program", "--prepare", "--recording", "--keep", "--rounds"):
             self.assertIn(option, text)
 
     def test_floor_prints_the_documents_rows_but_for_keys_and_start(self):
@@ -74,14 +74,22 @@ class MeasuringTest(unittest.TestCase):
                                 zip(self.floor_rows(recording), rows, strict=True)])
 
     def test_made_maps_are_those_that_samples_are_in(self):
-        for is_descending in (False, True):
+        for order in ("ascending", "descending", "random"):
             recording = self.folder / "made"
-            inputs.write_recording(recording, inputs.maps_records(3, 16, is_descending))
+            inputs.write_recording(recording, inputs.maps_records(3, 16, order))
             document = self.convert(recording)
             used = {row[2] for row in document["samples"]["data"]}
             maps = document["libraries"]["data"]
             self.assertEqual(used, {row[0] for row in maps})
             self.assertEqual([f"/no-such-folder/lib{i}.so" for i in range(16)], [row[2] for row in maps])
+
+    def test_made_pages_have_a_map_each(self):
+        recording = self.folder / "made"
+        inputs.write_recording(recording, inputs.pages_records(40, "random"))
+        document = self.convert(recording)
+        self.assertEqual(40, len(document["samples"]["data"]))
+        starts = [row[3] for row in document["libraries"]["data"]]
+        self.assertEqual([inputs.FIRST_PAGE + i * inputs.PAGE_SIZE for i in range(40)], starts)
 
     def test_made_lists_are_read(self):
         recording, symbols = self.folder / "made", self.folder / "list"

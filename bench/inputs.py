@@ -22,6 +22,7 @@ ATTRIBUTE_SIZE = 96
 FIRST_PID = 1000
 FIRST_ADDRESS = 0x10000
 MAP_SIZE = 0x1000
+FIRST_PAGE, PAGE_SIZE = 0x1_0000_0000, 0x1_0000  # of maps that are made up, beyond those with a meaning of their own
 # No such folder: the symbols of these maps cost one look for the file, for maps in use.
 MAP_NAME = "/no-such-folder/lib%d.so"
 
@@ -84,15 +85,29 @@ def samples_records(samples):
         yield sample(FIRST_PID + i % processes, 10**12 + i * 1000, chain)
 
 
-def maps_records(processes, maps, is_descending):
+def ordered(count, order):
+    """The numbers from 0 on, in "ascending", "descending" or "random" order."""
+    numbers = list(range(count))
+    if order == "random":
+        random.Random(1).shuffle(numbers)
+    return reversed(numbers) if order == "descending" else numbers
+
+
+def maps_records(processes, maps, order):
     """So many processes of so many maps each, and a sample of the last process for each of 16 of its
     maps, so that recordings differ in their maps only."""
     for pid in range(FIRST_PID, FIRST_PID + processes):
         yield comm(pid)
-        numbers = reversed(range(maps)) if is_descending else range(maps)
-        yield from (mmap(pid, map_address(i), i) for i in numbers)
+        yield from (mmap(pid, map_address(i), i) for i in ordered(maps, order))
     for i in range(16):
         yield sample(FIRST_PID + processes - 1, 10**12 + i, [map_address(i % maps)])
+
+
+def pages_records(pages, order):
+    """So many samples without a map, each in a page of its own."""
+    yield comm(FIRST_PID)
+    for i, page in enumerate(ordered(pages, order)):
+        yield sample(FIRST_PID, 10**12 + i, [FIRST_PAGE + page * PAGE_SIZE])
 
 
 def program_records(path):

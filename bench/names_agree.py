@@ -21,7 +21,7 @@ from pathlib import Path
 MMAP = re.compile(
     r"PERF_RECORD_MMAP2? (-?\d+)/\d+: \[0x([0-9a-f]+)\(0x([0-9a-f]+)\) @ (0x[0-9a-f]+|0)\s?[^\]]*\]: \S+ (.*)$"
 )
-ENTRY = re.compile(r"^\s+([0-9a-f]+) (.*) \((.*)\)$")
+ENTRY = re.compile(r"^\s+([0-9a-f]+) (.*) \(([^()]*(?: \(deleted\))?)\)$")
 UNKNOWN = "[unknown]"
 
 

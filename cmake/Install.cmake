@@ -1,27 +1,47 @@
-# What `cmake --install` puts where, in two components: "program" (the program and what its users read) and
+# What `cmake --install` puts where, in two components: "program" (the programs and what their users read) and
 # "development" (libraries, headers and package files for find_package(tracemill); see tracemill_layer).
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(TRACEMILL_CONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/tracemill)
 
+# tracemill_install_compressed(FILE FOLDER COMPONENT): installs FILE, named from the root of the project, compressed in
+# FOLDER. Without a time stamp, so that the same text gives the same bytes; configure_file keeps them up to date.
+function(tracemill_install_compressed file folder component)
+  set(copy ${PROJECT_BINARY_DIR}/${file})
+  configure_file(${PROJECT_SOURCE_DIR}/${file} ${copy} COPYONLY)
+  find_program(TRACEMILL_GZIP gzip REQUIRED)
+  execute_process(COMMAND ${TRACEMILL_GZIP} -9nc ${copy} OUTPUT_FILE ${copy}.gz COMMAND_ERROR_IS_FATAL ANY)
+  install(FILES ${copy}.gz DESTINATION ${folder} COMPONENT ${component})
+endfunction()
+
+# tracemill_install_package_texts(PACKAGE COMPONENT): the texts that every Debian package has to bring.
+function(tracemill_install_package_texts package component)
+  set(folder ${CMAKE_INSTALL_DATADIR}/doc/${package})
+  tracemill_install_compressed(share/debian/changelog ${folder} ${component})
+  install(FILES ${PROJECT_SOURCE_DIR}/share/debian/copyright DESTINATION ${folder} COMPONENT ${component})
+endfunction()
+
+# tracemill_install_program(TARGET [SCHEMA]): the program, its manual page and its completion, which are called after it,
+# and the JSON Schema of what it writes; all from share/.
 function(tracemill_install_program target)
   install(TARGETS ${target} RUNTIME COMPONENT program)
-
-  # Manual pages stand compressed where man looks for them; configure_file keeps the compressed one up to date.
-  set(page ${PROJECT_BINARY_DIR}/share/tracemill.1)
-  configure_file(${PROJECT_SOURCE_DIR}/share/tracemill.1 ${page} COPYONLY)
-  find_program(TRACEMILL_GZIP gzip REQUIRED)
-  execute_process(COMMAND ${TRACEMILL_GZIP} -9nc ${page} OUTPUT_FILE ${page}.gz COMMAND_ERROR_IS_FATAL ANY)
-  install(FILES ${page}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT program)
+  tracemill_install_compressed(share/${target}.1 ${CMAKE_INSTALL_MANDIR}/man1 program)
 
   install(
-    FILES ${PROJECT_SOURCE_DIR}/share/tracemill.bash-completion
+    FILES ${PROJECT_SOURCE_DIR}/share/${target}.bash-completion
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
-    RENAME tracemill
+    RENAME ${target}
     COMPONENT program)
-  install(FILES ${PROJECT_SOURCE_DIR}/share/tracemill.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/tracemill
-          COMPONENT program)
+  foreach(schema IN LISTS ARGN)
+    install(FILES ${PROJECT_SOURCE_DIR}/share/${schema} DESTINATION ${CMAKE_INSTALL_DATADIR}/tracemill
+            COMPONENT program)
+  endforeach()
+endfunction()
+
+# What users of all programs read and copy.
+function(tracemill_install_documents)
+  tracemill_install_package_texts(tracemill program)
   install(
     FILES ${PROJECT_SOURCE_DIR}/README.md
     DESTINATION ${CMAKE_INSTALL_DOCDIR}
@@ -41,6 +61,7 @@ function(tracemill_install_program target)
 endfunction()
 
 function(tracemill_install_package_files)
+  tracemill_install_package_texts(libtracemill-dev development)
   install(
     EXPORT tracemill
     FILE tracemill-targets.cmake

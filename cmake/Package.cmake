@@ -1,7 +1,8 @@
 # `cpack -G DEB` in a build directory: tracemill_<version>_<architecture>.deb and, for other projects,
 # libtracemill-dev_<version>_<architecture>.deb.
 set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_CONTACT "The tracemill developers")
+# As in share/debian/changelog.
+set(CPACK_PACKAGE_CONTACT "The tracemill developers <developers@tracemill.example>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL program development)
@@ -20,15 +21,20 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
 
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME tracemill)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_PROGRAM_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_SHLIBDEPS ON) # libelf1, libdw1, zlib1g, liblzma5, libzstd1, libarchive13 with the companions
 # It calls nm for every file that is not in its cache; it does without where the cache is frozen.
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_RECOMMENDS binutils)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SUGGESTS
-    "linux-perf, python3, python3-matplotlib, python3-pandas, gnuplot-nox | gnuplot, jq, sqlite3")
+    "linux-perf, libdebuginfod1, python3, python3-matplotlib, python3-pandas, gnuplot-nox | gnuplot, jq, sqlite3")
 set(CPACK_COMPONENT_PROGRAM_DESCRIPTION
     "Reads a file that perf record wrote and writes one JSON document: every sample
 with its time, CPU, thread and back trace, and the tables that it refers to:
 memory maps, functions, processes and source files.")
+if(TRACEMILL_COMPANIONS)
+  string(APPEND CPACK_COMPONENT_PROGRAM_DESCRIPTION
+         " tracemill-prepare makes any
+recording ready for that, and finds the names of all functions.")
+endif()
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libtracemill-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)

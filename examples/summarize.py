@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Counts the samples of a tracemill document by function.
 
     summarize.py DOCUMENT

@@ -13,9 +13,10 @@ class ByteBuffer : public ByteBufferViewport {
   // A copy of the first `size` bytes (at most `capacity`) of `data`, in storage of `capacity`
   // bytes.
   ByteBuffer(const unsigned char* data, unsigned int capacity, unsigned int size);
-  // Deep copies: own storage of the other's capacity with the other's used bytes.
+  // Deep copies: own storage of the other's capacity with the other's used bytes. A view converts
+  // by itself.
   ByteBuffer(const ByteBuffer& other);
-  explicit ByteBuffer(const ByteBufferViewport& other);
+  ByteBuffer(const ByteBufferViewport& other);
   ByteBuffer& operator=(const ByteBufferViewport& other) override;
   ~ByteBuffer() override;
 

@@ -1,5 +1,6 @@
 #include "kestrel/FileStatus.h"
 
+#include <cerrno>
 #include <sys/stat.h>
 
 namespace kestrel {
@@ -14,6 +15,22 @@ std::optional<FileStatus> FileStatus::of(const std::string& path) {
   result.modificationTime = status.st_mtime;
   result.isSpecial = !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
   return result;
+}
+
+bool FileStatus::isAboutThePath(int error) {
+  switch (error) {
+    case EACCES:
+    case EISDIR:
+    case ELOOP:
+    case ENAMETOOLONG:
+    case ENOENT:
+    case ENOTDIR:
+    case EPERM:
+    case EROFS:
+      return true;
+    default:
+      return false;
+  }
 }
 
 }  // namespace kestrel

@@ -1,5 +1,7 @@
 #include "kestrel/FileTie.h"
 
+#include <cerrno>
+
 #include "kestrel/PortableFile.h"
 #include "kestrel/PortableFileProcessor.h"
 #include "kestrel/log/Logger.h"
@@ -48,20 +50,35 @@ PortableFileProcessor* FileTie::getFileProcessor() const {
 
 void FileTie::close() {
   _log().tracef("%p close()", static_cast<void*>(this));
-  fileProcessor_.reset();
+  if (fileProcessor_ != nullptr) {
+    error_ = fileProcessor_->getError();
+    fileProcessor_.reset();
+    if (localProcessor_ != nullptr && localProcessor_->getError() != 0) {
+      error_ = localProcessor_->getError();
+    }
+  }
   localProcessor_.reset();
 }
 
 bool FileTie::_start(PortableFile* source) {
   fileProcessor_ =
       std::make_unique<PortableFileProcessor>(source, localProcessor_.get(), BLOCK_SIZE);
+  error_ = fileProcessor_->isRegistered() ? 0 : fileProcessor_->getError();
   return fileProcessor_->isRegistered();
+}
+
+void FileTie::LocalProcessor::noteError() {
+  if (error_ == 0) {
+    error_ = errno == 0 ? EIO : errno;
+  }
 }
 
 void FileTie::LocalFileProcessor::processBuffer(const char* data, int length) {
   while (length > 0) {
+    errno = 0;
     const int written = target_->write(data, static_cast<unsigned>(length));
     if (written <= 0) {
+      noteError();
       return;
     }
     data += written;
@@ -70,8 +87,12 @@ void FileTie::LocalFileProcessor::processBuffer(const char* data, int length) {
 }
 
 void FileTie::LocalStreamProcessor::processBuffer(const char* data, int length) {
-  if (length > 0) {
-    target_->write(data, length);
+  if (length <= 0) {
+    return;
+  }
+  errno = 0;
+  if (!target_->write(data, length)) {
+    noteError();
   }
 }
 

@@ -1,7 +1,7 @@
 // Copies everything that arrives on one file into another file or an output stream, on the thread
 // of a selector, until the end of data. What the target does not take is lost: give it a blocking
-// file, and look at the stream's state once the tie is closed. One thread at a time; the target is
-// written by the selector's thread from tie() to close().
+// file, and ask for the error once the tie is closed. One thread at a time; the target is written
+// by the selector's thread from tie() to close().
 #pragma once
 
 #include <memory>
@@ -38,15 +38,36 @@ class FileTie {
   // Stops copying, whatever has arrived by then, and waits for the selector's thread.
   void close();
 
+  // Once closed, or when tie() was false: the errno of what kept bytes of the source from reaching
+  // the target; 0 when the source was copied to its end. A stream may keep back bytes of its own,
+  // for which it answers itself.
+  int getError() const { return error_; }
+
  private:
+  class LocalProcessor;
+
   bool _start(PortableFile* source);
 
-  std::unique_ptr<BlockProcessor> localProcessor_;
+  int error_ = 0;
+  std::unique_ptr<LocalProcessor> localProcessor_;
   std::unique_ptr<PortableFileProcessor> fileProcessor_;
 };
 
+class FileTie::LocalProcessor : public BlockProcessor {
+ public:
+  // The errno of the first write that failed, or 0. Not while blocks are processed.
+  int getError() const { return error_; }
+
+ protected:
+  // Called when a write has failed.
+  void noteError();
+
+ private:
+  int error_ = 0;
+};
+
 // Writes each block to a file.
-class FileTie::LocalFileProcessor : public BlockProcessor {
+class FileTie::LocalFileProcessor : public LocalProcessor {
  public:
   explicit LocalFileProcessor(PortableFile* target) : target_(target) {}
   void processBuffer(const char* data, int length) override;
@@ -56,7 +77,7 @@ class FileTie::LocalFileProcessor : public BlockProcessor {
 };
 
 // Writes each block to an output stream.
-class FileTie::LocalStreamProcessor : public BlockProcessor {
+class FileTie::LocalStreamProcessor : public LocalProcessor {
  public:
   explicit LocalStreamProcessor(std::ostream* target) : target_(target) {}
   void processBuffer(const char* data, int length) override;

@@ -78,7 +78,11 @@ bool FileUtils::processFile(const std::string& path, BlockProcessor& processor) 
   std::ifstream in;
   in.rdbuf()->pubsetbuf(buffer.data(), static_cast<std::streamsize>(buffer.size()));
   in.open(path, std::ios::in | std::ios::binary);
-  return in.is_open() && processStream(in, processor);
+  if (!in.is_open()) {
+    return false;
+  }
+  errno = 0;
+  return processStream(in, processor) && (!in.bad() || errno == EISDIR);
 }
 
 bool FileUtils::processStream(std::istream& in, BlockProcessor& processor) {
@@ -89,10 +93,12 @@ bool FileUtils::processStream(std::istream& in, BlockProcessor& processor) {
   while (in.read(block, BLOCK_SIZE)) {
     processor.processBuffer(block, BLOCK_SIZE);
   }
+  const int error = errno;
   if (in.gcount() > 0) {
     processor.processBuffer(block, static_cast<int>(in.gcount()));
   }
   processor.processEOF();
+  errno = error;
   return true;
 }
 

@@ -16,12 +16,13 @@ class FileUtils {
   // all of it could be created; whatever exists already counts as a directory, files too.
   static bool mkpath(const std::string& path, bool isDirectory);
 
-  // Pushes the file through the processor. False, and nothing reaches the processor, when the file
-  // cannot be opened. A file that opens but cannot be read, as a directory, is an empty one.
+  // Pushes the file through the processor. False with errno set when the file cannot be opened, and
+  // nothing reaches the processor, or when it cannot be read to its end, and the processor gets
+  // what could be, and the end of data. A directory is an empty file.
   static bool processFile(const std::string& path, BlockProcessor& processor);
   // Pushes the rest of the stream through the processor in blocks of 2048 bytes, then ends it with
   // processEOF(). False, and nothing reaches the processor, when the stream is bad. A read error in
-  // the middle ends the data without a report.
+  // the middle ends the data and leaves the stream bad, with errno set.
   static bool processStream(std::istream& in, BlockProcessor& processor);
 
   // Copies the bytes of a regular file; a target that exists is overwritten, its directories are

@@ -16,7 +16,18 @@ const char* _find(const char* begin, const char* end, char byte) {
 
 }  // namespace
 
-void LineProcessor::processBuffer(const char* data, int length) {
+void LineProcessor::processChar(char c) {
+  if (finished_ != 0) {
+    return;
+  }
+  if (c == '\n') {
+    _endLine();
+  } else {
+    _take(&c, &c + 1);
+  }
+}
+
+void LineProcessor::takeBlock(const char* data, int length) {
   const char* const end = data + std::max(length, 0);
   while (data != end && finished_ == 0) {
     const char* const lineEnd = _find(data, end, '\n');
@@ -28,8 +39,6 @@ void LineProcessor::processBuffer(const char* data, int length) {
     }
   }
 }
-
-void LineProcessor::processChar(char c) { processBuffer(&c, 1); }
 
 // Bytes of the current line.
 void LineProcessor::_take(const char* begin, const char* end) {

@@ -11,8 +11,6 @@ namespace kestrel {
 
 class LineProcessor : public CharProcessor {
  public:
-  // As processChar() for each byte, without a call for each.
-  void processBuffer(const char* data, int length) override;
   void processChar(char c) override;
   // Delivers a last line without line feed. Later characters and a second end of data are ignored
   // until reset().
@@ -26,6 +24,9 @@ class LineProcessor : public CharProcessor {
  protected:
   // Lines delivered so far; while processLine runs, the number of its line, from 1.
   std::uint32_t getLineCount() const { return lineCount_; }
+  // As processChar() for each byte, without a call for each: for the processBuffer() of subclasses
+  // whose lists are long and whose processChar() is this one.
+  void takeBlock(const char* data, int length);
 
  private:
   void _take(const char* begin, const char* end);

@@ -97,12 +97,14 @@ void LinuxPipe::setNonBlocking(bool nonBlocking) {
   nonBlocking_ = nonBlocking;
   // A named pipe must not block when it is opened again either.
   openFlags_ = nonBlocking ? openFlags_ | O_NONBLOCK : openFlags_ & ~O_NONBLOCK;
-  if (fd_ == -1) {
-    return;
-  }
-  const int flags = ::fcntl(fd_, F_GETFL);
-  if (flags != -1) {
-    ::fcntl(fd_, F_SETFL, nonBlocking ? flags | O_NONBLOCK : flags & ~O_NONBLOCK);
+  _applyBlocking();
+}
+
+void LinuxPipe::_applyBlocking() {
+  const int flags = fd_ == -1 ? -1 : ::fcntl(fd_, F_GETFL);
+  const int wanted = nonBlocking_ ? flags | O_NONBLOCK : flags & ~O_NONBLOCK;
+  if (flags != -1 && flags != wanted) {
+    ::fcntl(fd_, F_SETFL, wanted);
   }
 }
 
@@ -148,6 +150,9 @@ void LinuxPipe::setFd(int fd) {
   name_.clear();
   fd_ = fd;
   eof_ = false;
+  if (nonBlocking_) {
+    _applyBlocking();
+  }
 }
 
 // Opens the name again after the last writer has left. The new descriptor takes the place of the

@@ -34,6 +34,7 @@ class LinuxPipe : public PortablePipe, public LinuxFileExt {
   void setDefaultMode(unsigned mode) override { defaultMode_ = mode; }
 
  private:
+  void _applyBlocking();
   bool _reopen();
 
   std::string name_;             // empty for an anonymous pipe

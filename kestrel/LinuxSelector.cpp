@@ -4,8 +4,8 @@
 #include <cerrno>
 #include <new>
 
-#include "kestrel/BackgroundTasks.h"
 #include "kestrel/Deadline.h"
+#include "kestrel/ThreadGroup.h"
 #include "kestrel/log/Logger.h"
 
 namespace kestrel {
@@ -52,13 +52,16 @@ LinuxSelector::LinuxSelector() {
   {
     const ScopedLock guard(lock_);
     if (!_openControlPipe()) {
-      _log().errorf("%p Cannot create anonymous pipe! errno=%d", static_cast<void*>(this), errno);
+      error_ = errno;
+      _log().errorf("%p Cannot create anonymous pipe! errno=%d", static_cast<void*>(this),
+                    error_.load());
       closed_ = true;
       return;
     }
   }
-  if (!BackgroundTasks::start(this)) {
+  if (!DefaultThreadGroup::Instance()->spawn(this, false)) {
     const ScopedLock guard(lock_);
+    error_ = EAGAIN;
     closed_ = true;
   }
 }
@@ -139,25 +142,10 @@ void LinuxSelector::run() {
     _close(entry);
   }
   entries_.clear();
-  BackgroundTasks::markEnding();
+  ThreadGroup::returnWorkerEarly();
   closed_ = true;
   // Whoever waits may delete the selector as soon as the lock is free: nothing may follow.
   lock_.notifyAll();
-}
-
-std::size_t LinuxSelector::getFileCountForTest() {
-  const ScopedLock guard(lock_);
-  return entries_.size();
-}
-
-unsigned LinuxSelector::getWakeUpCountForTest() {
-  const ScopedLock guard(lock_);
-  return wakeUpCount_;
-}
-
-int LinuxSelector::getControlFdForTest() {
-  const ScopedLock guard(lock_);
-  return controlWriteEnd_->getFd();
 }
 
 // False with errno set when there is no pipe or select() could not watch it.
@@ -252,8 +240,9 @@ int LinuxSelector::_buildReadSet(fd_set& readSet) {
   return highest;
 }
 
-bool LinuxSelector::_survivesError(int error) const {
+bool LinuxSelector::_survivesError(int error) {
   const void* const self = this;
+  error_ = error == EINTR ? 0 : error;
   switch (error) {
     case EINTR:
       return true;
@@ -288,7 +277,9 @@ void LinuxSelector::_notifyReadable(Loop& loop) {
 // Takes one byte from the control pipe; false when the loop has to end.
 bool LinuxSelector::_obeyControl(Loop& loop) {
   char command = 0;
+  errno = 0;
   if (controlReadEnd_->read(&command, 1) != 1) {
+    error_ = errno == 0 ? EPIPE : errno;
     _log().warnf("%p Control pipe is broken, closing...", static_cast<void*>(this));
     return false;
   }

@@ -3,7 +3,7 @@
 // selector is closed for good. Descriptors of FD_SETSIZE and above cannot be watched.
 #pragma once
 
-#include <cstddef>
+#include <atomic>
 #include <memory>
 #include <sys/select.h>
 #include <vector>
@@ -30,19 +30,15 @@ class LinuxSelector final : public PortableSelector, public LinuxSelectorExt, pu
   void closeFile(PortableFile* file) override;
   void closeSelector() override;
   PortableSelectorExt* ext() override { return this; }
+  int getError() const override { return error_; }
   void setWakeUpInterval(double seconds) override;
 
   // The loop; only the thread group calls it.
   void run() override;
 
-  // The files that are registered.
-  std::size_t getFileCountForTest();
-  // How often select() has returned.
-  unsigned getWakeUpCountForTest();
-  // The write end of the control pipe.
-  int getControlFdForTest();
-
  private:
+  friend class TestAccess;  // of this project's own tests
+
   struct Entry {
     PortableFile* file;  // owned
     Listener* listener;  // borrowed
@@ -57,25 +53,27 @@ class LinuxSelector final : public PortableSelector, public LinuxSelectorExt, pu
     fd_set readSet;
   };
 
-  bool _openControlPipe() REQUIRES(lock_);
-  Entry* _find(const PortableFile* file) REQUIRES(lock_);
+  bool _openControlPipe() KESTREL_REQUIRES(lock_);
+  Entry* _find(const PortableFile* file) KESTREL_REQUIRES(lock_);
 
-  bool _iterate(Loop& loop) REQUIRES(lock_);
-  void _failUnwatchable(Loop& loop) REQUIRES(lock_);
-  void _removeClosed() REQUIRES(lock_);
-  int _buildReadSet(fd_set& readSet) REQUIRES(lock_);
-  bool _survivesError(int error) const;
-  void _notifyReadable(Loop& loop) REQUIRES(lock_);
-  bool _obeyControl(Loop& loop) REQUIRES(lock_);
-  void _close(const Entry& entry) REQUIRES(lock_);
+  bool _iterate(Loop& loop) KESTREL_REQUIRES(lock_);
+  void _failUnwatchable(Loop& loop) KESTREL_REQUIRES(lock_);
+  void _removeClosed() KESTREL_REQUIRES(lock_);
+  int _buildReadSet(fd_set& readSet) KESTREL_REQUIRES(lock_);
+  bool _survivesError(int error);
+  void _notifyReadable(Loop& loop) KESTREL_REQUIRES(lock_);
+  bool _obeyControl(Loop& loop) KESTREL_REQUIRES(lock_);
+  void _close(const Entry& entry) KESTREL_REQUIRES(lock_);
 
-  Lock lock_;                                    // its condition: the loop has ended
-  bool closed_ GUARDED_BY(lock_) = false;        // no loop runs
-  double wakeUpInterval_ GUARDED_BY(lock_) = 0;  // seconds; 0: none
-  std::vector<Entry> entries_ GUARDED_BY(lock_);
-  std::unique_ptr<LinuxPipe> controlReadEnd_ GUARDED_BY(lock_);
-  std::unique_ptr<LinuxPipe> controlWriteEnd_ GUARDED_BY(lock_);
-  unsigned wakeUpCount_ GUARDED_BY(lock_) = 0;
+  RequiredLock lock_;                                    // its condition: the loop has ended
+  bool closed_ KESTREL_GUARDED_BY(lock_) = false;        // no loop runs
+  double wakeUpInterval_ KESTREL_GUARDED_BY(lock_) = 0;  // seconds; 0: none
+  std::vector<Entry> entries_ KESTREL_GUARDED_BY(lock_);
+  std::unique_ptr<LinuxPipe> controlReadEnd_ KESTREL_GUARDED_BY(lock_);
+  std::unique_ptr<LinuxPipe> controlWriteEnd_ KESTREL_GUARDED_BY(lock_);
+  std::atomic<int> error_{0};  // see getError()
+  // How often select() has returned.
+  unsigned wakeUpCount_ KESTREL_GUARDED_BY(lock_) = 0;
 };
 
 }  // namespace kestrel

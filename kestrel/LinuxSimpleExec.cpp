@@ -11,13 +11,13 @@
 #include <unistd.h>
 #include <utility>
 
-#include "kestrel/BackgroundTasks.h"
 #include "kestrel/ChildLaunch.h"
 #include "kestrel/ChildWatch.h"
 #include "kestrel/Deadline.h"
 #include "kestrel/LinuxPipe.h"
 #include "kestrel/ProcessMetrics.h"
 #include "kestrel/ShellCommandLineParser.h"
+#include "kestrel/ThreadGroup.h"
 #include "kestrel/log/Logger.h"
 
 namespace kestrel {
@@ -233,7 +233,7 @@ void LinuxSimpleExec::run() {
     _log().debugf("%p [%s] notifying interested parties, control flow ends", self, name_.c_str());
     _tellListener(status);
   }
-  BackgroundTasks::markEnding();
+  ThreadGroup::returnWorkerEarly();
   // Looked at again: the listener, or another thread meanwhile, may have disposed of the object.
   if (selfDestruct_ && !destroyerWaits_) {
     _log().debugf("%p [%s] self destructing control flow", self, name_.c_str());
@@ -255,7 +255,7 @@ int LinuxSimpleExec::_exec(const std::vector<std::string>& args, const char* wor
     const ScopedLock guard(lock_);
     if (exitStatus_ == RUNNING) {
       _log().warnf("%p [%s] child pid=%d is still running", self, name_.c_str(), pid_);
-      return RUNNING;
+      return REFUSED;
     }
     listener_ = listener;
   }
@@ -293,7 +293,7 @@ int LinuxSimpleExec::_init() {
     return _fail(FORK_FAILED, error);
   }
   _adopt(pid, pipes);
-  return BackgroundTasks::start(this) ? RUNNING : _abandonChild();
+  return DefaultThreadGroup::Instance()->spawn(this, false) ? RUNNING : _abandonChild();
 }
 
 void LinuxSimpleExec::_reset() {

@@ -79,13 +79,13 @@ class LinuxSimpleExec final : public SimpleExec, public Runnable {
   void _adopt(pid_t pid, Pipes& pipes);
   int _abandonChild();
   void _setOutcome(Outcome outcome);
-  void _closeEnds() REQUIRES(lock_);
+  void _closeEnds() KESTREL_REQUIRES(lock_);
   void _setArgv(const std::vector<std::string>& args);
   void _freeArgv();
 
-  int _reap(int waitError) REQUIRES(lock_);
-  int _checkExecuted(int status) REQUIRES(lock_);
-  void _tellListener(int status) REQUIRES(lock_);
+  int _reap(int waitError) KESTREL_REQUIRES(lock_);
+  int _checkExecuted(int status) KESTREL_REQUIRES(lock_);
+  void _tellListener(int status) KESTREL_REQUIRES(lock_);
 
   // Set by exec(), before the watcher exists and while none runs.
   std::string name_;
@@ -96,23 +96,23 @@ class LinuxSimpleExec final : public SimpleExec, public Runnable {
   int statusFd_ = -1;   // read end of the exec status pipe, non-blocking; the watcher's
   int droppedFd_ = -1;  // read end of a standard error that is dropped, non-blocking; the watcher's
 
-  mutable Lock lock_;  // its condition: the exit status has changed
-  pid_t pid_ GUARDED_BY(lock_) = -1;
-  int inFd_ GUARDED_BY(lock_) = -1;  // the parent's ends; -1 when absent or claimed
-  int outFd_ GUARDED_BY(lock_) = -1;
-  int errorFd_ GUARDED_BY(lock_) = -1;
-  int exitStatus_ GUARDED_BY(lock_) = NO_COMMAND;
-  int errorNumber_ GUARDED_BY(lock_) = 0;
-  bool selfDestruct_ GUARDED_BY(lock_) = false;
-  ExitListener* listener_ GUARDED_BY(lock_) = nullptr;  // borrowed
-  bool reaped_ GUARDED_BY(lock_) = false;               // the pid may be another process's by now
-  bool listenerRuns_ GUARDED_BY(lock_) = false;
-  pthread_t listenerThread_ GUARDED_BY(lock_) = {};  // valid while listenerRuns_
+  mutable RequiredLock lock_;  // its condition: the exit status has changed
+  pid_t pid_ KESTREL_GUARDED_BY(lock_) = -1;
+  int inFd_ KESTREL_GUARDED_BY(lock_) = -1;  // the parent's ends; -1 when absent or claimed
+  int outFd_ KESTREL_GUARDED_BY(lock_) = -1;
+  int errorFd_ KESTREL_GUARDED_BY(lock_) = -1;
+  int exitStatus_ KESTREL_GUARDED_BY(lock_) = NO_COMMAND;
+  int errorNumber_ KESTREL_GUARDED_BY(lock_) = 0;
+  bool selfDestruct_ KESTREL_GUARDED_BY(lock_) = false;
+  ExitListener* listener_ KESTREL_GUARDED_BY(lock_) = nullptr;  // borrowed
+  bool reaped_ KESTREL_GUARDED_BY(lock_) = false;  // the pid may be another process's by now
+  bool listenerRuns_ KESTREL_GUARDED_BY(lock_) = false;
+  pthread_t listenerThread_ KESTREL_GUARDED_BY(lock_) = {};  // valid while listenerRuns_
   // selfDestruct() deletes the object, not the watcher.
-  bool destroyerWaits_ GUARDED_BY(lock_) = false;
+  bool destroyerWaits_ KESTREL_GUARDED_BY(lock_) = false;
 
-  Lock outcomeLock_;  // its condition: the outcome is known
-  Outcome outcome_ GUARDED_BY(outcomeLock_) = Outcome::NOT_EXECUTED;
+  RequiredLock outcomeLock_;  // its condition: the outcome is known
+  Outcome outcome_ KESTREL_GUARDED_BY(outcomeLock_) = Outcome::NOT_EXECUTED;
 };
 
 }  // namespace kestrel

@@ -5,6 +5,7 @@
 #include <ctime>
 #include <new>
 #include <pthread.h>
+#include <sched.h>
 #include <sys/time.h>
 
 namespace kestrel {
@@ -56,26 +57,35 @@ Lock::~Lock() {
   }
 }
 
-void Lock::lock() NO_THREAD_SAFETY_ANALYSIS {
+RequiredLock::RequiredLock() {
+  if (!_hasBlock()) {
+    throw std::bad_alloc();
+  }
+}
+
+void Lock::lock() KESTREL_NO_THREAD_SAFETY_ANALYSIS {
   if (block_ != nullptr) {
     _report(pthread_mutex_lock(&block_->mutex), "pthread_mutex_lock() error");
   }
 }
 
-void Lock::unlock() NO_THREAD_SAFETY_ANALYSIS {
+void Lock::unlock() KESTREL_NO_THREAD_SAFETY_ANALYSIS {
   if (block_ != nullptr) {
     _report(pthread_mutex_unlock(&block_->mutex), "pthread_mutex_unlock() error");
   }
 }
 
 void Lock::wait() {
-  if (block_ != nullptr) {
-    _report(pthread_cond_wait(&block_->condition, &block_->mutex), "pthread_cond_wait() error");
+  if (block_ == nullptr) {
+    sched_yield();
+    return;
   }
+  _report(pthread_cond_wait(&block_->condition, &block_->mutex), "pthread_cond_wait() error");
 }
 
 void Lock::wait(int milliseconds) {
   if (block_ == nullptr) {
+    sched_yield();
     return;
   }
   const timespec end = _timeAfter(milliseconds < 0 ? 0 : milliseconds);

@@ -6,37 +6,49 @@
 
 namespace kestrel {
 
-class CAPABILITY("mutex") Lock {
+class KESTREL_CAPABILITY("mutex") Lock {
  public:
   Lock();
   virtual ~Lock();
   Lock(const Lock&) = delete;
   Lock& operator=(const Lock&) = delete;
 
-  void lock() ACQUIRE();
-  void unlock() RELEASE();
+  void lock() KESTREL_ACQUIRE();
+  void unlock() KESTREL_RELEASE();
 
   // Releases the lock, sleeps until notified, takes the lock again. May wake without cause: re-test
   // the condition in a loop.
-  void wait() REQUIRES(this);
+  void wait() KESTREL_REQUIRES(this);
   // As above, for at most `milliseconds` of wall-clock time (a negative number counts as 0); a
   // time-out is not told from a wake-up. See Deadline for waiting in a loop.
-  void wait(int milliseconds) REQUIRES(this);
+  void wait(int milliseconds) KESTREL_REQUIRES(this);
 
   // The lock need not be held.
   void notify();     // one waiter
   void notifyAll();  // every waiter
 
+ protected:
+  bool _hasBlock() const { return block_ != nullptr; }
+
  private:
   struct Block;
-  Block* block_;  // owned; null when it could not be allocated: then no operation does anything
+  // Owned; null when it could not be allocated: then no operation does anything, but that a wait
+  // lets other threads run.
+  Block* block_;
+};
+
+// A lock that there is: whose construction throws std::bad_alloc when its block cannot be
+// allocated. For what would be torn, or wait for ever, without it.
+class KESTREL_CAPABILITY("mutex") RequiredLock : public Lock {
+ public:
+  RequiredLock();
 };
 
 // Holds a lock for a scope.
-class SCOPED_CAPABILITY ScopedLock {
+class KESTREL_SCOPED_CAPABILITY ScopedLock {
  public:
-  explicit ScopedLock(Lock& lock) ACQUIRE(lock) : lock_(lock) { lock_.lock(); }
-  ~ScopedLock() RELEASE() {
+  explicit ScopedLock(Lock& lock) KESTREL_ACQUIRE(lock) : lock_(lock) { lock_.lock(); }
+  ~ScopedLock() KESTREL_RELEASE() {
     if (held_) {
       lock_.unlock();
     }
@@ -46,11 +58,11 @@ class SCOPED_CAPABILITY ScopedLock {
 
   // Gives the lock up before the scope ends, and takes it again: for a call that must run without
   // it.
-  void unlock() RELEASE() {
+  void unlock() KESTREL_RELEASE() {
     held_ = false;
     lock_.unlock();
   }
-  void lock() ACQUIRE() {
+  void lock() KESTREL_ACQUIRE() {
     lock_.lock();
     held_ = true;
   }

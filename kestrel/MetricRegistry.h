@@ -33,8 +33,8 @@ class MetricRegistry {
 
  private:
   Logger* const logger_;
-  mutable Lock lock_;
-  std::set<Metric*, std::less<Metric*>> metrics_ GUARDED_BY(lock_);
+  mutable RequiredLock lock_;
+  std::set<Metric*, std::less<Metric*>> metrics_ KESTREL_GUARDED_BY(lock_);
 };
 
 }  // namespace kestrel

@@ -15,7 +15,7 @@ class LinuxFileExt : public PortableFileExt {
   // -1 while the file is closed.
   virtual int getFd() const = 0;
   // Takes ownership of an open descriptor; the one held so far is closed. Clears the end-of-file
-  // flag.
+  // flag. A file that was set non-blocking makes the descriptor so.
   virtual void setFd(int fd) = 0;
   // The permission bits that a file is created with, before the process's mask.
   virtual unsigned getDefaultMode() const = 0;

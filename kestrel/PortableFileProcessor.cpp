@@ -1,5 +1,6 @@
 #include "kestrel/PortableFileProcessor.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
@@ -71,10 +72,12 @@ bool PortableFileProcessor::onCanRead(PortableSelector* selector, PortableFile* 
       return true;
     }
     if (count < 0) {
+      _setError(errno);
       onError(selector, file, count);
       return false;
     }
     if (count == 0) {
+      _setError(0);
       return false;
     }
     processor_->processBuffer(buffer_.get(), count);
@@ -91,9 +94,13 @@ void PortableFileProcessor::onError(PortableSelector* selector, PortableFile* fi
   processor_->processError(message);
 }
 
-void PortableFileProcessor::onClose(PortableSelector* /*selector*/, PortableFile* /*file*/) {
+void PortableFileProcessor::onClose(PortableSelector* selector, PortableFile* /*file*/) {
   const ScopedLock guard(lock_);
   if (!done_) {
+    if (error_ == NOT_AT_THE_END) {
+      const int error = selector == nullptr ? 0 : selector->getError();
+      error_ = error == 0 ? ECANCELED : error;
+    }
     processor_->processEOF();
     done_ = true;
     lock_.notifyAll();
@@ -104,12 +111,14 @@ void PortableFileProcessor::onClose(PortableSelector* /*selector*/, PortableFile
 bool PortableFileProcessor::_start(PortableFile* file) {
   buffer_.reset(static_cast<char*>(std::malloc(bufferSize_)));
   if (buffer_ == nullptr) {
+    _setError(ENOMEM);
     _log().warnf("%p could not allocate buffer size %u", static_cast<void*>(this), bufferSize_);
     return false;
   }
   file->setNonBlocking(true);
   std::unique_ptr<PortableSelector> selector(PortableSelectorFactory::createSelector());
   if (selector == nullptr) {
+    _setError(ENOMEM);
     _log().warnf("%p could not allocate selector", static_cast<void*>(this));
     return false;
   }
@@ -117,12 +126,23 @@ bool PortableFileProcessor::_start(PortableFile* file) {
   _setDone(false);
   if (!selector->addFile(file, this)) {
     _setDone(true);
+    _setError(selector->getError() == 0 ? EBADF : selector->getError());
     _log().warnf("%p addFile failed", static_cast<void*>(this));
     return false;
   }
   const ScopedLock guard(lock_);
   selector_ = std::move(selector);
   return true;
+}
+
+int PortableFileProcessor::getError() const {
+  const ScopedLock guard(lock_);
+  return error_ == NOT_AT_THE_END ? ECANCELED : error_;
+}
+
+void PortableFileProcessor::_setError(int error) {
+  const ScopedLock guard(lock_);
+  error_ = error;
 }
 
 void PortableFileProcessor::_setDone(bool done) {

@@ -32,6 +32,9 @@ class PortableFileProcessor : public PortableSelector::Listener {
   // Waits for at most `milliseconds` until the block processor has had its processEOF(). Whether it
   // has; true at once when nothing was ever registered.
   bool waitTilDone(unsigned milliseconds);
+  // The errno of what kept the file from being read to its end: ECANCELED while it goes on, 0 once
+  // the end of data has been read.
+  int getError() const;
   // Stops reading and waits for the selector's thread; a file not yet at its end is given up, and
   // the block processor gets its processEOF(). Later calls do nothing.
   void close();
@@ -45,12 +48,15 @@ class PortableFileProcessor : public PortableSelector::Listener {
   void onClose(PortableSelector* selector, PortableFile* file) override;
 
  private:
+  static constexpr int NOT_AT_THE_END = -1;
+
   struct FreeBuffer {
     void operator()(char* buffer) const;
   };
 
   bool _start(PortableFile* file);
   void _setDone(bool done);
+  void _setError(int error);
 
   std::atomic<unsigned> readsPerReadiness_{1};
   BlockProcessor* const processor_;  // borrowed, may be null
@@ -58,9 +64,10 @@ class PortableFileProcessor : public PortableSelector::Listener {
   std::unique_ptr<char, FreeBuffer> buffer_;  // raw; used by the selector's thread
   bool registered_ = false;
 
-  Lock lock_;  // its condition: done
-  std::unique_ptr<PortableSelector> selector_ GUARDED_BY(lock_);
-  bool done_ GUARDED_BY(lock_) = true;
+  mutable RequiredLock lock_;  // its condition: done
+  std::unique_ptr<PortableSelector> selector_ KESTREL_GUARDED_BY(lock_);
+  bool done_ KESTREL_GUARDED_BY(lock_) = true;
+  int error_ KESTREL_GUARDED_BY(lock_) = NOT_AT_THE_END;  // see getError()
 };
 
 }  // namespace kestrel

@@ -46,6 +46,9 @@ class PortableSelector {
   virtual void closeSelector() = 0;
   // Owned by the selector.
   virtual PortableSelectorExt* ext() = 0;
+  // The errno of what closed the selector, or kept it from being opened; 0 when nothing of that
+  // kind happened. Any thread, but a listener's onClose() only while it is called.
+  virtual int getError() const { return 0; }
 };
 
 class PortableSelectorFactory {

@@ -22,16 +22,19 @@ std::string _directoryOf(const std::string& path) {
   return slash == std::string::npos ? "./" : path.substr(0, slash + 1);
 }
 
-// Whether the file could be opened for writing, or made. Neither makes nor changes it.
+// Whether the file could be opened for writing, or made; else errno is set. Neither makes nor
+// changes it.
 bool _isWritable(const std::string& path) {
   const int descriptor = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
   if (descriptor == -1) {
     return errno == ENOENT;
   }
   struct stat status {};
-  const bool isRegular = fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+  const bool isKnown = fstat(descriptor, &status) == 0;
+  const int error = isKnown ? EACCES : errno;
   close(descriptor);
-  return isRegular;
+  errno = error;
+  return isKnown && S_ISREG(status.st_mode);
 }
 
 // Whether this process holds the file's lock now, and the file still has its name.
@@ -44,8 +47,8 @@ bool _lock(int descriptor) {
 }  // namespace
 
 ReplacementFile::ReplacementFile(const std::string& path) : path_(path) {
-  if (_isWritable(path)) {
-    _createTemporary(_directoryOf(path));
+  if (!_isWritable(path) || !_createTemporary(_directoryOf(path))) {
+    error_ = errno;
   }
 }
 
@@ -79,7 +82,11 @@ bool ReplacementFile::_createTemporary(const std::string& directory) {
 }
 
 bool ReplacementFile::commit() {
-  if (descriptor_ == -1 || std::rename(temporaryPath_.c_str(), path_.c_str()) != 0) {
+  if (descriptor_ == -1) {
+    return false;
+  }
+  if (std::rename(temporaryPath_.c_str(), path_.c_str()) != 0) {
+    error_ = errno;
     return false;
   }
   close(descriptor_);
@@ -88,7 +95,11 @@ bool ReplacementFile::commit() {
 }
 
 bool ReplacementFile::commitEmpty() {
-  return descriptor_ != -1 && ftruncate(descriptor_, 0) == 0 && commit();
+  if (descriptor_ != -1 && ftruncate(descriptor_, 0) != 0) {
+    error_ = errno;
+    return false;
+  }
+  return commit();
 }
 
 void ReplacementFile::removeAbandoned(const std::string& directory) {

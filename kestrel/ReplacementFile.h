@@ -19,6 +19,8 @@ class ReplacementFile {
   ReplacementFile& operator=(const ReplacementFile&) = delete;
 
   bool isOpen() const { return descriptor_ != -1; }
+  // The errno of what failed last.
+  int getError() const { return error_; }
   // Where the content is to be written.
   const std::string& temporaryPath() const { return temporaryPath_; }
 
@@ -36,6 +38,7 @@ class ReplacementFile {
 
   std::string path_;
   std::string temporaryPath_;
+  int error_ = 0;
   int descriptor_ = -1;  // holds the lock that tells a file being written from an abandoned one
 };
 

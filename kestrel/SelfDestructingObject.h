@@ -28,8 +28,8 @@ class SelfDestructingObject : public SelfDestructingResource {
   bool release() override;
 
  private:
-  Lock referenceLock_;
-  std::uint32_t references_ GUARDED_BY(referenceLock_) = 0;
+  RequiredLock referenceLock_;
+  std::uint32_t references_ KESTREL_GUARDED_BY(referenceLock_) = 0;
 };
 
 }  // namespace kestrel

@@ -7,7 +7,8 @@
 // after selfDestruct().
 //
 // Exit status: RUNNING from the moment the child exists until its listener has been told of its
-// end; then 0 to 255, the child's exit code, or one of the other negative values.
+// end; then 0 to 255, the child's exit code, or one of the other negative values but REFUSED, which
+// is no status.
 #pragma once
 
 #include <string>
@@ -26,6 +27,7 @@ class SimpleExec {
   static constexpr int EXEC_FAILED = -5;  // the command could not be executed in the child
   static constexpr int WAIT_FAILED = -6;  // waiting for the child failed
   static constexpr int KILLED = -7;       // the child was killed by a signal
+  static constexpr int REFUSED = -8;      // what exec() returns while a child runs
 
   class ExitListener {
    public:
@@ -43,8 +45,8 @@ class SimpleExec {
   // Start a command; its first word is searched on PATH unless it holds a "/". RUNNING when the
   // child was started (it may have ended by the time of the return), else the negative status. The
   // working directory is the program's when it is empty, "." or never given. The listener is
-  // borrowed until the child's end and may be null. One thread; not while a child runs: then
-  // nothing is started and the status stays RUNNING.
+  // borrowed until the child's end and may be null. One thread; not while a child runs: then the
+  // result is REFUSED, nothing is started, and child, status and listener stay as they are.
   virtual int exec(int argc, const char* const* argv, const char* workingDir,
                    ExitListener* listener) = 0;
   virtual int exec(const std::vector<std::string>& args, ExitListener* listener) = 0;

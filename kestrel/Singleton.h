@@ -17,16 +17,9 @@ class Singleton {
     return instance;
   }
 
-  // Destroys the instance, so that the next use starts afresh. For tests that run the converter
-  // more than once in one process; whoever still holds a pointer to the instance holds a dangling
-  // one.
-  static void resetForTest() {
-    T*& instance = _slot();
-    delete instance;
-    instance = nullptr;
-  }
-
  private:
+  friend class TestAccess;  // of this project's own tests
+
   static T*& _slot() {
     static T* instance = nullptr;
     return instance;

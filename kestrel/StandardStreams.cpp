@@ -22,4 +22,11 @@ bool StandardStreams::flushOutput() {
   return std::ferror(stdout) == 0 && isFlushed;
 }
 
+void StandardStreams::writeOutputInBlocks() {
+  constexpr std::size_t BLOCK_SIZE = 128 * 1024;
+  static char block[BLOCK_SIZE];
+  std::fflush(stdout);
+  std::setvbuf(stdout, block, _IOFBF, sizeof(block));
+}
+
 }  // namespace kestrel

@@ -12,6 +12,9 @@ class StandardStreams {
   // Hands everything printed so far to the system. False when any of it, now or before, could not
   // be written.
   static bool flushOutput();
+  // Has standard output written in large pieces, lines and terminals or not. Before much was
+  // written to it.
+  static void writeOutputInBlocks();
 };
 
 }  // namespace kestrel

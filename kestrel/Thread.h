@@ -48,10 +48,10 @@ class Thread : public SelfDestructingObject {
   const std::string name_;
   Runnable* const runnable_;  // borrowed, may be null
 
-  Lock handleLock_;
-  bool started_ GUARDED_BY(handleLock_) = false;
-  bool ended_ GUARDED_BY(handleLock_) = false;
-  pthread_t handle_ GUARDED_BY(handleLock_) = {};  // valid from started_ until ended_
+  RequiredLock handleLock_;
+  bool started_ KESTREL_GUARDED_BY(handleLock_) = false;
+  bool ended_ KESTREL_GUARDED_BY(handleLock_) = false;
+  pthread_t handle_ KESTREL_GUARDED_BY(handleLock_) = {};  // valid from started_ until ended_
 };
 
 }  // namespace kestrel

@@ -1,6 +1,7 @@
 #include "kestrel/ThreadGroup.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "kestrel/MetricRegistry.h"
@@ -62,7 +63,13 @@ ThreadGroup::WorkerThread* ThreadGroup::getWorker() {
   return worker;
 }
 
-ThreadGroup::WorkerThread* ThreadGroup::_createWorker() {
+// Without memory there is no thread either.
+ThreadGroup::WorkerThread* ThreadGroup::_createWorker() try {
+  // First, and for the way back, too: a worker that returns must not run out of memory.
+  if (idle_.capacity() == workers_.size() || workers_.capacity() == workers_.size()) {
+    workers_.reserve(2 * workers_.size() + 1);
+    idle_.reserve(workers_.capacity());
+  }
   WorkerThread* const worker = new WorkerThread(workerName_, *this);
   worker->reserve();  // the group's
   worker->reserve();  // the caller's
@@ -76,6 +83,8 @@ ThreadGroup::WorkerThread* ThreadGroup::_createWorker() {
   _log().debugf("getWorker: group:%s worker:%p new worker created.  There are %d workers.",
                 name_.c_str(), _address(worker), static_cast<int>(workers_.size()));
   return worker;
+} catch (const std::bad_alloc&) {
+  return nullptr;
 }
 
 void ThreadGroup::putWorker(WorkerThread* worker) {
@@ -105,6 +114,14 @@ void ThreadGroup::close() {
     worker->release();
   }
 }
+
+void ThreadGroup::returnWorkerEarly() {
+  if (WorkerThread* const worker = WorkerThread::current_) {
+    worker->_giveBack();
+  }
+}
+
+thread_local ThreadGroup::WorkerThread* ThreadGroup::WorkerThread::current_ = nullptr;
 
 ThreadGroup::WorkerThread::WorkerThread(const std::string& name, ThreadGroup& group)
     : Thread(name), group_(group) {}
@@ -136,8 +153,11 @@ void ThreadGroup::WorkerThread::run() {
     Runnable* const runner = runner_;
     busy_ = true;
     guard.unlock();
+    givenBack_ = false;
+    current_ = this;
     runner->run();  // may delete itself
-    group_.putWorker(this);
+    current_ = nullptr;
+    _giveBack();
     guard.lock();
     runner_ = nullptr;
     busy_ = false;
@@ -145,6 +165,13 @@ void ThreadGroup::WorkerThread::run() {
   }
   _dropPending();
   workLock_.notifyAll();
+}
+
+void ThreadGroup::WorkerThread::_giveBack() {
+  if (!givenBack_) {
+    givenBack_ = true;
+    group_.putWorker(this);
+  }
 }
 
 // Being busy stands for the worker lock, which nobody gets while a runner runs. Not the lock

@@ -37,6 +37,12 @@ class ThreadGroup {
   // if `deleteRunner` is set. A runner that has run is never deleted by the group.
   bool spawn(Runnable* runner, bool deleteRunner);
 
+  // Called by a runner, on the thread that runs it, just before it lets others know that it has
+  // ended, and after which it spawns nothing: its worker is among the idle ones from now on, so
+  // that whoever starts one task after another needs one worker and not two. Whoever takes the
+  // worker waits for the rest of the runner. Does nothing on other threads, and a second time.
+  static void returnWorkerEarly();
+
   // Takes a worker out of the group's idle ones, or creates one. Null when the group is closed or
   // no thread can be had. The caller gets a reference and releases it after assign().
   WorkerThread* getWorker();
@@ -48,14 +54,14 @@ class ThreadGroup {
   void close();
 
  private:
-  WorkerThread* _createWorker() REQUIRES(lock_);
+  WorkerThread* _createWorker() KESTREL_REQUIRES(lock_);
 
   const std::string name_;
   const std::string workerName_;
-  Lock lock_;
-  std::vector<WorkerThread*> workers_ GUARDED_BY(lock_);  // one reference on each
-  std::vector<WorkerThread*> idle_ GUARDED_BY(lock_);     // a stack; no references of its own
-  bool closed_ GUARDED_BY(lock_) = false;
+  RequiredLock lock_;
+  std::vector<WorkerThread*> workers_ KESTREL_GUARDED_BY(lock_);  // one reference on each
+  std::vector<WorkerThread*> idle_ KESTREL_GUARDED_BY(lock_);  // a stack; no references of its own
+  bool closed_ KESTREL_GUARDED_BY(lock_) = false;
   // The sizes of both vectors, for the metrics, which read without the lock.
   std::atomic<std::size_t> workerCount_{0};
   std::atomic<std::size_t> idleCount_{0};
@@ -63,8 +69,9 @@ class ThreadGroup {
   std::unique_ptr<Metric> countMetric_;
 };
 
-// One thread of a group. It is busy from the start of a runner until it has gone back to the group;
-// assign() and stop() wait for the end of that. No lock is held while a runner runs.
+// One thread of a group. It is busy from the start of a runner until that has ended and the worker
+// has gone back to the group; assign() and stop() wait for the end of that. No lock is held while a
+// runner runs.
 class ThreadGroup::WorkerThread : public Thread {
  public:
   WorkerThread(const std::string& name, ThreadGroup& group);
@@ -79,15 +86,21 @@ class ThreadGroup::WorkerThread : public Thread {
   void run() override;
 
  private:
-  void _awaitEndOfRunner() REQUIRES(workLock_);
-  void _dropPending() REQUIRES(workLock_);
+  friend class ThreadGroup;
 
-  ThreadGroup& group_;  // not touched once stopping_ is set: it may be gone
-  Lock workLock_;
-  bool stopping_ GUARDED_BY(workLock_) = false;
-  bool busy_ GUARDED_BY(workLock_) = false;
-  bool deleteRunner_ GUARDED_BY(workLock_) = false;
-  Runnable* runner_ GUARDED_BY(workLock_) = nullptr;  // null when idle
+  void _giveBack();
+  void _awaitEndOfRunner() KESTREL_REQUIRES(workLock_);
+  void _dropPending() KESTREL_REQUIRES(workLock_);
+
+  static thread_local WorkerThread* current_;  // of the thread that runs a runner
+
+  ThreadGroup& group_;     // not touched once stopping_ is set: it may be gone
+  bool givenBack_ = true;  // since the last runner began; of the worker's own thread
+  RequiredLock workLock_;
+  bool stopping_ KESTREL_GUARDED_BY(workLock_) = false;
+  bool busy_ KESTREL_GUARDED_BY(workLock_) = false;
+  bool deleteRunner_ KESTREL_GUARDED_BY(workLock_) = false;
+  Runnable* runner_ KESTREL_GUARDED_BY(workLock_) = nullptr;  // null when idle
 };
 
 // "Busy Count": workers that are in use.

@@ -15,7 +15,8 @@ class TimeConverter {
   virtual ~TimeConverter() = default;
 
   // `clockStart` 0 asks for no window: the first time stamp seen becomes time zero. `duration` 0 or
-  // less leaves the end open. Nothing is validated: a skew of 0 gives what the arithmetic gives.
+  // less leaves the end open. A start that maps to data time 0 is no window either, kept so.
+  // Nothing is validated: a skew of 0 gives what the arithmetic gives.
   void setup(double clockStart, double duration, double skew, double offset, double base);
 
   // Whether `dataTime` lies inside the window. `clockTime` always receives its clock time relative

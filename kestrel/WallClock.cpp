@@ -9,18 +9,17 @@
 #include <memory>
 #include <sys/time.h>
 
+#include "kestrel/SystemStartTime.h"
 #include "kestrel/log/Logger.h"
 
 namespace kestrel {
 
 namespace {
 
-constexpr double NOT_YET_COMPUTED = -1.0;
 constexpr std::size_t TEXT_SIZE = 80;
 
 std::atomic<double> fakeTimeOffset{0.0};
-std::atomic<double> systemStartTime{NOT_YET_COMPUTED};
-std::atomic<const char*> uptimePath{nullptr};
+constinit SystemStartTime systemStartTime("/proc/uptime");
 
 Logger& _log() {
   static Logger* const logger = Logger::getLogger("Time");
@@ -34,26 +33,6 @@ int _readUptime(std::FILE* file, double& uptime, double& idleTime, double& now) 
   now = getNow();
   fclose(file);
   return count;
-}
-
-double _findSystemStartTime() {
-  const char* const path = uptimePath.load();
-  std::FILE* const file = fopen(path == nullptr ? "/proc/uptime" : path, "re");
-  if (file == nullptr) {
-    _log().errorf("getSystemStartTime: Could not open /proc/uptime");
-    return 0.0;
-  }
-  double uptime = 0.0;
-  double idleTime = 0.0;
-  double now = 0.0;
-  if (_readUptime(file, uptime, idleTime, now) <= 0) {
-    _log().errorf("getSystemStartTime: Could not parse /proc/uptime");
-    return 0.0;
-  }
-  const double result = now - uptime;
-  _log().debugf("getSystemStartTime: uptime=%f, idletime=%f, now=%f", uptime, idleTime, now);
-  _log().infof("The system start time is %f", result);
-  return result;
 }
 
 // Whole seconds toward zero, within 32 bits; `time` becomes the nearest time that has them.
@@ -89,13 +68,34 @@ double getNow() {
          fakeTimeOffset.load();
 }
 
-double getSystemStartTime() {
-  const double cached = systemStartTime.load();
-  if (cached != NOT_YET_COMPUTED) {
-    return cached;
+double getSystemStartTime() { return systemStartTime.get(); }
+
+double SystemStartTime::_find() const {
+  std::FILE* const file = fopen(path_, "re");
+  if (file == nullptr) {
+    _log().errorf("getSystemStartTime: Could not open /proc/uptime");
+    return 0.0;
   }
-  const double found = _findSystemStartTime();
-  systemStartTime.store(found);
+  double uptime = 0.0;
+  double idleTime = 0.0;
+  double now = 0.0;
+  if (_readUptime(file, uptime, idleTime, now) <= 0) {
+    _log().errorf("getSystemStartTime: Could not parse /proc/uptime");
+    return 0.0;
+  }
+  const double result = now - uptime;
+  _log().debugf("getSystemStartTime: uptime=%f, idletime=%f, now=%f", uptime, idleTime, now);
+  _log().infof("The system start time is %f", result);
+  return result;
+}
+
+double SystemStartTime::get() {
+  const double known = time_.load();
+  if (known != NOT_YET_COMPUTED) {
+    return known;
+  }
+  const double found = _find();
+  time_.store(found);
   return found;
 }
 
@@ -121,11 +121,6 @@ void timeToString(double time, std::string& out) {
   char text[TEXT_SIZE];
   timeToString(time, text);
   out = text;
-}
-
-void setUptimePathForTest(const char* path) {
-  uptimePath.store(path);
-  systemStartTime.store(NOT_YET_COMPUTED);
 }
 
 }  // namespace kestrel

@@ -22,8 +22,4 @@ double getSystemStartTime();
 int timeToString(double time, char* buffer);
 void timeToString(double time, std::string& out);
 
-// Reads another file than /proc/uptime and forgets the start time found so far. `path` is borrowed;
-// null goes back to /proc/uptime.
-void setUptimePathForTest(const char* path);
-
 }  // namespace kestrel

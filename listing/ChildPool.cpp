@@ -22,7 +22,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::uint64_t MAX_REPLY = 1 << 20;
-constexpr rlim_t MAX_MEMORY = rlim_t{4} << 30;  // a child's own; mapped files do not count
+constexpr rlim_t MAX_MEMORY = rlim_t{8} << 30;  // of a child, with the files that it has mapped
 
 bool _send(int descriptor, const void* bytes, std::size_t size) {
   const char* from = static_cast<const char*>(bytes);

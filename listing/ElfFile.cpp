@@ -39,11 +39,11 @@ std::string_view _textAt(const Elf_Data* strings, std::size_t at) {
 
 }  // namespace
 
-std::unique_ptr<ElfFile> ElfFile::open(RegularFile file) {
+std::unique_ptr<ElfFile> ElfFile::open(const RegularFile& file) {
   elf_version(EV_CURRENT);
   std::unique_ptr<ElfFile> elf(new ElfFile);
-  elf->file_ = std::make_unique<RegularFile>(std::move(file));
-  elf->elf_ = elf_begin(elf->file_->descriptor(), ELF_C_READ_MMAP, nullptr);
+  elf->mapping_ = std::make_unique<FileMapping>(file);
+  elf->elf_ = elf_memory(elf->mapping_->bytes(), elf->mapping_->size());
   return elf->_read() ? std::move(elf) : nullptr;
 }
 
@@ -123,6 +123,12 @@ std::string_view ElfFile::unpackedContent(const Section& section, std::uint64_t 
   return content(section);
 }
 
+void ElfFile::release(const Section& section, std::uint64_t end) const {
+  if (mapping_ && section.type != SHT_NOBITS && (section.flags & SHF_COMPRESSED) == 0) {
+    mapping_->release(section.offset, std::min(section.size, end));
+  }
+}
+
 bool ElfFile::hasSymbols(std::uint32_t tableType) const {
   return std::any_of(sections_.begin(), sections_.end(), [tableType](const Section& section) {
     return section.type == tableType && section.entrySize > 0 && section.size > section.entrySize;
@@ -199,6 +205,8 @@ void ElfFile::addSymbols(std::uint32_t tableType, std::vector<Symbol>& symbols,
     symbol.end = symbol.start + std::min(entry.st_size, UINT64_MAX - symbol.start);
     symbols.push_back(symbol);
   }
+  release(*table);
+  release(sections_[table->link]);
 }
 
 void ElfFile::addPltEntries(std::vector<Symbol>& symbols) { PltReader(*this).addEntries(symbols); }

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "listing/FileMapping.h"
 #include "listing/Symbol.h"
 
 struct Elf;
@@ -36,8 +37,8 @@ class ElfFile {
     Elf_Scn* section = nullptr;
   };
 
-  // Null for what is no ELF file. The descriptor stays open as long as the object lives.
-  static std::unique_ptr<ElfFile> open(RegularFile file);
+  // Null for what is no ELF file. The file need not stay open.
+  static std::unique_ptr<ElfFile> open(const RegularFile& file);
   static std::unique_ptr<ElfFile> ofMemory(std::string bytes);
   ~ElfFile();
   ElfFile(const ElfFile&) = delete;
@@ -56,6 +57,11 @@ class ElfFile {
   std::string_view content(const Section& section) const;
   // As `content`; what is compressed is unpacked, up to `limit` bytes, else empty.
   std::string_view unpackedContent(const Section& section, std::uint64_t limit);
+
+  // Gives back the memory of a section that was only read; what it hands out stays valid. Large
+  // files fit so.
+  // `end` bytes of it, or all.
+  void release(const Section& section, std::uint64_t end = UINT64_MAX) const;
 
   bool hasSymbols(std::uint32_t tableType) const;  // SHT_SYMTAB or SHT_DYNSYM
   // Appends the functions, objects and visible labels of a table, in its order: what perf takes
@@ -77,7 +83,7 @@ class ElfFile {
   bool _isWanted(const Symbol& symbol, unsigned char type, unsigned char visibility,
                  std::size_t section) const;
 
-  std::unique_ptr<RegularFile> file_;
+  std::unique_ptr<FileMapping> mapping_;
   std::string memory_;
   Elf* elf_ = nullptr;
   unsigned machine_ = 0;

@@ -21,8 +21,8 @@ namespace {
 constexpr std::size_t NAMES_KEPT = 4096;  // demangled, at once
 
 std::unique_ptr<ElfFile> _open(const std::string& path) {
-  std::optional<RegularFile> file = RegularFile::open(path);
-  return file ? ElfFile::open(std::move(*file)) : nullptr;
+  const std::optional<RegularFile> file = RegularFile::open(path);
+  return file ? ElfFile::open(*file) : nullptr;
 }
 
 // Everything that has names of one program or library. The objects own the names.
@@ -109,17 +109,17 @@ ElfListReply writeElfList(const ElfListTask& task, Demangler& demangler, const s
   }
   ListFile list(path);
   std::size_t shown = 0;
-  for (const Range& range : rangesOf(symbols)) {
+  forEachRange(symbols, [&](const Range& range) {
     if (range.symbol == Range::NONE) {
       list.add(range.start, ListText::UNKNOWN_NAME);
-      continue;
+      return;
     }
     list.add(range.start, _shownName(symbols[range.symbol], demangler),
              sourceFiles.fileOf(range.symbol));
     if (++shown % NAMES_KEPT == 0) {
       demangler.clear();
     }
-  }
+  });
   demangler.clear();  // its names are keyed by those of files that close here
   if (!list.close()) {
     reply.outcome = Outcome::Failed;

@@ -145,8 +145,8 @@ class KernelListing {
   }
 
   std::string _readVmlinux(const std::string& path) const {
-    std::optional<RegularFile> file = RegularFile::open(source_.path);
-    const std::unique_ptr<ElfFile> elf = file ? ElfFile::open(std::move(*file)) : nullptr;
+    const std::optional<RegularFile> file = RegularFile::open(source_.path);
+    const std::unique_ptr<ElfFile> elf = file ? ElfFile::open(*file) : nullptr;
     std::vector<Symbol> symbols;
     if (elf) {
       elf->addSymbols(SHT_SYMTAB, symbols);
@@ -171,11 +171,11 @@ class KernelListing {
     ListText list;
     list.add(result_.start, FIRST_NAME);
     std::uint64_t last = result_.start;
-    for (const Range& range : rangesOf(core.symbols)) {
+    forEachRange(core.symbols, [&](const Range& range) {
       const std::string_view name =
           range.symbol == Range::NONE ? ListText::UNKNOWN_NAME : core.symbols[range.symbol].name;
       if (range.start <= result_.start && name == FIRST_NAME) {
-        continue;
+        return;
       }
       // Another name of the first address has all bytes but that one.
       const std::uint64_t start = std::max(range.start, result_.start + 1);
@@ -183,7 +183,7 @@ class KernelListing {
         list.add(start, name);
         last = start;
       }
-    }
+    });
     if (last < result_.end - 1) {
       list.addUnknown(result_.end - 1);
     }

@@ -148,7 +148,8 @@ class ListingRun {
 
   bool _locate(const File& file, Result& result) {
     Located located = locate(file, options_);
-    if (file.kind == File::Kind::Vdso && located.outcome != Outcome::Named) {
+    if (file.kind == File::Kind::Vdso && located.outcome != Outcome::Named &&
+        !options_.otherMachine) {
       located = _locateOwnVdso(file, std::move(located));
     }
     result.outcome = located.outcome;

@@ -70,6 +70,11 @@ Located locate(const File& file, const Options& options) {
       return search.result();
     }
   }
+  // Of several vdsos this is the one of the machine's own programs.
+  if (file.kind == File::Kind::Vdso && name == "[vdso]" && !options.vdso.empty() &&
+      search.tryFile(RegularFile::open(options.vdso), options.vdso, false)) {
+    return search.result();
+  }
   if (file.pid != 0 && options.sameMachine) {
     const std::string root = "/proc/" + std::to_string(file.pid) + "/root";
     if (search.tryFile(RegularFile::openBelow(root, name), root + name, isDeleted)) {

@@ -16,6 +16,8 @@ struct Options {
   std::string vmlinux;       // the kernel with symbols; empty: found
   bool sameMachine = false;  // recorded on this machine: what is not in files (vdso without a build
                              // id) is this one's
+  bool otherMachine = false;  // the image of this machine's vdso is not asked
+  std::string vdso;           // the image of the recorded machine; empty: none at hand
   bool demangle = true;
   bool parameters = false;  // demangled names with the parameters of functions, as `perf script -v`
   bool lines = true;        // source files from line tables

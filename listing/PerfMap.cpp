@@ -81,13 +81,13 @@ ListText listOfCode(std::vector<Symbol> symbols, AddressRanges ranges, Demangler
     std::erase_if(symbols, [&ranges](const Symbol& symbol) { return !_touches(ranges, symbol); });
   }
   ListText list;
-  for (const Range& range : rangesOf(symbols, true)) {
+  forEachRangeOfLater(symbols, [&](const Range& range) {
     if (range.symbol == Range::NONE) {
       list.addUnknown(range.start);
     } else {
       list.add(range.start, demangler.demangle(symbols[range.symbol].name));
     }
-  }
+  });
   return list;
 }
 

@@ -16,7 +16,9 @@ namespace listing {
 
 namespace {
 
+constexpr std::uint64_t COMPRESSED = 1 << 11;                     // SHF_COMPRESSED
 constexpr std::uint64_t MAX_UNPACKED = std::uint64_t{512} << 20;  // of one section
+constexpr std::size_t RELEASED_AT_ONCE = std::size_t{8} << 20;    // of .debug_line
 constexpr std::uint64_t MAX_INFO = std::uint64_t{128} << 20;  // of .debug_info, where it is packed
 
 std::string_view _section(ElfFile& file, std::string_view name) {
@@ -43,7 +45,6 @@ class UnitDirectories {
   void _read() {
     // libdw unpacks all sections at once; source files are not worth so much.
     const ElfFile::Section* info = file_.findSection(".debug_info");
-    constexpr std::uint64_t COMPRESSED = 1 << 11;  // SHF_COMPRESSED
     if (info == nullptr || ((info->flags & COMPRESSED) != 0 && info->size > MAX_INFO / 4)) {
       return;
     }
@@ -184,6 +185,7 @@ class SourceFiles::Assignment {
 void SourceFiles::read(ElfFile& file, const std::vector<std::uint64_t>& starts) {
   files_.assign(starts.size(), 0);
   const std::string_view lines = _section(file, ".debug_line");
+  const ElfFile::Section* const sectionHeader = file.findSection(".debug_line");
   if (lines.empty() || starts.empty() || file.isRelocatable()) {
     return;
   }
@@ -191,6 +193,7 @@ void SourceFiles::read(ElfFile& file, const std::vector<std::uint64_t>& starts) 
   UnitDirectories directories(file);
   Assignment assignment(*this, starts);
   ByteCursor section(lines, file.isBigEndian());
+  std::size_t released = 0;
   while (!section.isAtEnd() && section.isOk()) {
     const std::size_t offset = section.position();
     const std::optional<LineTable> table = LineTable::take(section, texts, file.isBigEndian());
@@ -198,7 +201,12 @@ void SourceFiles::read(ElfFile& file, const std::vector<std::uint64_t>& starts) 
       assignment.begin(*table, offset, directories);
       table->run(assignment);
     }
+    if (section.position() - released > RELEASED_AT_ONCE) {
+      released = section.position();
+      file.release(*sectionHeader, released);
+    }
   }
+  file.release(*sectionHeader);
 }
 
 std::uint32_t SourceFiles::_add(std::string path) {

@@ -16,6 +16,7 @@ struct Symbol {
   bool isGlobal = false;
   bool isLabel = false;     // STT_NOTYPE: hand-written code may have them inside of functions
   bool isPltEntry = false;  // shown as `NAME@plt`
+  std::uint32_t order = 0;  // among symbols of the same start, for sorting
 };
 
 }  // namespace listing

@@ -1,6 +1,7 @@
 #include "listing/SymbolRanges.h"
 
 #include <algorithm>
+#include <functional>
 #include <numeric>
 #include <queue>
 #include <string_view>
@@ -55,18 +56,13 @@ void sortByStart(std::vector<Symbol>& symbols) {
   if (std::is_sorted(symbols.begin(), symbols.end(), isBefore)) {
     return;
   }
-  // Symbols are large; what is sorted is where they are.
-  std::vector<std::pair<std::uint64_t, std::size_t>> places(symbols.size());
+  // In place, since there may be millions.
   for (std::size_t i = 0; i < symbols.size(); ++i) {
-    places[i] = {symbols[i].start, i};
+    symbols[i].order = static_cast<std::uint32_t>(i);
   }
-  std::sort(places.begin(), places.end());
-  std::vector<Symbol> sorted;
-  sorted.reserve(symbols.size());
-  for (const auto& place : places) {
-    sorted.push_back(symbols[place.second]);
-  }
-  symbols = std::move(sorted);
+  std::sort(symbols.begin(), symbols.end(), [](const Symbol& a, const Symbol& b) {
+    return a.start != b.start ? a.start < b.start : a.order < b.order;
+  });
 }
 
 void completeSizes(std::vector<Symbol>& symbols) {
@@ -97,41 +93,50 @@ void chooseAliases(std::vector<Symbol>& symbols, Demangler& demangler) {
   }
 }
 
-std::vector<Range> rangesOf(const std::vector<Symbol>& symbols, bool laterWins) {
-  std::vector<std::size_t> order(
-      symbols.size());  // by start; of what is in it, the greatest index wins
-  std::iota(order.begin(), order.end(), std::size_t{0});
-  if (laterWins) {
-    std::stable_sort(order.begin(), order.end(), [&symbols](std::size_t a, std::size_t b) {
-      return symbols[a].start < symbols[b].start;
-    });
-  }
-  std::vector<Range> ranges;
-  ranges.reserve(symbols.size() + symbols.size() / 2 + 1);
-  std::priority_queue<std::size_t> open;
+namespace {
+
+// `order` by start; empty: they are sorted.
+void _forEachRange(const std::vector<Symbol>& symbols, const std::vector<std::size_t>& order,
+                   const std::function<void(const Range&)>& use) {
+  const auto count = order.empty() ? symbols.size() : order.size();
+  const auto at = [&order](std::size_t i) { return order.empty() ? i : order[i]; };
+  std::priority_queue<std::size_t> open;  // what may hold the address; the greatest index has it
   std::size_t next = 0;
-  while (next < order.size() || !open.empty()) {
-    std::uint64_t at;
-    if (open.empty()) {
-      at = symbols[order[next]].start;
-    } else {
-      at = symbols[open.top()].end;
-      if (next < order.size()) {
-        at = std::min(at, symbols[order[next]].start);
-      }
+  std::size_t last = Range::NONE;
+  while (next < count || !open.empty()) {
+    std::uint64_t address = open.empty() ? symbols[at(next)].start : symbols[open.top()].end;
+    if (next < count) {
+      address = std::min(address, symbols[at(next)].start);
     }
-    for (; next < order.size() && symbols[order[next]].start <= at; ++next) {
-      open.push(order[next]);
+    for (; next < count && symbols[at(next)].start <= address; ++next) {
+      open.push(at(next));
     }
-    while (!open.empty() && symbols[open.top()].end <= at) {
+    while (!open.empty() && symbols[open.top()].end <= address) {
       open.pop();
     }
     const std::size_t symbol = open.empty() ? Range::NONE : open.top();
-    if (ranges.empty() ? symbol != Range::NONE : ranges.back().symbol != symbol) {
-      ranges.push_back({at, symbol});
+    if (symbol != last) {
+      use({address, symbol});
     }
+    last = symbol;
   }
-  return ranges;
+}
+
+}  // namespace
+
+void forEachRange(const std::vector<Symbol>& symbols,
+                  const std::function<void(const Range&)>& use) {
+  _forEachRange(symbols, {}, use);
+}
+
+void forEachRangeOfLater(const std::vector<Symbol>& symbols,
+                         const std::function<void(const Range&)>& use) {
+  std::vector<std::size_t> order(symbols.size());
+  std::iota(order.begin(), order.end(), std::size_t{0});
+  std::stable_sort(order.begin(), order.end(), [&symbols](std::size_t a, std::size_t b) {
+    return symbols[a].start < symbols[b].start;
+  });
+  _forEachRange(symbols, order, use);
 }
 
 }  // namespace listing

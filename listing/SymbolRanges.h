@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <vector>
 
@@ -34,9 +35,14 @@ void completeSizes(std::vector<Symbol>& symbols);
 // are still equal. Names count as shown.
 void chooseAliases(std::vector<Symbol>& symbols, Demangler& demangler);
 
-// Ascending, the last one is without a name. Where several symbols hold an address, the one of the
-// latest start has it, or with `laterWins` the one that stands later in `symbols`, whatever its
-// start. The symbols are sorted by start unless `laterWins`. n log n.
-std::vector<Range> rangesOf(const std::vector<Symbol>& symbols, bool laterWins = false);
+// Hands out the ranges, ascending; the last one is without a name. Where several symbols hold an
+// address, the one of the latest start has it; of those that start together, the last one. The
+// symbols are sorted by start. n log n.
+void forEachRange(const std::vector<Symbol>& symbols, const std::function<void(const Range&)>& use);
+
+// The same, but the symbol that stands later in `symbols` has the address, whatever its start: it
+// was used again.
+void forEachRangeOfLater(const std::vector<Symbol>& symbols,
+                         const std::function<void(const Range&)>& use);
 
 }  // namespace listing

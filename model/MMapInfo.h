@@ -21,12 +21,10 @@ class MMapInfo : public RangedItem, public Pooled<MMapInfo> {
   // Takes range, offset, bias and name of `other`; key and use count stay this map's own.
   void copy(const MMapInfo& other);
 
-  // In the order of their use. The count fits behind the base's last member, where what asks for it
-  // has been: a look-up touches all but the name.
-  uint32_t refCount = 0;  // references made while writing samples
   uint64_t pgoff = 0;
   uint64_t loadBias = 0;  // run-time address minus loadBias: the address inside the mapped file
+  uint32_t refCount = 0;  // references made while writing samples
+  MapName name;
   // Borrowed; set when the map is first resolved, reset by both copies.
   SymbolTable* symbolTable = nullptr;
-  MapName name;
 };

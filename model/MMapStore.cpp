@@ -51,23 +51,20 @@ RangedItemStore* MMapStore::_knownStoreOf(unsigned pid) const {
 }
 
 MMapInfo* MMapStore::add(const perfevents::PerfEventDataMmap& record) {
-  RangedItemStore& store = _storeOf(record.pid());
-  auto* const map = new MMapInfo();
+  auto map = std::make_unique<MMapInfo>();
   map->copy(record);
-  return _addTo(store, map);
+  return _keep(record.pid(), std::move(map));
 }
 
 MMapInfo* MMapStore::add(unsigned pid, const MMapInfo& info) {
-  RangedItemStore& store = _storeOf(pid);
-  auto* const map = new MMapInfo();
+  auto map = std::make_unique<MMapInfo>();
   map->copy(info);
-  return _addTo(store, map);
+  return _keep(pid, std::move(map));
 }
 
-MMapInfo* MMapStore::_addTo(RangedItemStore& store, MMapInfo* map) {
-  store.addRangedItem(map);
-  missedIn_ = nullptr;
-  return map;
+MMapInfo* MMapStore::_keep(unsigned pid, std::unique_ptr<MMapInfo> map) {
+  _storeOf(pid).addRangedItem(map.get());
+  return map.release();
 }
 
 MMapInfo* MMapStore::get(unsigned pid, unsigned long long address) {
@@ -78,32 +75,7 @@ MMapInfo* MMapStore::get(unsigned pid, unsigned long long address) {
     return &stackMap_;
   }
   const RangedItemStore* const store = _knownStoreOf(pid);
-  if (store == nullptr || (store == missedIn_ && address == missedAddress_)) {
-    return nullptr;
-  }
-  MMapInfo* const map = _find(*store, pid, address);
-  if (map == nullptr) {
-    missedIn_ = store;
-    missedAddress_ = address;
-  }
-  return map;
-}
-
-MMapInfo* MMapStore::_find(const RangedItemStore& store, unsigned pid, unsigned long long address) {
-  const uint64_t number = address / REGION_SIZE;
-  Region& region = regions_[(number ^ number >> 16 ^ pid * 0x9E3779B1U) % REGIONS];
-  if (region.number == number && region.pid == pid && region.generation == store.generation() &&
-      region.map != nullptr) {
-    return region.map;
-  }
-  const uint64_t first = number * REGION_SIZE;
-  bool isSole = false;
-  auto* const map = static_cast<MMapInfo*>(
-      store.findRangedItem(address, first, first + (REGION_SIZE - 1), isSole));
-  if (isSole) {
-    region = {number, map, pid, store.generation()};
-  }
-  return map;
+  return store == nullptr ? nullptr : static_cast<MMapInfo*>(store->findRangedItem(address));
 }
 
 uint32_t MMapStore::generation(unsigned pid) const {
@@ -111,15 +83,19 @@ uint32_t MMapStore::generation(unsigned pid) const {
   return store == nullptr ? 0 : store->generation();
 }
 
+bool MMapStore::sharesStart(unsigned pid, const MMapInfo& map) const {
+  const RangedItemStore* const store = _knownStoreOf(pid);
+  return store != nullptr && store->isSharedStart(map.start);
+}
+
 MMapInfo* MMapStore::getFake(unsigned pid, unsigned long long address, const std::string& name) {
   if (MMapInfo* const known = get(pid, address)) {
     return known;
   }
   KeyGenerator::next();  // kept: a key that no row shows
-  RangedItemStore& store = _storeOf(pid);
-  auto* const fake = new MMapInfo();
+  auto fake = std::make_unique<MMapInfo>();
   _describeFake(pid, address, name, *fake);
-  return _addTo(store, fake);
+  return _keep(pid, std::move(fake));
 }
 
 void MMapStore::_describeFake(unsigned pid, unsigned long long address, const std::string& name,

@@ -4,7 +4,6 @@
 // until it is destroyed. One thread only.
 #pragma once
 
-#include <array>
 #include <map>
 #include <memory>
 #include <set>
@@ -45,8 +44,9 @@ class MMapStore {
   MMapInfo* getFake(unsigned pid, unsigned long long address, const std::string& name);
 
   // As long as this number stays, a map that get() found for an address of `pid` is found again,
-  // unless it shares its start.
+  // unless it shares its start with another.
   uint32_t generation(unsigned pid) const;
+  bool sharesStart(unsigned pid, const MMapInfo& map) const;
 
   // The map of the kernel, in every process. The driver moves it to the range of the kernel's
   // symbol list.
@@ -61,41 +61,17 @@ class MMapStore {
                                      const MMapInfo& info) const;
 
  private:
-  struct ByText {
-    bool operator()(const MapName::SharedText& one, const MapName::SharedText& other) const {
-      return *one < *other;
-    }
-  };
-
-  // A stretch of a process's addresses that one map holds alone.
-  struct Region {
-    uint64_t number = 0;  // address / REGION_SIZE
-    MMapInfo* map = nullptr;
-    uint32_t pid = 0;
-    uint32_t generation = 0;
-  };
-
-  static constexpr uint64_t REGION_SIZE = 0x10000;  // a made-up map's page by default
-  static constexpr std::size_t REGIONS = 4096;
-
-  MMapInfo* _find(const RangedItemStore& store, unsigned pid, unsigned long long address);
   RangedItemStore& _storeOf(unsigned pid);             // created on first use
   RangedItemStore* _knownStoreOf(unsigned pid) const;  // null if there is none
-  MMapInfo* _addTo(RangedItemStore& store, MMapInfo* map);
   MapName::SharedText _beginningOfName(const std::string& process);
+  MMapInfo* _keep(unsigned pid, std::unique_ptr<MMapInfo> map);
   void _describeFake(unsigned pid, unsigned long long address, const std::string& name,
                      MMapInfo& fake);
 
   std::map<uint32_t, std::unique_ptr<RangedItemStore>> stores_;  // key: pid
   mutable RecentlyUsed<RangedItemStore> recentStores_;
-  std::set<MapName::SharedText, ByText> fakeNames_;  // how they begin
+  std::set<MapName::SharedText, MapName::ByText> fakeNames_;  // how they begin
   MapName::SharedText recentFakeName_;
-  // What was not found last: getFake() asks for it again.
-  const RangedItemStore* missedIn_ = nullptr;
-  uint64_t missedAddress_ = 0;
-  // The regions asked for last: sampled addresses lie close together, and the search through a
-  // process's maps is most of a look-up.
-  std::array<Region, REGIONS> regions_{};
   MMapInfo kernelMap_;
   MMapInfo stackMap_;
   const PerfSettings* settings_;

@@ -4,15 +4,17 @@
 #include <iterator>
 
 std::string MapName::str() const {
-  if (const auto* const text = std::get_if<std::string>(&value_)) {
-    return *text;
+  const std::string text = text_ == nullptr ? std::string() : *text_;
+  switch (kind_) {
+    case Kind::INTERRUPTS:
+      return text + "-interrupt}";
+    case Kind::PAGE: {
+      char rest[32] = "-";
+      char* const end = std::to_chars(rest + 1, std::end(rest) - 1, start_, 16).ptr;
+      *end = '}';
+      return text + std::string(rest, end + 1);
+    }
+    default:
+      return text;
   }
-  const auto& madeUp = std::get<MadeUp>(value_);
-  if (madeUp.isOfInterrupts) {
-    return *madeUp.beginning + "-interrupt}";
-  }
-  char rest[32] = "-";
-  char* const end = std::to_chars(rest + 1, std::end(rest) - 1, madeUp.start, 16).ptr;
-  *end = '}';
-  return std::string(*madeUp.beginning).append(rest, end + 1);
 }

@@ -23,7 +23,4 @@ class RangedItem {
   uint64_t start = 0;
   uint64_t size = 0;
   uint64_t key;
-  // Set by the store: another of its items has the same start, and which of them an address finds
-  // changes with every item that is added.
-  bool sharesStart = false;
 };

@@ -1,62 +1,39 @@
 #include "model/RangedItemSequence.h"
 
 #include <algorithm>
+#include <bit>
 #include <stdexcept>
 
 namespace {
 
-constexpr std::size_t SMALLEST_RING = 4;
+// The last of `count` places that is not above, the first one never is. Without a branch that
+// depends on the places, which a processor could not foretell.
+template <typename IsNotAbove>
+std::size_t _floorAmong(std::size_t count, IsNotAbove isNotAbove) {
+  std::size_t floor = 0;
+  while (count > 1) {
+    const std::size_t half = count / 2;
+    floor += isNotAbove(floor + half) ? half : 0;
+    count -= half;
+  }
+  return floor;
+}
 
 }  // namespace
 
-void RangedItemSequence::Ring::_grow() {
-  std::vector<Entry> larger(std::max(SMALLEST_RING, slots_.size() * 2));
-  for (std::size_t i = 0; i < count_; ++i) {
-    larger[i] = (*this)[i];
-  }
-  slots_ = std::move(larger);
-  mask_ = slots_.size() - 1;
-  first_ = 0;
+RangedItemSequence::const_iterator RangedItemSequence::last() const {
+  return empty() ? end() : const_iterator(&blocks_, blocks_.size() - 1, blocks_.back().size() - 1);
 }
 
-void RangedItemSequence::Ring::insert(std::size_t index, const Entry& entry) {
-  if (count_ == slots_.size()) {
-    _grow();
-  }
-  const bool movesFront = index < count_ / 2;
-  if (movesFront) {
-    first_ = (first_ - 1) & mask_;
-  }
-  ++count_;
-  if (first_ + count_ <= slots_.size()) {  // in one piece
-    Entry* const begin = slots_.data() + first_;
-    if (movesFront) {
-      std::copy(begin + 1, begin + index + 1, begin);
-    } else {
-      std::copy_backward(begin + index, begin + count_ - 1, begin + count_);
-    }
-  } else if (movesFront) {
-    for (std::size_t i = 0; i < index; ++i) {
-      _at(i) = _at(i + 1);
-    }
-  } else {
-    for (std::size_t i = count_ - 1; i > index; --i) {
-      _at(i) = _at(i - 1);
+RangedItemSequence::const_iterator RangedItemSequence::nth(std::size_t index) const {
+  std::size_t block = 0;
+  for (std::size_t step = std::bit_floor(counts_.size()); step > 0; step /= 2) {
+    if (block + step <= counts_.size() && counts_[block + step - 1] <= index) {
+      block += step;
+      index -= counts_[block - 1];
     }
   }
-  _at(index) = entry;
-}
-
-RangedItemSequence::Entry RangedItemSequence::Ring::takeFirst() {
-  const Entry entry = (*this)[0];
-  first_ = (first_ + 1) & mask_;
-  --count_;
-  return entry;
-}
-
-RangedItemSequence::Entry RangedItemSequence::Ring::takeLast() {
-  --count_;
-  return (*this)[count_];
+  return {&blocks_, block, index};
 }
 
 RangedItem* RangedItemSequence::at(std::size_t index) const {
@@ -66,89 +43,75 @@ RangedItem* RangedItemSequence::at(std::size_t index) const {
   return (*this)[index];
 }
 
-void RangedItemSequence::insert(std::size_t index, RangedItem* item) {
-  if (rings_.empty()) {
-    rings_.emplace_back();
+std::size_t RangedItemSequence::indexOf(const const_iterator& place) const {
+  std::size_t before = place.index_;
+  for (std::size_t block = place.block_; block > 0; block &= block - 1) {
+    before += counts_[block - 1];
   }
-  Place place{rings_.size() - 1, rings_.back().count()};
-  if (index < size_) {
-    place = _placeOf(index);
+  return before;
+}
+
+RangedItemSequence::const_iterator RangedItemSequence::floor(uint64_t address) const {
+  if (empty() || starts_.front() > address) {
+    return end();
   }
-  if (rings_[place.ring].isFull()) {
-    const bool isNearerToFront = place.ring < rings_.size() - 1 - place.ring;
-    place = isNearerToFront ? _makeRoomBefore(place) : _makeRoomBehind(place);
+  const std::size_t block =
+      _floorAmong(starts_.size(), [&](std::size_t i) { return starts_[i] <= address; });
+  const Block& entries = blocks_[block];
+  return {&blocks_, block,
+          _floorAmong(entries.size(), [&](std::size_t i) { return entries[i].start <= address; })};
+}
+
+void RangedItemSequence::append(uint64_t start, RangedItem* item) {
+  if (blocks_.empty() || blocks_.back().size() == BLOCK_SIZE) {
+    _addBlock(
+        blocks_.size());  // not a split: items that arrive in ascending order fill their blocks
   }
-  rings_[place.ring].insert(place.index, {item->start, item});
+  insert({&blocks_, blocks_.size() - 1, blocks_.back().size()}, start, item);
+}
+
+void RangedItemSequence::insert(const const_iterator& before, uint64_t start, RangedItem* item) {
+  auto [block, index] = std::pair(before.block_, before.index_);
+  if (block == blocks_.size()) {
+    append(start, item);
+    return;
+  }
+  if (blocks_[block].size() == BLOCK_SIZE) {
+    _addBlock(block + 1);
+    Block& full = blocks_[block];
+    const auto middle = full.begin() + BLOCK_SIZE / 2;
+    blocks_[block + 1].assign(middle, full.end());
+    full.erase(middle, full.end());
+    starts_[block + 1] = blocks_[block + 1].front().start;
+    _countAll();
+    if (index > full.size()) {
+      index -= full.size();
+      ++block;
+    }
+  }
+  Block& target = blocks_[block];
+  target.insert(target.begin() + static_cast<std::ptrdiff_t>(index), {start, item});
+  starts_[block] = target.front().start;
+  for (std::size_t i = block + 1; i <= counts_.size(); i += i & (~i + 1)) {
+    ++counts_[i - 1];
+  }
   ++size_;
 }
 
-// Hands the last entry of each ring on to the next, from the end to the place's ring.
-RangedItemSequence::Place RangedItemSequence::_makeRoomBehind(Place place) {
-  if (rings_.back().isFull()) {
-    rings_.emplace_back();
-  }
-  if (place.index == RING_SIZE) {  // behind everything
-    return {place.ring + 1, 0};
-  }
-  for (std::size_t i = rings_.size() - 1; i > place.ring; --i) {
-    rings_[i].insert(0, rings_[i - 1].takeLast());
-  }
-  return place;
+void RangedItemSequence::_addBlock(std::size_t block) {
+  const auto offset = static_cast<std::ptrdiff_t>(block);
+  blocks_.emplace(blocks_.begin() + offset);
+  starts_.insert(starts_.begin() + offset, 0);
+  _countAll();
 }
 
-// Hands the first entry of each ring on to the one before, from the front to the place's ring.
-RangedItemSequence::Place RangedItemSequence::_makeRoomBefore(Place place) {
-  if (rings_.front().isFull()) {
-    rings_.emplace(rings_.begin());
-    ++place.ring;
-  }
-  if (place.index == 0) {  // the end of the ring before is the same place
-    --place.ring;
-    place.index = rings_[place.ring].count();
-  }
-  if (!rings_[place.ring].isFull()) {
-    return place;
-  }
-  for (std::size_t i = 0; i < place.ring; ++i) {
-    rings_[i].insert(rings_[i].count(), rings_[i + 1].takeFirst());
-  }
-  return {place.ring, place.index - 1};
-}
-
-// The last ring whose first start is not above `address`.
-std::size_t RangedItemSequence::_ringOf(uint64_t address) const {
-  std::size_t first = 0;
-  std::size_t count = rings_.size();
-  while (count > 1) {
-    const std::size_t half = count / 2;
-    if (rings_[first + half][0].start <= address) {
-      first += half;
+void RangedItemSequence::_countAll() {
+  counts_.assign(blocks_.size(), 0);
+  for (std::size_t i = 1; i <= blocks_.size(); ++i) {
+    counts_[i - 1] += blocks_[i - 1].size();
+    const std::size_t next = i + (i & (~i + 1));
+    if (next <= blocks_.size()) {
+      counts_[next - 1] += counts_[i - 1];
     }
-    count -= half;
   }
-  return first;
-}
-
-// In each step three probes, none of which waits for another: sampled addresses are far apart, and
-// each probe waits for the memory. Without a branch that depends on the starts, which a processor
-// could not foretell.
-std::size_t RangedItemSequence::floorIndex(uint64_t address) const {
-  const std::size_t ringIndex = _ringOf(address);
-  const Ring& ring = rings_[ringIndex];
-  const auto isBelow = [&ring, address](std::size_t index) {
-    return static_cast<std::size_t>(ring[index].start <= address);
-  };
-  std::size_t first = 0;
-  std::size_t count = ring.count();
-  while (count >= 4) {
-    const std::size_t quarter = count / 4;
-    first += quarter * (isBelow(first + quarter) + isBelow(first + 2 * quarter) +
-                        isBelow(first + 3 * quarter));
-    count -= 3 * quarter;
-  }
-  while (count > 1) {
-    first += isBelow(first + 1);
-    --count;
-  }
-  return ringIndex == 0 ? first : rings_.front().count() + (ringIndex - 1) * RING_SIZE + first;
 }

@@ -1,12 +1,10 @@
-// A sequence of range items by index, made for items that arrive in any order: the container behind
-// RangedItemStore. Reading an index takes constant time, inserting at an index the time of moving
-// about the square root of the size: a recording may list a hundred thousand maps from high to low
-// addresses, or at random, and a plain array would move them all for each one. Ascending arrival
-// only appends. Borrows the items. One thread only.
+// Items by start, then in the order of their insertion at a place: the container behind
+// RangedItemStore. Finding a start, finding an index and inserting anywhere take logarithmic time,
+// whatever the order in which items arrive: a recording may list a million maps at random. Borrows
+// the items. One thread only.
 //
-// The items lie in rings of RING_SIZE entries, every ring but the first and the last full. An
-// insertion into a full ring hands one entry from ring to ring towards the nearer end. An entry
-// holds its item's start, so that a search does not touch the items: they must not move afterwards.
+// The items lie in blocks, which split when they are full. An entry holds its item's start, so that
+// a search does not touch the items: they must not move afterwards.
 #pragma once
 
 #include <cstddef>
@@ -19,74 +17,46 @@
 class RangedItemSequence {
  public:
   using value_type = RangedItem*;
+  // A place: of an item, or behind the last one. Insertions move it.
   class const_iterator;
 
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
-  RangedItem* operator[](std::size_t index) const { return _entryAt(index).item; }
+  RangedItem* operator[](std::size_t index) const;
   // As operator[]; throws std::out_of_range for an index past the end.
   RangedItem* at(std::size_t index) const;
-  RangedItem* back() const { return (*this)[size_ - 1]; }
-  uint64_t startAt(std::size_t index) const { return _entryAt(index).start; }
+  RangedItem* back() const { return blocks_.back().back().item; }
+  uint64_t lastStart() const { return blocks_.back().back().start; }
   const_iterator begin() const;
   const_iterator end() const;
+  const_iterator last() const;  // end() of an empty sequence
+  const_iterator nth(std::size_t index) const;
+  std::size_t indexOf(const const_iterator& place) const;
 
-  // Places `item` before the one that has the index now; an index equal to the size appends.
-  void insert(std::size_t index, RangedItem* item);
+  // The last item whose start is not above `address`; end() if there is none.
+  const_iterator floor(uint64_t address) const;
 
-  // For a sequence in ascending order of starts, the first not above `address`: the highest index
-  // of a start not above `address`.
-  std::size_t floorIndex(uint64_t address) const;
+  // Inserts before the place. The start is the item's, or one that keeps the order.
+  void insert(const const_iterator& before, uint64_t start, RangedItem* item);
+  void append(uint64_t start, RangedItem* item);
 
  private:
   struct Entry {
-    uint64_t start = 0;
-    RangedItem* item = nullptr;
+    uint64_t start;
+    RangedItem* item;
   };
+  using Block = std::vector<Entry>;  // never empty, up to BLOCK_SIZE entries
 
-  // Up to RING_SIZE entries with room for more at both ends.
-  class Ring {
-   public:
-    std::size_t count() const { return count_; }
-    bool isFull() const { return count_ == RING_SIZE; }
-    const Entry& operator[](std::size_t index) const { return slots_[(first_ + index) & mask_]; }
-    void insert(std::size_t index, const Entry& entry);
-    Entry takeFirst();
-    Entry takeLast();
+  static constexpr std::size_t BLOCK_SIZE = 512;
 
-   private:
-    Entry& _at(std::size_t index) { return slots_[(first_ + index) & mask_]; }
-    void _grow();
+  void _addBlock(std::size_t block);
+  void _countAll();
 
-    std::vector<Entry> slots_;  // a power of two, so that small sequences stay small
-    std::size_t mask_ = 0;      // number of slots minus one
-    std::size_t first_ = 0;
-    std::size_t count_ = 0;
-  };
-
-  struct Place {
-    std::size_t ring;
-    std::size_t index;  // inside the ring
-  };
-
-  static constexpr std::size_t RING_SIZE = 256;
-
-  Place _placeOf(std::size_t index) const {
-    const std::size_t inFirst = rings_.front().count();
-    if (index < inFirst) {
-      return {0, index};
-    }
-    return {1 + (index - inFirst) / RING_SIZE, (index - inFirst) % RING_SIZE};
-  }
-  const Entry& _entryAt(std::size_t index) const {
-    const Place place = _placeOf(index);
-    return rings_[place.ring][place.index];
-  }
-  std::size_t _ringOf(uint64_t address) const;
-  Place _makeRoomBehind(Place place);
-  Place _makeRoomBefore(Place place);
-
-  std::vector<Ring> rings_;
+  std::vector<Block> blocks_;
+  std::vector<uint64_t> starts_;  // of the blocks' first items
+  // The numbers of items in blocks as a Fenwick tree: the entry i - 1 is the sum of as many blocks
+  // before block i as i has in its lowest set bit.
+  std::vector<std::size_t> counts_;
   std::size_t size_ = 0;
 };
 
@@ -99,14 +69,13 @@ class RangedItemSequence::const_iterator {
   using reference = RangedItem*;
 
   const_iterator() = default;
-  const_iterator(const RangedItemSequence* sequence, std::size_t index)
-      : sequence_(sequence), index_(index) {}
 
-  RangedItem* operator*() const { return (*sequence_)[index_]; }
+  RangedItem* operator*() const { return _entry().item; }
+  uint64_t start() const { return _entry().start; }
   const_iterator& operator++() {
-    ++index_;
-    if (index_ + AHEAD < sequence_->size()) {
-      __builtin_prefetch((*sequence_)[index_ + AHEAD]);
+    if (++index_ == (*blocks_)[block_].size()) {
+      ++block_;
+      index_ = 0;
     }
     return *this;
   }
@@ -115,16 +84,26 @@ class RangedItemSequence::const_iterator {
     ++*this;
     return before;
   }
-  bool operator==(const const_iterator& other) const { return index_ == other.index_; }
-  bool operator!=(const const_iterator& other) const { return index_ != other.index_; }
+  bool operator==(const const_iterator& other) const {
+    return block_ == other.block_ && index_ == other.index_;
+  }
+  bool operator!=(const const_iterator& other) const { return !(*this == other); }
 
  private:
-  // The items lie all over the memory: without this, a walk would wait for each.
-  static constexpr std::size_t AHEAD = 8;
+  friend class RangedItemSequence;
+  const_iterator(const std::vector<Block>* blocks, std::size_t block, std::size_t index)
+      : blocks_(blocks), block_(block), index_(index) {}
+  const Entry& _entry() const { return (*blocks_)[block_][index_]; }
 
-  const RangedItemSequence* sequence_ = nullptr;
-  std::size_t index_ = 0;
+  const std::vector<Block>* blocks_ = nullptr;
+  std::size_t block_ = 0;
+  std::size_t index_ = 0;  // inside the block
 };
 
-inline RangedItemSequence::const_iterator RangedItemSequence::begin() const { return {this, 0}; }
-inline RangedItemSequence::const_iterator RangedItemSequence::end() const { return {this, size_}; }
+inline RangedItemSequence::const_iterator RangedItemSequence::begin() const {
+  return {&blocks_, 0, 0};
+}
+inline RangedItemSequence::const_iterator RangedItemSequence::end() const {
+  return {&blocks_, blocks_.size(), 0};
+}
+inline RangedItem* RangedItemSequence::operator[](std::size_t index) const { return *nth(index); }

@@ -1,5 +1,40 @@
 #include "model/RangedItemStore.h"
 
+namespace {
+
+bool _holds(const RangedItem* item, uint64_t address) {
+  return item != nullptr && item->contains(address);
+}
+
+// The items from `first` to `last` share the greatest start not above an address; with `isExact`
+// their start is the address. Returns the one of them that halving `size` items lands on.
+std::size_t _probe(std::size_t size, std::size_t first, std::size_t last, bool isExact) {
+  std::size_t low = 0;
+  std::size_t high = size - 1;
+  std::size_t probe = high / 2;
+  while (low != high) {
+    const bool isBelow = isExact ? probe < first : probe <= last;
+    if (isBelow) {
+      if (probe == last) {
+        return probe;
+      }
+      if (isExact && probe + 1 == first) {
+        return first;
+      }
+      low = probe + 1;
+    } else {
+      if (isExact && probe <= last) {
+        return probe;
+      }
+      high = probe - 1;
+    }
+    probe = (low + high) / 2;
+  }
+  return low;
+}
+
+}  // namespace
+
 RangedItemStore::~RangedItemStore() {
   if (ownsItems_) {
     for (const RangedItem* item : items_) {
@@ -9,82 +44,52 @@ RangedItemStore::~RangedItemStore() {
 }
 
 RangedItem* RangedItemStore::addRangedItem(RangedItem* item) {
-  int floor = -1;
-  if (!items_.empty()) {
-    const std::size_t last = items_.size() - 1;
-    floor = item->start >= items_.startAt(last) ? static_cast<int>(last)
-                                                : _findRangedItemIndex(item->start);
+  const uint64_t lastStart = items_.empty() ? 0 : items_.lastStart();
+  const uint64_t start = item == nullptr ? lastStart : item->start;
+  const bool isLast = start >= lastStart;
+  const Place floor = isLast ? items_.last() : items_.floor(start);
+  const bool hasFloor = floor != items_.end();
+  const bool isShared = hasFloor && floor.start() == start;
+  if (isShared) {
+    sharedStarts_.insert(start);
   }
-  if (floor >= 0) {
-    RangedItem* const before = items_[static_cast<std::size_t>(floor)];
-    if (before->start == item->start) {
-      before->sharesStart = true;
-      item->sharesStart = true;
-    }
-    if (item->sharesStart || before->contains(item->start)) {
-      ++generation_;
-    }
+  if (isShared || (hasFloor && _holds(*floor, start))) {
+    ++generation_;
   }
-  items_.insert(static_cast<std::size_t>(floor + 1), item);
+  if (isLast) {
+    items_.append(start, item);
+  } else if (!hasFloor) {
+    items_.insert(items_.begin(), start, item);
+  } else {
+    Place place = _probed(start, floor);
+    items_.insert(++place, start, item);
+  }
   return item;
 }
 
 RangedItem* RangedItemStore::findRangedItem(unsigned long long address) const {
-  bool isSole = false;
-  return findRangedItem(address, address, address, isSole);
-}
-
-RangedItem* RangedItemStore::findRangedItem(unsigned long long address, unsigned long long first,
-                                            unsigned long long last, bool& isSole) const {
-  isSole = false;
-  const int index = _findRangedItemIndex(address);
-  if (index < 0) {
+  const Place floor = items_.floor(address);
+  if (floor == items_.end()) {
     return nullptr;
   }
-  const std::size_t next = static_cast<std::size_t>(index) + 1;
-  RangedItem* const item = items_[next - 1];
-  if (!item->contains(address)) {
-    return nullptr;
-  }
-  isSole = !item->sharesStart && item->start <= first && item->contains(last) &&
-           (next == items_.size() || items_.startAt(next) > last);
-  return item;
+  RangedItem* const item = *_probed(address, floor);
+  return _holds(item, address) ? item : nullptr;
 }
 
 int RangedItemStore::_findRangedItemIndex(unsigned long long address) const {
-  if (items_.empty() || address < items_.startAt(0)) {
-    return -1;
-  }
-  // Only among equal starts does it matter how the floor is searched for.
-  const std::size_t index = items_.floorIndex(address);
-  const bool isShared = index > 0 && items_.startAt(index - 1) == items_.startAt(index);
-  return isShared ? _probedIndex(address) : static_cast<int>(index);
+  const Place floor = items_.floor(address);
+  return floor == items_.end() ? -1 : static_cast<int>(items_.indexOf(_probed(address, floor)));
 }
 
-int RangedItemStore::_probedIndex(unsigned long long address) const {
-  const auto startAt = [this](int index) {
-    return items_.startAt(static_cast<std::size_t>(index));
-  };
-  const int last = static_cast<int>(items_.size()) - 1;
-  int low = 0;
-  int high = last;
-  int probe = high / 2;
-  while (low != high) {
-    if (startAt(probe) < address) {
-      if (probe == last || startAt(probe + 1) > address) {
-        return probe;
-      }
-      if (startAt(probe + 1) == address) {
-        return probe + 1;
-      }
-      low = probe + 1;
-    } else {
-      if (startAt(probe) == address) {
-        return probe;
-      }
-      high = probe - 1;
-    }
-    probe = (low + high) / 2;
+// Only among equal starts does it matter how the floor is searched for.
+RangedItemStore::Place RangedItemStore::_probed(unsigned long long address,
+                                                const Place& floor) const {
+  const uint64_t start = floor.start();
+  if (!isSharedStart(start)) {
+    return floor;
   }
-  return low;
+  const Place below = start == 0 ? items_.end() : items_.floor(start - 1);
+  const std::size_t first = below == items_.end() ? 0 : items_.indexOf(below) + 1;
+  const std::size_t last = items_.indexOf(floor);
+  return items_.nth(_probe(items_.size(), first, last, start == address));
 }

@@ -15,11 +15,7 @@ constexpr double NANOSECONDS_PER_SECOND = 1e9;
 void SampleInfo::copy(const perfevents::PerfEventDataSample& record) {
   backtrace.clear();
   if (record.ip() == UINT64_MAX) {
-    time = 0.0;
-    ip = 0;
-    pid = 0;
-    tid = 0;
-    cpu = 0;
+    static_cast<SampleFacts&>(*this) = {};
     return;
   }
   time = static_cast<double>(record.time()) / NANOSECONDS_PER_SECOND;

@@ -1,70 +1,52 @@
-// Rows of the "samples" table that are not text yet: what they refer to has been found.
+// The "samples" table: its columns, and a row of it before and after it is text. No other place
+// knows the columns and their order.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <span>
-#include <vector>
+#include <string>
+
+#include "output/SampleInfo.h"
+
+namespace kestrel {
+class JsomWriter;
+}
 
 struct SampleRow {
-  // An address, and the key of the function or map that it refers to.
-  struct Place {
+  struct Caller {
     uint64_t address = 0;
-    uint64_t key = 0;
+    uint64_t key = 0;  // of the function or map that the address refers to
   };
 
-  uint32_t number = 0;  // the row's key, from 1
-  uint32_t cpu = 0;
-  uint32_t tid = 0;
-  uint32_t callers = 0;  // how many there are
-  double time = 0.0;     // seconds
-  Place place;           // the sampled one
+  // Opens the table in the writer's open object; its "data" array stays open for the rows.
+  static void openTable(kestrel::JsomWriter& writer);
+
+  SampleFacts sample;
+  uint64_t key = 0;      // of the function or map that the sample's ip refers to
+  uint32_t number = 0;   // the row's own key, from 1
+  uint32_t callers = 0;  // how many there are; they stand elsewhere
 };
 
-// Complete rows, one after the other, and perhaps one in hand behind them, which counts for nothing
-// before its end. The callers of all of them stand in one piece.
-class SampleRowBatch {
+// A row on its way into the writer's open array, as one text, which costs a fraction of the time of
+// its values one by one. Reused for every row.
+class SampleRowText {
  public:
-  // Takes all of its memory at once.
-  SampleRowBatch() : rows_(MOST_ROWS), callers_(ENOUGH_CALLERS) {}
+  // `timePrecision` is the number of digits of the times.
+  explicit SampleRowText(int timePrecision) : timePrecision_(timePrecision) {}
 
-  bool isEmpty() const { return rowCount_ == 0; }
-  bool isFull() const { return rowCount_ == MOST_ROWS || callerCount_ >= ENOUGH_CALLERS; }
-  bool hasRowInHand() const { return hasRowInHand_; }
-  void clear() {
-    rowCount_ = 0;
-    callerCount_ = 0;
-    hasRowInHand_ = false;
-  }
-
-  // Begins a row, to be filled in, but for the number of its callers: that of those that are added,
-  // `mostCallers` at most. Not when the batch is full.
-  SampleRow& begin(std::size_t mostCallers) {
-    firstCaller_ = callerCount_;
-    if (callerCount_ + mostCallers > callers_.size()) {
-      callers_.resize(callerCount_ + mostCallers);
-    }
-    hasRowInHand_ = true;
-    return rows_[rowCount_];
-  }
-  void addCaller(const SampleRow::Place& caller) { callers_[callerCount_++] = caller; }
-  void end() {
-    rows_[rowCount_++].callers = static_cast<uint32_t>(callerCount_ - firstCaller_);
-    hasRowInHand_ = false;
-  }
-
-  std::span<const SampleRow> rows() const { return {rows_.data(), rowCount_}; }
-  const SampleRow::Place* callers() const { return callers_.data(); }
+  // All columns but the callers. Drops what is left of a row that was never ended.
+  void startRow(const SampleRow& row);
+  void addCaller(const SampleRow::Caller& caller);
+  void endRow(kestrel::JsomWriter& writer);
+  // Writes what there is of the row already; nothing between two rows.
+  void writeBeginning(kestrel::JsomWriter& writer);
 
  private:
-  // 112 KiB in all, save for very long back traces.
-  static constexpr std::size_t MOST_ROWS = 1024;
-  static constexpr std::size_t ENOUGH_CALLERS = 4096;
+  void _makeRoom(std::size_t bytes);
+  void _add(char byte) { text_[length_++] = byte; }
+  void _addNumber(uint64_t number);
 
-  std::vector<SampleRow> rows_;
-  std::size_t rowCount_ = 0;
-  bool hasRowInHand_ = false;
-  std::vector<SampleRow::Place> callers_;
-  std::size_t callerCount_ = 0;
-  std::size_t firstCaller_ = 0;  // of the row in hand
+  int timePrecision_;
+  std::string text_;        // room, of which length_ bytes are used
+  std::size_t length_ = 0;  // 0: nothing, or nothing since writeBeginning()
 };

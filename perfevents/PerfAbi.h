@@ -1,8 +1,7 @@
-// The numbers of the perf.data file and of the records in it. Nothing else in the project knows an
-// offset, a record type or a flag bit. Offsets and sizes are bytes; all fields are in the byte
-// order of the machine that recorded. Sources: the kernel's include/uapi/linux/perf_event.h
-// (attributes, records, samples) and its tools/perf/util/header.h (file header, sections, trace
-// event types).
+// The numbers of the perf.data file and of the records in it that the decoders are made of. Offsets
+// and sizes are bytes; all fields are in the byte order of the machine that recorded. Sources: the
+// kernel's include/uapi/linux/perf_event.h (attributes, records, samples) and its
+// tools/perf/util/header.h (file header, sections, trace event types).
 #pragma once
 
 #include <cstddef>
@@ -14,7 +13,7 @@ namespace perfevents::abi {
 constexpr std::size_t FILE_HEADER_SIZE = 104;
 constexpr std::size_t FILE_FEATURE_WORDS = 4;  // adds_features: 256 bits
 
-// The smallest file that can hold a header, an attribute and an event.
+// Smaller files are refused: a header, an attribute of the first revision, and 16 bytes more.
 constexpr std::size_t MINIMUM_FILE_SIZE = 200;
 
 // struct perf_file_section: offset and size, 64 bits each
@@ -113,7 +112,7 @@ constexpr uint64_t FORMAT_TOTAL_TIME_RUNNING = 0x2;
 constexpr uint64_t FORMAT_ID = 0x4;
 constexpr uint64_t FORMAT_GROUP = 0x8;
 
-// enum perf_event_type: the record types that are decoded
+// enum perf_event_type: the record types that are decoded; see PerfEventData::Type
 constexpr uint32_t RECORD_MMAP = 1;
 constexpr uint32_t RECORD_LOST = 2;
 constexpr uint32_t RECORD_COMM = 3;

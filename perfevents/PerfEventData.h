@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "kestrel/ByteBufferViewport.h"
+#include "perfevents/PerfAbi.h"
 
 namespace perfevents {
 
@@ -16,15 +17,15 @@ class PerfEventData {
   // The kernel's PERF_RECORD_* numbers; Unknown for every record that is not decoded.
   enum class Type : uint32_t {
     Unknown = 0,
-    Mmap = 1,
-    Lost = 2,
-    Comm = 3,
-    Exit = 4,
-    Throttle = 5,
-    Unthrottle = 6,
-    Fork = 7,
-    Read = 8,
-    Sample = 9,
+    Mmap = abi::RECORD_MMAP,
+    Lost = abi::RECORD_LOST,
+    Comm = abi::RECORD_COMM,
+    Exit = abi::RECORD_EXIT,
+    Throttle = abi::RECORD_THROTTLE,
+    Unthrottle = abi::RECORD_UNTHROTTLE,
+    Fork = abi::RECORD_FORK,
+    Read = abi::RECORD_READ,
+    Sample = abi::RECORD_SAMPLE,
   };
 
   // The `misc` word of the record header: PERF_RECORD_MISC_* bits, the CPU mode in the low three.

@@ -1,6 +1,8 @@
 #include "perfevents/PerfRecordFileReader.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <istream>
 #include <optional>
@@ -55,8 +57,13 @@ PerfRecordFileReader::PerfRecordFileReader(std::ifstream& stream, bool createSto
   if (!stream.is_open()) {
     handleError("Input file stream has not been opened.");
   }
+  errno = 0;
   stream_.seekg(0, std::ios::end);
   fileSize_ = stream_.tellg();
+  if (fileSize_ == std::streampos(-1)) {
+    stream_.setstate(std::ios_base::failbit);  // which a place that cannot be told leaves alone
+  }
+  _reportIfUnreadable(errno);
   if (!stream_ || fileSize_ < static_cast<std::streamoff>(abi::MINIMUM_FILE_SIZE)) {
     handleError("Perf file is of insufficient size.");
   }
@@ -70,13 +77,27 @@ PerfRecordFileReader::PerfRecordFileReader(std::ifstream& stream, bool createSto
 }
 
 bool PerfRecordFileReader::_seek(uint64_t offset) {
+  errno = 0;
   stream_.seekg(static_cast<std::streamoff>(offset));
+  _reportIfUnreadable(errno);
   return !stream_.fail();
 }
 
 bool PerfRecordFileReader::_read(unsigned char* bytes, std::size_t size) {
+  errno = 0;
   stream_.read(reinterpret_cast<char*>(bytes), static_cast<std::streamsize>(size));
+  _reportIfUnreadable(errno);
   return !stream_.fail();
+}
+
+// Called after each use of the stream. What the file itself is to blame for, an offset that is none
+// or a file that has no places, is left to the caller's message.
+void PerfRecordFileReader::_reportIfUnreadable(int error) {
+  const bool isOfTheFile = error == 0 || error == EINVAL || error == EOVERFLOW || error == ESPIPE;
+  if (stream_.fail() && !isOfTheFile) {
+    _log().errorf("Error reading perf file: %s", std::strerror(error));
+    stream_.setstate(std::ios_base::badbit);
+  }
 }
 
 void PerfRecordFileReader::readHeader() {
@@ -240,54 +261,21 @@ void PerfRecordFileReader::parseEvents(PerfEventDataListener& listener) {
   }
   const auto size = static_cast<int64_t>(header_.data.size);
   int64_t offset = 0;
-  std::size_t stretch = 0;
   records_.begin();
-  while (offset < size) {
-    if (leftOut_ != nullptr) {
-      offset += _leaveOut(offset, stretch);
-    }
-    if (!_readRecord()) {
-      break;
-    }
-    if (quiet_ != nullptr) {
-      quiet_->add(static_cast<uint64_t>(offset), _isQuiet());
-    }
+  while (offset < size && _readRecord()) {
     _deliver(undecoded, listener);
     offset += records_.size();
-  }
-  if (quiet_ != nullptr) {
-    quiet_->finish();
   }
   records_.end();
   listener.onClose();
 }
 
-// Passes over the stretch if it begins here. Returns its length, else 0.
-int64_t PerfRecordFileReader::_leaveOut(int64_t offset, std::size_t& stretch) {
-  const std::vector<QuietStretches::Stretch>& stretches = leftOut_->stretches();
-  if (stretch == stretches.size() || static_cast<int64_t>(stretches[stretch].begin) != offset) {
-    return 0;
-  }
-  const auto length = static_cast<int64_t>(stretches[stretch].end) - offset;
-  records_.passOver(length);
-  ++stretch;
-  return length;
-}
-
-// Of all records only COMM ones are logged.
-bool PerfRecordFileReader::_isQuiet() {
-  const auto type = static_cast<PerfEventData::Type>(records_.type());
-  return type == PerfEventData::Type::Sample ? isTimeWanted_ && _isFilteredOut(_body())
-                                             : type != PerfEventData::Type::Comm;
-}
-
-kestrel::ByteBufferViewport PerfRecordFileReader::_body() {
-  constexpr unsigned int HEADER = abi::EVENT_HEADER_SIZE;
-  return {records_.record() + HEADER, abi::LARGEST_EVENT_SIZE - HEADER, records_.size() - HEADER};
-}
-
 bool PerfRecordFileReader::_readRecord() {
-  switch (records_.next()) {
+  const RecordStream::Outcome outcome = records_.next();
+  if (outcome != RecordStream::Outcome::Record) {
+    _reportIfUnreadable(records_.readError());
+  }
+  switch (outcome) {
     case RecordStream::Outcome::Garbled:
       _log().errorf("Garbled event data header size.  Perf file corrupt.");
       return false;
@@ -311,11 +299,10 @@ void PerfRecordFileReader::_deliver(PerfEventData* undecoded, PerfEventDataListe
     }
     return;
   }
-  if (skipsSamples_ && type == PerfEventData::Type::Sample) {
-    return;
-  }
-  const kestrel::ByteBufferViewport body = _body();
-  if (type == PerfEventData::Type::Sample && isTimeWanted_ && _isFilteredOut(body)) {
+  constexpr unsigned int HEADER = abi::EVENT_HEADER_SIZE;
+  const kestrel::ByteBufferViewport body(
+      records_.record() + HEADER, abi::LARGEST_EVENT_SIZE - HEADER, records_.size() - HEADER);
+  if (type == PerfEventData::Type::Sample && !filter_.admits(body, timeOffset_)) {
     return;
   }
   if (const PerfEventData* const event = store_->getEventData(type, body, misc)) {
@@ -323,18 +310,10 @@ void PerfRecordFileReader::_deliver(PerfEventData* undecoded, PerfEventDataListe
   }
 }
 
-void PerfRecordFileReader::filterSamples(std::function<bool(uint64_t)> isTimeWanted) {
+void PerfRecordFileReader::filterSamples(SampleFilter filter) {
   const std::optional<std::size_t> offset = PerfEventDataSample::timeOffset(attributes_.at(0));
-  if (offset) {
-    timeOffset_ = *offset;
-    isTimeWanted_ = std::move(isTimeWanted);
-  }
-}
-
-// What is too short to have a time is for its decoder to refuse.
-bool PerfRecordFileReader::_isFilteredOut(const kestrel::ByteBufferViewport& sample) const {
-  return sample.size() >= timeOffset_ + sizeof(uint64_t) &&
-         !isTimeWanted_(RecordCursor::at<uint64_t>(sample, timeOffset_));
+  timeOffset_ = offset.value_or(0);
+  filter_ = offset || !filter.looksAtTimes() ? std::move(filter) : SampleFilter::all();
 }
 
 }  // namespace perfevents

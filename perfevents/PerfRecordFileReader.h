@@ -8,7 +8,6 @@
 #pragma once
 
 #include <array>
-#include <functional>
 #include <iosfwd>
 #include <memory>
 #include <vector>
@@ -16,8 +15,8 @@
 #include "perfevents/PerfAbi.h"
 #include "perfevents/PerfEventDataStore.h"
 #include "perfevents/PerfOutputReader.h"
-#include "perfevents/QuietStretches.h"
 #include "perfevents/RecordStream.h"
+#include "perfevents/SampleFilter.h"
 
 namespace perfevents {
 
@@ -55,17 +54,8 @@ class PerfRecordFileReader : public PerfOutputReader {
   // through, without onClose().
   void parseEvents(PerfEventDataListener& listener) override;
 
-  // Leaves out the samples, which are nearly all of a recording, when the listener does not look at
-  // them. Their decoder says nothing that would be missed in the log.
-  void skipSamples() { skipsSamples_ = true; }
-  // Leaves out samples whose time, in nanoseconds, is not wanted, and does not decode them. Layouts
-  // without a time are delivered whole.
-  void filterSamples(std::function<bool(uint64_t)> isTimeWanted);
-  // Has the next walk note the stretches that a later one, of the same file and with the same
-  // filter, may leave out. Without a filter there are none. Borrows the stretches for the walk.
-  void noteQuietStretches(QuietStretches& stretches) { quiet_ = &stretches; }
-  // Has the next walk leave out stretches that an earlier one has noted. Borrows them for the walk.
-  void leaveOut(const QuietStretches& stretches) { leftOut_ = &stretches; }
+  // Which samples the next walk delivers; all by default.
+  void filterSamples(SampleFilter filter);
 
   const boost::ptr_vector<PerfEventAttribute>& getAttributes() const override {
     return attributes_;
@@ -89,15 +79,12 @@ class PerfRecordFileReader : public PerfOutputReader {
 
  private:
   bool _seek(uint64_t offset);
+  void _reportIfUnreadable(int error);
   bool _read(unsigned char* bytes, std::size_t size);
   void _checkSection(const PerfFileSection& section, const char* message) const;
   void _setAttributeVersion();
   std::vector<uint64_t> _readIds(const PerfFileSection& section, uint64_t mostIds);
-  int64_t _leaveOut(int64_t offset, std::size_t& stretch);
-  bool _isQuiet();
-  kestrel::ByteBufferViewport _body();  // of the record in hand
   bool _readRecord();
-  bool _isFilteredOut(const kestrel::ByteBufferViewport& sample) const;
   void _deliver(PerfEventData* undecoded, PerfEventDataListener& listener);
 
   std::istream& stream_;
@@ -106,11 +93,8 @@ class PerfRecordFileReader : public PerfOutputReader {
   boost::ptr_vector<PerfEventAttribute> attributes_;
   std::map<uint64_t, std::string> traceEventTypes_;
   RecordStream records_;
-  bool skipsSamples_ = false;
-  std::function<bool(uint64_t)> isTimeWanted_;  // empty: every time is
-  std::size_t timeOffset_ = 0;                  // in a sample's body
-  QuietStretches* quiet_ = nullptr;             // to be noted
-  const QuietStretches* leftOut_ = nullptr;
+  SampleFilter filter_ = SampleFilter::all();
+  std::size_t timeOffset_ = 0;  // in a sample's body
   std::streampos fileSize_ = 0;
   int attributeVersion_ = 0;
   std::string noName_;

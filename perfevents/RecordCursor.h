@@ -1,8 +1,8 @@
-// Reads numbers and text from a run of bytes in order: the only code that touches the bytes of a
-// recording, and the one place of their bounds check. Values are copied in machine byte order (perf
-// writes natively), never cast in place: a body need not be aligned, and Arm may trap. After the
-// first read past the end ok() is false and every later read yields zero or nothing, so that a
-// decoder checks once, at its end.
+// Reads numbers and text from a run of bytes in order, with the check of its bounds: for whatever
+// decodes a recording, but for the parts of samples that were measured before. Values are copied in
+// machine byte order (perf writes natively), never cast in place: a body need not be aligned, and
+// Arm may trap. After the first read past the end ok() is false and every later read yields zero or
+// nothing, so that a decoder checks once, at its end.
 #pragma once
 
 #include <cstddef>
@@ -23,7 +23,6 @@ class RecordCursor {
   RecordCursor(const unsigned char* bytes, std::size_t size) : next_(bytes), left_(size) {}
 
   bool ok() const { return ok_; }
-  std::size_t left() const { return left_; }
 
   template <typename T>
   T take() {

@@ -1,6 +1,7 @@
 #include "perfevents/RecordStream.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <istream>
 
@@ -16,7 +17,11 @@ constexpr std::size_t BLOCK_SIZE = 128 * 1024;
 void RecordStream::begin() {
   _keepHeader();
   buffer_.size(BLOCK_SIZE + abi::LARGEST_EVENT_SIZE);
+  readError_ = 0;
   blockStart_ = stream_.tellg();
+  if (blockStart_ < 0) {
+    _noteReadError();
+  }
   recordAt_ = 0;
   nextAt_ = 0;
   filledTo_ = 0;
@@ -42,23 +47,19 @@ bool RecordStream::_provide(std::size_t bytes) {
   nextAt_ = 0;
   stream_.read(reinterpret_cast<char*>(start + filledTo_),
                static_cast<std::streamsize>(BLOCK_SIZE - filledTo_));
+  if (stream_.bad()) {
+    _noteReadError();
+  }
   filledTo_ += static_cast<std::size_t>(stream_.gcount());
   return filledTo_ >= bytes;
 }
 
-void RecordStream::passOver(std::streamoff bytes) {
-  const std::streamoff left = static_cast<std::streamoff>(filledTo_ - nextAt_);
-  if (bytes <= left) {
-    nextAt_ += static_cast<std::size_t>(bytes);
-    return;
+// The first one counts.
+void RecordStream::_noteReadError() {
+  if (readError_ == 0) {
+    readError_ = errno;
   }
-  _keepHeader();
-  blockStart_ += static_cast<std::streamoff>(nextAt_) + bytes;
-  recordAt_ = 0;
-  nextAt_ = 0;
-  filledTo_ = 0;
-  stream_.clear();  // the block may have reached the end of the file
-  stream_.seekg(blockStart_);
+  stream_.setstate(std::ios_base::badbit);
 }
 
 RecordStream::Outcome RecordStream::_nextAcrossBlocks() {

@@ -41,8 +41,6 @@ class RecordStream {
     }
     return _nextAcrossBlocks();
   }
-  // Goes on so many bytes further, at the begin of another record.
-  void passOver(std::streamoff bytes);
   // Leaves the stream as if the records had been read from it one by one: behind the last one, or
   // failed when it is cut off.
   void end();
@@ -51,6 +49,9 @@ class RecordStream {
   // are there to be read from the record's start on, and they stay until the next step.
   unsigned char* record() { return buffer_.data() + recordAt_; }
   uint16_t size() const { return size_; }
+  // The errno of what failed when the system was asked for the file, which is why the stream is
+  // bad; else 0.
+  int readError() const { return readError_; }
   // The other fields of its header.
   uint32_t type() const {
     return _fieldAt<uint32_t>(buffer_.data() + recordAt_, abi::EVENT_HEADER_TYPE_OFFSET);
@@ -72,6 +73,7 @@ class RecordStream {
   Outcome _nextAcrossBlocks();
   void _keepHeader();
   bool _provide(std::size_t bytes);
+  void _noteReadError();
 
   std::istream& stream_;
   kestrel::ByteBuffer buffer_;
@@ -82,6 +84,7 @@ class RecordStream {
   std::array<unsigned char, abi::EVENT_HEADER_SIZE> header_{};  // of the record before
   uint16_t size_ = 0;
   bool isCutOff_ = false;
+  int readError_ = 0;
 };
 
 }  // namespace perfevents

@@ -24,11 +24,13 @@ enum LongOption {
   OPTION_CACHE_SIZE,
   OPTION_LISTING_TIMEOUT,
   OPTION_MAX_FRAMES,
+  OPTION_BUNDLE,
   OPTION_VERSION,
 };
 
 constexpr option LONG_OPTIONS[] = {
     {"output", required_argument, nullptr, 'o'},
+    {"bundle", required_argument, nullptr, OPTION_BUNDLE},
     {"list", no_argument, nullptr, 'l'},
     {"event", required_argument, nullptr, OPTION_EVENT},
     {"window", required_argument, nullptr, OPTION_WINDOW},
@@ -89,19 +91,33 @@ std::uint64_t sizeOf(std::string text) {
   return numberOf("--cache-size", text, std::numeric_limits<std::uint64_t>::max() >> 32) << shift;
 }
 
-void addSysroot(Options& options, bool& isGiven, const char* directory) {
-  if (!isGiven) {
+void addSysroot(Options& options, const char* directory) {
+  if (!options.isSysrootGiven) {
     options.listing.sysroots.clear();
   }
-  isGiven = true;
+  options.isSysrootGiven = true;
   options.listing.sysroots.emplace_back(directory);
+}
+
+// A bundle takes the place of everything else that a run could write.
+void checkBundle(const Options& options, bool isListing) {
+  if (options.bundle.empty()) {
+    refuse("--bundle needs the name of a file.");
+  }
+  if (isListing || !options.output.empty() || !options.window.empty()) {
+    refuse("--bundle writes a bundle and nothing else: leave out --list, --output and --window.");
+  }
+  if (options.recording == "-") {
+    refuse("--bundle takes a recording from a file: save it first.");
+  }
 }
 
 }  // namespace
 
 Options Options::parse(int count, char* const* words) {
   Options options;
-  bool isSysrootGiven = false;
+  bool isListing = false;
+  bool isBundle = false;
   opterr = 0;
   optind = 0;
   for (;;) {
@@ -114,7 +130,7 @@ Options Options::parse(int count, char* const* words) {
         options.output = optarg;
         break;
       case 'l':
-        options.action = Action::LIST;
+        isListing = true;
         break;
       case 'q':
         options.quiet = true;
@@ -128,6 +144,10 @@ Options Options::parse(int count, char* const* words) {
       case OPTION_EVENT:
         options.events.emplace_back(optarg);
         break;
+      case OPTION_BUNDLE:
+        options.bundle = optarg;
+        isBundle = true;
+        break;
       case OPTION_WINDOW:
         options.window = optarg;
         break;
@@ -135,7 +155,7 @@ Options Options::parse(int count, char* const* words) {
         options.keepUnknown = true;
         break;
       case OPTION_SYSROOT:
-        addSysroot(options, isSysrootGiven, optarg);
+        addSysroot(options, optarg);
         break;
       case OPTION_DEBUG_DIR:
         options.listing.debugDirs.emplace_back(optarg);
@@ -177,11 +197,17 @@ Options Options::parse(int count, char* const* words) {
   if (optind < count) {
     options.recording = words[optind];
   }
+  if (isBundle) {
+    options.action = Action::BUNDLE;
+    checkBundle(options, isListing);
+  } else if (isListing) {
+    options.action = Action::LIST;
+  }
   return options;
 }
 
 const char* Options::helpText() {
-  return R"(Usage: tracemill-prepare [options] [perf.data | -]
+  return R"(Usage: tracemill-prepare [options] [perf.data | - | FILE.tar.zst]
 
 Reads any recording of perf record, finds the names of its functions, and writes a folder that
 tracemill converts as it stands:
@@ -191,6 +217,8 @@ tracemill converts as it stands:
 
   -o, --output DIR         the folder (default: the recording's name with .prepared); one that was
                            prepared before is replaced
+      --bundle FILE        write no folder, but one archive with the recording and all files that
+                           were hit; given in place of a recording, another machine prepares it
   -l, --list               say what the recording holds, and end
       --event NAME         take the samples of this event; may be repeated (default: the first
                            that is not a dummy)
@@ -211,7 +239,7 @@ tracemill converts as it stands:
   -h, --help               show this help
       --version            show the version
 
-Ends with 0 when the folder was written, also if a damaged recording could be read in part only, 1
+Ends with 0 when the folder or bundle was written, also if a damaged recording could be read in part only, 1
 when it could not, 2 when the command line is wrong.
 )";
 }

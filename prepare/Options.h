@@ -20,13 +20,15 @@ class UsageError : public std::runtime_error {
 };
 
 struct Options {
-  enum class Action { PREPARE, LIST, HELP, VERSION };
+  enum class Action { PREPARE, BUNDLE, LIST, HELP, VERSION };
 
   Action action = Action::PREPARE;
   std::string recording = "perf.data";  // - for standard input
   std::string output;                   // folder; empty: the recording's name with .prepared
   std::vector<std::string> events;      // empty: the first that is not a dummy
   std::string window;                   // empty: none asked for
+  std::string bundle;                   // to be written in place of a folder; empty: none
+  bool isSysrootGiven = false;
   bool keepUnknown = false;
   bool quiet = false;
   unsigned maxFrames = 127;  // of a chain that is found from a stack dump

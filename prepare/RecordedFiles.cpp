@@ -33,7 +33,9 @@ int openOwnVdso() {
 }  // namespace
 
 RecordedFiles::RecordedFiles(const recordings::Facts& facts, const listing::Options& options)
-    : options_(options), isThisMachine_(isRecordedHere(facts)), vdso_(openOwnVdso()) {
+    : options_(options),
+      isThisMachine_(!options.otherMachine && isRecordedHere(facts)),
+      vdso_(options.otherMachine ? -1 : openOwnVdso()) {
   for (const recordings::FileBuildId& known : facts.buildIds) {
     buildIds_.emplace(known.name, known.id);
   }

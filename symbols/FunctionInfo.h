@@ -15,8 +15,8 @@ class FunctionInfo : public RangedItem, public Pooled<FunctionInfo> {
   // this function's own.
   void copy(const FunctionInfo& other);
 
-  uint32_t refCount = 0;    // addresses of samples and back traces that resolved to this function
   uint32_t lineNumber = 0;  // 0: unknown
-  // As listed, demangled by the lister. Borrowed: see SymbolTable::keepTexts().
+  uint32_t refCount = 0;    // addresses of samples and back traces that resolved to this function
+  // As listed, demangled by the lister. Borrowed: see SymbolTable::texts().
   std::string_view name;
 };

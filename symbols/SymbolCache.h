@@ -14,6 +14,7 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 
 #include "kestrel/json/JSOM.h"
 
@@ -36,20 +37,24 @@ class SymbolCache {
   // that is accepted.
   void generateCacheFileName(const std::string& sourcePath, std::string& name) const;
   // Runs the lister on `sourcePath` and keeps its output in `listPath`. False when the lister could
-  // not be run or its output did not arrive whole; an empty list file is left then. The lister's
-  // exit status does not matter.
+  // not be run, and an empty list file is left; or when it was ended by a signal or its output did
+  // not arrive whole, and no list file is left. The lister's exit status does not matter.
   bool createCacheFile(const std::string& sourcePath, const std::string& listPath);
 
  private:
   bool _findFrozenList(const std::string& sourcePath, kestrel::JSOM& entry,
                        std::string& listPath) const;
   bool _findListOf(kestrel::JSOM& entry, std::string& listPath) const;
-  bool _createList(const std::string& sourcePath, long long modificationTime, kestrel::JSOM& entry,
+  bool _createList(const std::string& sourcePath, long long modificationTime,
                    std::string& listPath);
+  bool _discardList(const std::string& sourcePath, const std::string& listPath,
+                    const std::string& reason);
+  void _noteEntry(int number);
   void _writeIndex();
 
   kestrel::JSOM index_;
-  std::string cacheDir_;   // ends in "/"
-  std::string indexPath_;  // inside it
+  std::map<std::string_view, int> entries_;  // of the index, by path: a handle searches them all
+  std::string cacheDir_;                     // ends in "/"
+  std::string indexPath_;                    // inside it
   std::map<std::string, std::string> overrides_;
 };

@@ -8,7 +8,6 @@
 #include "symbols/SourceFileStore.h"
 #include "symbols/SymbolLine.h"
 #include "symbols/SymbolTable.h"
-#include "symbols/TextArena.h"
 
 namespace {
 
@@ -20,9 +19,7 @@ kestrel::Logger& _log() {
 }  // namespace
 
 SymbolListProcessor::SymbolListProcessor(SymbolTable* table)
-    : texts_(std::make_shared<TextArena>()),
-      table_(table),
-      sourceFiles_(kestrel::Singleton<SourceFileStore>::Instance()) {
+    : table_(table), sourceFiles_(kestrel::Singleton<SourceFileStore>::Instance()) {
   _log();
 }
 
@@ -35,9 +32,9 @@ void SymbolListProcessor::processLine(const std::string& line) {
   // A list names one file for many symbols in a row.
   std::string_view file = symbols_.empty() ? std::string_view() : symbols_.back().sourceFile;
   if (file != symbol->sourceFile) {
-    file = texts_->keep(symbol->sourceFile);
+    file = table_->texts().keep(symbol->sourceFile);
   }
-  symbols_.push_back({symbol->address, texts_->keep(symbol->name), file});
+  symbols_.push_back({symbol->address, table_->texts().keep(symbol->name), file});
 }
 
 // By address, and of each address only the symbol that was listed last.
@@ -62,7 +59,6 @@ void SymbolListProcessor::_sortSymbols() {
 
 void SymbolListProcessor::processEOF() {
   _sortSymbols();
-  table_->keepTexts(texts_);
   for (std::size_t i = 0; i + 1 < symbols_.size(); ++i) {
     _addFunction(symbols_[i], symbols_[i + 1].address - symbols_[i].address, false);
   }

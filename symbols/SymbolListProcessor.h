@@ -11,7 +11,6 @@
 
 #include <cstdint>
 #include <deque>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -19,13 +18,14 @@
 
 class SourceFileStore;
 class SymbolTable;
-class TextArena;
 
 class SymbolListProcessor : public kestrel::LineProcessor {
  public:
   // Borrows the table to be filled.
   explicit SymbolListProcessor(SymbolTable* table);
 
+  // By blocks: a list can have a million lines.
+  void processBuffer(const char* data, int length) override { takeBlock(data, length); }
   // The last symbol listed for an address wins. A source position gives its file only: the line
   // number is always 0.
   void processLine(const std::string& line) override;
@@ -44,9 +44,8 @@ class SymbolListProcessor : public kestrel::LineProcessor {
   void _sortSymbols();
   void _addFunction(const ListedSymbol& symbol, uint64_t size, bool isLast);
 
-  std::deque<ListedSymbol> symbols_;  // as listed until _sortSymbols(); their texts in texts_
+  std::deque<ListedSymbol> symbols_;  // as listed until _sortSymbols(); their texts are the table's
   bool isAscending_ = true;           // every address above the one before
-  std::shared_ptr<TextArena> texts_;  // shared with the table
   SymbolTable* table_;
   SourceFileStore* sourceFiles_;
 };

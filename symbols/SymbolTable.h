@@ -2,20 +2,17 @@
 // serves every map of the file; the symbol table store owns it. One thread only.
 #pragma once
 
-#include <memory>
 #include <set>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include "model/MMapInfo.h"
 #include "model/RangedItemStore.h"
 #include "symbols/FunctionInfo.h"
+#include "symbols/TextArena.h"
 
 namespace kestrel {
 class JsomWriter;
 }
-class TextArena;
 
 class SymbolTable : public RangedItemStore {
  public:
@@ -23,8 +20,8 @@ class SymbolTable : public RangedItemStore {
 
   // Takes ownership.
   void addFunction(FunctionInfo* function) { addRangedItem(function); }
-  // Keeps the memory of the functions' names alive as long as the table.
-  void keepTexts(std::shared_ptr<const TextArena> texts) { texts_.push_back(std::move(texts)); }
+  // The memory of the functions' names.
+  TextArena& texts() { return texts_; }
   // The function at the run-time address `address` of `map`, or null.
   FunctionInfo* getFunction(unsigned long long address, const MMapInfo* map) const;
   // The first function of that name in address order, or null. A linear scan.
@@ -48,5 +45,5 @@ class SymbolTable : public RangedItemStore {
   };
 
   std::set<const MMapInfo*, ByKey> maps_;  // by key, so that documents are the same everywhere
-  std::vector<std::shared_ptr<const TextArena>> texts_;
+  TextArena texts_;
 };

@@ -1,5 +1,8 @@
 #include "symbols/SymbolTableStore.h"
 
+#include <cerrno>
+#include <cstring>
+
 #include "app/PerfSettings.h"
 #include "kestrel/FileUtils.h"
 #include "kestrel/Singleton.h"
@@ -29,9 +32,9 @@ SymbolTableStore::SymbolTableStore() {
   const PerfSettings* const settings = kestrel::Singleton<PerfSettings>::Instance();
   fileFinder_.setCheckAsGiven(settings->onTargetMode);
   fileFinder_.setSearchPath(settings->symbolFileSeachPath);
-  locations_[NO_FILE] = NO_FILE;
-  tables_[NO_FILE] = std::make_unique<SymbolTable>();
-  noFileTable_ = _tableAt(NO_FILE);
+  const auto noFile = std::make_shared<const std::string>(NO_FILE);
+  locations_[noFile] = noFile;
+  noFileTable_ = (tables_[noFile] = std::make_unique<SymbolTable>()).get();
 }
 
 SymbolTable* SymbolTableStore::_tableAt(const std::string& located) const {
@@ -40,12 +43,13 @@ SymbolTable* SymbolTableStore::_tableAt(const std::string& located) const {
 }
 
 void SymbolTableStore::setLocation(const std::string& name, const std::string& located) {
-  locations_[name] = located;
-  hasLocationOfNoFile_ = hasLocationOfNoFile_ || (!name.empty() && _standsForNoFile(name));
+  _setLocation(std::make_shared<const std::string>(name),
+               std::make_shared<const std::string>(located));
 }
 
-bool SymbolTableStore::hasSymbolTable(const MMapInfo* map) const {
-  return map->symbolTable != nullptr || map->name.isOfNoFile();
+void SymbolTableStore::_setLocation(const SharedText& name, const SharedText& located) {
+  locations_[name] = located;
+  hasLocationOfNoFile_ = hasLocationOfNoFile_ || (!name->empty() && _standsForNoFile(*name));
 }
 
 SymbolTable* SymbolTableStore::getSymbolTable(MMapInfo* map) {
@@ -59,7 +63,7 @@ SymbolTable* SymbolTableStore::getSymbolTable(MMapInfo* map) {
   const std::string name = map->name;
   const auto known = locations_.find(name);
   if (known != locations_.end()) {
-    if (SymbolTable* const table = _tableAt(known->second)) {
+    if (SymbolTable* const table = _tableAt(*known->second)) {
       map->symbolTable = table;
       return table;
     }
@@ -71,13 +75,15 @@ SymbolTable* SymbolTableStore::getSymbolTable(MMapInfo* map) {
 
   std::string located;
   _locateFile(name, located);
+  const SharedText path =
+      located == name ? map->name.shared() : std::make_shared<const std::string>(located);
   SymbolTable* table = _tableAt(located);
   if (table == nullptr) {
-    table = _createSymbolTable(located);
+    table = _fillTable(path);
     _log().debugf("Created mmap(%p) a new symbol table %p for (\"%s\")", static_cast<void*>(map),
                   static_cast<void*>(table), located.c_str());
   } else {
-    setLocation(name, located);
+    _setLocation(map->name.shared(), path);
   }
   table->addMap(map);
   map->symbolTable = table;
@@ -87,7 +93,7 @@ SymbolTable* SymbolTableStore::getSymbolTable(MMapInfo* map) {
 void SymbolTableStore::_locateFile(const std::string& name, std::string& located) const {
   const auto known = locations_.find(name);
   if (known != locations_.end()) {
-    located = known->second;
+    located = *known->second;
   } else if (_standsForNoFile(name)) {
     located = NO_FILE;
   } else if (!fileFinder_.findFile(name, located)) {
@@ -96,14 +102,21 @@ void SymbolTableStore::_locateFile(const std::string& name, std::string& located
 }
 
 SymbolTable* SymbolTableStore::_createSymbolTable(const std::string& located) {
-  std::unique_ptr<SymbolTable>& entry = tables_[located];
+  return _fillTable(std::make_shared<const std::string>(located));
+}
+
+SymbolTable* SymbolTableStore::_fillTable(const SharedText& path) {
+  const std::string& located = *path;
+  std::unique_ptr<SymbolTable>& entry = tables_[path];
   entry = std::make_unique<SymbolTable>();
   SymbolTable* const table = entry.get();
-  setLocation(located, located);
+  _setLocation(path, path);
   std::string listPath;
   if (kestrel::Singleton<SymbolCache>::Instance()->getSampleDataFile(located, listPath)) {
     SymbolListProcessor processor(table);
-    kestrel::FileUtils::processFile(listPath, processor);
+    if (!kestrel::FileUtils::processFile(listPath, processor)) {
+      _log().errorf("Error reading symbols from '%s': %s", listPath.c_str(), std::strerror(errno));
+    }
     _log().infof("Loaded %u symbols for '%s'", static_cast<unsigned int>(table->items().size()),
                  located.c_str());
   }

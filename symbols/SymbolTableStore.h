@@ -9,6 +9,7 @@
 #include <string>
 
 #include "kestrel/FileFinder.h"
+#include "model/MapName.h"
 #include "symbols/SymbolTable.h"
 
 namespace kestrel {
@@ -19,15 +20,15 @@ class SymbolTableStore {
  public:
   // Takes search path and on-target mode from the settings.
   SymbolTableStore();
+  virtual ~SymbolTableStore() = default;
+  SymbolTableStore(const SymbolTableStore&) = delete;
+  SymbolTableStore& operator=(const SymbolTableStore&) = delete;
 
   // The table of the map's file; an empty one when there is no file, no list, or no symbol. Never
   // null. The maps that a table lists as its users are the one that caused its making and those
   // whose names had to be located first, not those whose name was known already: kept so, documents
   // carry the list.
   SymbolTable* getSymbolTable(MMapInfo* map);
-
-  // Whether getSymbolTable(map) has its answer at hand: nothing will be looked for, read or logged.
-  bool hasSymbolTable(const MMapInfo* map) const;
 
   // Names that are known to stand for a path, without a look at the disk. The driver enters the
   // kernel's.
@@ -45,11 +46,16 @@ class SymbolTableStore {
   SymbolTable* _createSymbolTable(const std::string& located);
 
  private:
+  using SharedText = MapName::SharedText;
+
   SymbolTable* _tableAt(const std::string& located) const;
+  void _setLocation(const SharedText& name, const SharedText& located);
+  SymbolTable* _fillTable(const SharedText& located);
 
   kestrel::FileFinder fileFinder_;
-  std::map<std::string, std::unique_ptr<SymbolTable>> tables_;  // key: located path
-  std::map<std::string, std::string> locations_;                // map file name to located path
+  // Texts are shared with the maps: names may be long and many.
+  std::map<SharedText, std::unique_ptr<SymbolTable>, MapName::ByText> tables_;  // key: located path
+  std::map<SharedText, SharedText, MapName::ByText> locations_;  // map file name to located path
   SymbolTable* noFileTable_;          // among tables_: made-up maps have no symbols
   bool hasLocationOfNoFile_ = false;  // a name among them reads as a made-up map's
 };

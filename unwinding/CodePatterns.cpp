@@ -90,7 +90,8 @@ void useReturnAddressAbove(Machine machine, unsigned pushed, FrameRule& rule) {
 bool recogniseSignalReturn(Machine machine, Bytes code, FrameRule& rule) {
   switch (machine) {
     case Machine::X86_64:
-      if (!atPc(code, {0x48, 0xc7, 0xc0, 0x0f, 0, 0, 0, 0x0f, 0x05})) {
+      if (!atPc(code, {0x48, 0xc7, 0xc0, 0x0f, 0, 0, 0, 0x0f, 0x05}) &&
+          !before(code, {0x48, 0xc7, 0xc0, 0x0f, 0, 0, 0, 0x0f, 0x05})) {  // in the system call
         return false;
       }
       useContext(machine, 40, IN_X86_64_ORDER, rule);  // flags, link, stack
@@ -117,6 +118,8 @@ bool recogniseLinkageEntry(Machine machine, Bytes code, FrameRule& rule) {
   const bool jumpsByGot = atPc(code, {0xff, 0x25}) || atPc(code, {0xf2, 0xff, 0x25}) ||
                           atPc(code, {0xf3, 0x0f, 0x1e, 0xfa, 0xff, 0x25}) ||
                           atPc(code, {0xf3, 0x0f, 0x1e, 0xfa, 0xf2, 0xff, 0x25}) ||
+                          atPc(code, {0xf3, 0x0f, 0x1e, 0xfa, 0x41, 0xbb}) ||  // mold's:
+                          atPc(code, {0x41, 0xbb, ANY, ANY, ANY, ANY, 0xff, 0x25}) ||
                           (machine == Machine::X86 && atPc(code, {0xff, 0xa3}));
   const bool pushesNumber = atPc(code, {0x68, ANY, ANY, ANY, ANY, 0xe9}) ||
                             atPc(code, {0x68, ANY, ANY, ANY, ANY, 0xf2, 0xe9});

@@ -12,7 +12,7 @@
 namespace unwinding {
 
 // Bytes that a caller gives from before and from behind the program counter.
-constexpr std::size_t CODE_BEFORE = 8;
+constexpr std::size_t CODE_BEFORE = 12;
 constexpr std::size_t CODE_BEHIND = 16;
 
 // `code` holds CODE_BEFORE + CODE_BEHIND bytes, or less behind. False when nothing is recognised.

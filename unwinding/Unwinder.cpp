@@ -10,18 +10,20 @@ namespace unwinding {
 
 namespace {
 
-constexpr std::size_t CACHED_RULES = std::size_t{1} << 14;  // a power of two
-constexpr std::uint64_t LONGEST_GUESSED_FRAME = 0x4000;     // bytes
-constexpr unsigned MOST_FILE_READS = 256;                   // of a chain; honest ones need none
+// Powers of two.
+constexpr std::size_t FEWEST_CACHED_RULES = std::size_t{1} << 8;
+constexpr std::size_t MOST_CACHED_RULES = std::size_t{1} << 14;
+constexpr std::uint64_t LONGEST_GUESSED_FRAME = 0x4000;  // bytes
+constexpr unsigned MOST_FILE_READS = 256;                // of a chain; honest ones need none
 constexpr std::uint64_t THUMB_BIT = 1;
 // Arm64: what is above the addresses of a process is the authentication code.
 constexpr std::uint64_t ARM64_ADDRESS_MASK = (std::uint64_t{1} << 48) - 1;
 
-std::size_t slotOf(FileId file, std::uint64_t offset) {
+// One of `slots`, a power of two.
+std::size_t slotOf(FileId file, std::uint64_t offset, std::size_t slots) {
   const std::uint64_t mixed = (offset ^ (std::uint64_t{file} << 40)) * 0x9e3779b97f4a7c15u;
-  return static_cast<std::size_t>(mixed >> 50);
+  return static_cast<std::size_t>(mixed >> 40) & (slots - 1);
 }
-static_assert(CACHED_RULES == std::size_t{1} << (64 - 50));
 
 }  // namespace
 
@@ -53,7 +55,7 @@ std::optional<std::uint64_t> Unwinder::SampleMemory::_readFile(std::uint64_t add
 }
 
 Unwinder::Unwinder(FrameFiles& files)
-    : files_(files), memory_(*this), traits_(traitsOf(machine_)), rules_(CACHED_RULES) {}
+    : files_(files), memory_(*this), traits_(traitsOf(machine_)), rules_(FEWEST_CACHED_RULES) {}
 
 End Unwinder::unwind(const UserState& state, const MapLookup& maps, std::size_t mostFrames,
                      std::vector<std::uint64_t>& frames) {
@@ -104,14 +106,21 @@ const FileFrames* Unwinder::_file(FileId file) {
 
 const FrameRule& Unwinder::_rule(const FileFrames& file, FileId id, std::uint64_t offset,
                                  bool isReturnAddress) {
-  CachedRule& cached = rules_[slotOf(id, offset)];
-  if (cached.file != id || cached.offset != offset || cached.isReturnAddress != isReturnAddress) {
-    file.find(offset, isReturnAddress, cached.rule);
-    cached.file = id;
-    cached.offset = offset;
-    cached.isReturnAddress = isReturnAddress;
+  CachedRule* cached = &rules_[slotOf(id, offset, rules_.size())];
+  if (cached->file == id && cached->offset == offset &&
+      cached->isReturnAddress == isReturnAddress) {
+    return cached->rule;
   }
-  return cached.rule;
+  if (++foundRules_ > rules_.size() && rules_.size() < MOST_CACHED_RULES) {
+    rules_ = std::vector<CachedRule>(rules_.size() * 4);  // they are soon there again
+    foundRules_ = 0;
+    cached = &rules_[slotOf(id, offset, rules_.size())];
+  }
+  file.find(offset, isReturnAddress, cached->rule);
+  cached->file = id;
+  cached->offset = offset;
+  cached->isReturnAddress = isReturnAddress;
+  return cached->rule;
 }
 
 std::optional<End> Unwinder::_step(const FrameRule& rule, Frame& frame) {

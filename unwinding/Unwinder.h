@@ -107,9 +107,10 @@ class Unwinder {
   FrameFiles& files_;
   const MapLookup* maps_ = nullptr;  // of the current chain
   SampleMemory memory_;
-  MachineTraits traits_;
   Machine machine_ = Machine::X86_64;
+  MachineTraits traits_;
   std::unordered_map<FileId, const FileFrames*> opened_;
+  std::size_t foundRules_ = 0;     // since `rules_` has its size
   std::vector<CachedRule> rules_;  // by a hash of file and offset; the latest stays
   FileId lastFile_ = NO_FILE;
 };

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Cuts a kernel symbol list down to what one recording needs.
 
     perf script -i RECORDING -F ip | cut_kallsyms.py /proc/kallsyms > kallsyms.txt

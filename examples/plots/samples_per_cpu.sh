@@ -1,22 +1,25 @@
 #!/bin/sh
 # Draws how many samples each CPU took over time, by thread.
 #
-#   samples_per_cpu.sh DOCUMENT PICTURE.png [MILLISECONDS]
+#   samples_per_cpu.sh SAMPLES PICTURE.png [MILLISECONDS]
 #
-# MILLISECONDS is the width of a column (default 20). On Debian: apt install gnuplot-nox jq
+# SAMPLES is what `tracemill-report -f jsonl` writes, "-" is standard input. MILLISECONDS is the width of a
+# column (default 20). On Debian: apt install gnuplot-nox jq
 set -eu
 if [ $# -lt 2 ] || [ $# -gt 3 ]; then
-  sed -n '2,6s/^# \{0,1\}//p' "$0" >&2
+  sed -n '2,7s/^# \{0,1\}//p' "$0" >&2
   exit 1
 fi
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
+[ "$1" = - ] && input=/dev/stdin || input=$1
+
 # One line a sample: time in seconds, CPU, name of the thread.
-jq -r '(.processes.data | map({ key: "\(.[0])", value: .[3] }) | from_entries) as $threads |
-       .samples.data[] | [.[3], .[4], $threads["\(.[5])"]] | @tsv' "$1" > "$work/samples"
+jq -r '[.time, .cpu // "not recorded", if .thread == "" then "(no name)" else .thread end] | @tsv' "$input" \
+  > "$work/samples"
 if [ ! -s "$work/samples" ]; then
-  echo "samples_per_cpu: the document has no samples" >&2
+  echo "samples_per_cpu: there are no samples" >&2
   exit 1
 fi
 
@@ -29,7 +32,7 @@ cut -f 3 "$work/samples" | grep -qvxFf "$work/threads" && echo others >> "$work/
 # on top of the one before.
 awk -F '\t' -v width="${3:-20}" -v work="$work" '
   BEGIN { while ((getline name < (work "/threads")) > 0) { names[++n] = name; known[name] } }
-  { bin = int($1 * 1000 / width); count[$2, $3 in known ? $3 : "others", bin]++
+  { gsub(/ /, "_", $2); bin = int($1 * 1000 / width); count[$2, $3 in known ? $3 : "others", bin]++
     cpus[$2]; if (bin > last) last = bin }
   END {
     for (cpu in cpus)
@@ -41,7 +44,7 @@ awk -F '\t' -v width="${3:-20}" -v work="$work" '
     print most, (last + 1) * width / 1000 > (work "/ends")
   }' "$work/samples"
 
-cpus=$(cut -f 2 "$work/samples" | sort -nu | tr '\n' ' ')
+cpus=$(cut -f 2 "$work/samples" | sort -u | sort -n | tr ' \n' '_ ')
 threads=$(wc -l < "$work/threads")
 read -r most end < "$work/ends"
 PICTURE=$2 gnuplot <<END
@@ -60,7 +63,7 @@ PICTURE=$2 gnuplot <<END
   set yrange [0:$most * 1.1]
   set key outside right top Left reverse noenhanced
   do for [cpu in "$cpus"] {
-    set ylabel "CPU " . cpu
+    set ylabel (cpu eq "not_recorded" ? "CPU not recorded" : "CPU " . cpu)
     last = (cpu eq word("$cpus", words("$cpus")))
     set format x (last ? "%g" : "")
     if (last) { set xlabel "seconds" }

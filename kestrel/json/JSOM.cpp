@@ -1,7 +1,10 @@
 #include "kestrel/json/JSOM.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <utility>
+#include <vector>
 
 namespace kestrel {
 
@@ -13,9 +16,10 @@ constinit JSOM JSOM::JERROR(NULL_REFERENCE);
 // instead.
 __attribute__((init_priority(101))) const std::string JSOM::EMPTY_STRING;
 
-// A container that was made because a missing value was indexed. It joins the tree when something
-// is written to it or below it, so that a search for a missing value leaves the tree as it is.
-// Shared by the handles that were indexed from there.
+// The place of a container that was made because a missing value was indexed. It joins the tree
+// when something is written to it or below it, so that a search for a missing value leaves the tree
+// as it is. Which node stands there is settled then, and not before: several handles may wait for
+// one place, and all of them find the node that the first write has put there.
 struct JSOM::Place {
   Place() = default;
   Place(const Place&) = delete;
@@ -23,25 +27,81 @@ struct JSOM::Place {
   ~Place() {
     JSONData::release(container);
     JSONData::release(node);
+    // One after the other: a path may be longer than the thread's stack.
+    while (outer != nullptr && outer.use_count() == 1) {
+      std::shared_ptr<Place> next = std::move(outer->outer);
+      outer = std::move(next);
+    }
   }
 
-  void fill() {
-    if (isElement) {
-      container->setByIndex(index, node);
-    } else {
-      container->setByKey(key, node);
+  // The node that stands in the tree here now; otherwise an empty one that waits.
+  JSONData* lookUp() {
+    for (Place* place : _waitingPath()) {
+      JSONData* const found = place->_findInTree();
+      if (found == nullptr) break;
+      place->_settle(found);
     }
-    isFilled = true;
+    return node;
+  }
+
+  // As above; puts what waits into the tree.
+  JSONData* fill() {
+    for (Place* place : _waitingPath()) {
+      JSONData* const found = place->_findInTree();
+      if (found == nullptr) place->_store();
+      place->_settle(found == nullptr ? place->node : found);
+    }
+    return node;
+  }
+
+  static bool areTheSame(const Place* one, const Place* other) {
+    while (one != other && one != nullptr && other != nullptr &&
+           one->isElement == other->isElement && one->index == other->index &&
+           one->key == other->key) {
+      if (one->outer == nullptr && other->outer == nullptr) {
+        return one->container == other->container;
+      }
+      one = one->outer.get();
+      other = other->outer.get();
+    }
+    return one == other;
   }
 
   JSONData* container = nullptr;  // what `node` goes into; one reference each
-  JSONData* node = nullptr;
+  JSONData* node = nullptr;       // empty until it stands in the tree
   bool isElement = false;
   int index = 0;
   std::string key;  // a copy: the caller's need not outlive the handles indexed from the one it was
                     // given for
-  std::shared_ptr<Place> outer;  // of `container`, if that has to wait too
+  std::shared_ptr<Place> outer;  // of `container`, if that had to wait too
   bool isFilled = false;
+
+ private:
+  // The outermost first; empty when there is nothing to wait for.
+  std::vector<Place*> _waitingPath() {
+    std::vector<Place*> path;
+    for (Place* place = this; place != nullptr && !place->isFilled; place = place->outer.get()) {
+      path.push_back(place);
+    }
+    std::reverse(path.begin(), path.end());
+    return path;
+  }
+  JSONData* _container() const { return outer == nullptr ? container : outer->node; }
+  JSONData* _findInTree() const {
+    return isElement ? _elementOf(*_container(), index) : _container()->getByKey(key);
+  }
+  void _store() {
+    if (isElement) {
+      _container()->setByIndex(index, node);
+    } else {
+      _container()->setByKey(key, node);
+    }
+  }
+  void _settle(JSONData* settled) {
+    settled->retain();
+    JSONData::release(std::exchange(node, settled));
+    isFilled = true;
+  }
 };
 
 JSOM::JSOM(JSONData* node) : JSOM(node, static_cast<JSONData*>(nullptr)) {}
@@ -75,7 +135,7 @@ JSOM::JSOM(const JSOM& other)
 }
 
 JSOM::~JSOM() {
-  JSONData::release(_node());
+  if (infoType_ == BOUND) JSONData::release(info_.node);
   JSONData::release(parent_);
   parent_ = nullptr;
   infoType_ = NULL_REFERENCE;
@@ -83,17 +143,27 @@ JSOM::~JSOM() {
 
 JSOM& JSOM::operator=(const JSOM& other) {
   if (&other != this && other._node() != nullptr) {
-    makeInfoNode("operator[](int32_t)", other._node());  // kept: the name that readers know
+    _copyFrom(*other._node(), "operator[](int32_t)");  // kept: the name that readers know
   }
   return *this;
 }
 
 void JSOM::copy(const JSOM& other) {
   if (other._node() != nullptr) {
-    makeInfoNode("copy()", other._node());
+    _copyFrom(*other._node(), "copy()");
   } else if (JSONData* const node = makeInfoNode("copy()")) {
     node->setBoolean(false);
   }
+}
+
+void JSOM::_copyFrom(const JSONData& content, const char* operation) {
+  if (infoType_ == BOUND && place_ == nullptr) {
+    info_.node->copy(content);
+    return;
+  }
+  JSONData twin;  // the content may be the tree that the node is about to be stored in
+  twin.copy(content);
+  if (JSONData* const node = makeInfoNode(operation)) node->copy(twin);
 }
 
 bool JSOM::operator==(const JSOM& other) const {
@@ -102,13 +172,13 @@ bool JSOM::operator==(const JSOM& other) const {
     case UNBOUND:
       return this == &other;
     case BOUND:
-      return info_.node == other.info_.node;
+      return _node() == other._node();
     case PENDING_KEY:
-      return parent_ == other.parent_ && std::strcmp(info_.key, other.info_.key) == 0;
+      return _isInSameContainer(other) && std::strcmp(info_.key, other.info_.key) == 0;
     case PENDING_KEY_STRING:
-      return parent_ == other.parent_ && *info_.keyString == *other.info_.keyString;
+      return _isInSameContainer(other) && *info_.keyString == *other.info_.keyString;
     case PENDING_INDEX:
-      return parent_ == other.parent_ && info_.index == other.info_.index;
+      return _isInSameContainer(other) && info_.index == other.info_.index;
     case NULL_REFERENCE:
       break;
   }
@@ -119,53 +189,101 @@ void JSOM::_reportError(const char* operation, const char* message) {
   std::fprintf(stderr, "JSOM::%s: %s\n", operation, message);
 }
 
+bool JSOM::_isInSameContainer(const JSOM& other) const {
+  return place_ == nullptr || other.place_ == nullptr
+             ? parent_ == other.parent_
+             : Place::areTheSame(place_.get(), other.place_.get());
+}
+
+JSONData* JSOM::_node() const {
+  if (infoType_ != BOUND) return nullptr;
+  return place_ == nullptr ? info_.node : place_->lookUp();
+}
+
 void JSOM::_bind(JSONData* node) {
   node->retain();
+  if (infoType_ == BOUND) JSONData::release(info_.node);
   info_.node = node;
   infoType_ = BOUND;
 }
 
-JSONData* JSOM::makeInfoNode(const char* operation, const JSONData* content) {
+JSONData* JSOM::_elementOf(const JSONData& container, int index) {
+  return container.type() == JSONData::ARRAY ? container.getByIndex(index) : nullptr;
+}
+
+// Only of a pending handle.
+JSONData* JSOM::_findPendingIn(const JSONData& container) const {
+  switch (infoType_) {
+    case PENDING_INDEX:
+      return _elementOf(container, info_.index);
+    case PENDING_KEY:
+      return container.getByKey(info_.key);
+    default:
+      return container.getByKey(*info_.keyString);
+  }
+}
+
+void JSOM::_storePendingIn(JSONData& container, JSONData* node) const {
+  switch (infoType_) {
+    case PENDING_INDEX:
+      container.setByIndex(info_.index, node);
+      break;
+    case PENDING_KEY:
+      container.setByKey(info_.key, node);
+      break;
+    default:
+      container.setByKey(*info_.keyString, node);
+      break;
+  }
+}
+
+JSONData* JSOM::makeInfoNode(const char* operation) {
   if (infoType_ == NULL_REFERENCE) {
     _reportError(operation,
                  parent_ != nullptr ? "internal error, no info" : "null reference error");
     return nullptr;
   }
+  JSONData* const settled = place_ == nullptr ? nullptr : place_->fill();
   if (infoType_ == BOUND) {
-    if (content != nullptr) info_.node->copy(*content);
+    if (settled != nullptr) _bind(settled);
   } else {
-    auto* const node = new JSONData;
-    // Before it is stored, since the content may be the tree that it is stored in.
-    if (content != nullptr) node->copy(*content);
-    if (parent_ != nullptr) {
-      if (infoType_ == PENDING_INDEX) {
-        parent_->setByIndex(info_.index, node);
-      } else if (infoType_ == PENDING_KEY) {
-        parent_->setByKey(info_.key, node);
-      } else {
-        parent_->setByKey(*info_.keyString, node);
-      }
+    JSONData* const container = settled == nullptr ? parent_ : settled;
+    JSONData* node = container == nullptr ? nullptr : _findPendingIn(*container);
+    if (node == nullptr) {
+      node = new JSONData;
+      if (container != nullptr) _storePendingIn(*container, node);
     }
+    _setParent(container);
     _bind(node);
   }
-  _fillPlaces();
+  place_.reset();
   return info_.node;
 }
 
+void JSOM::_setParent(JSONData* parent) {
+  if (parent != nullptr) parent->retain();
+  JSONData::release(std::exchange(parent_, parent));
+}
+
 JSONData* JSOM::_makeContainer(const char* operation, JSONData::Type type) {
-  if (infoType_ == BOUND) return info_.node;
+  if (infoType_ == BOUND) return _node();
   if (infoType_ == NULL_REFERENCE || parent_ == nullptr) {
     JSONData* const node = makeInfoNode(operation);
     if (node != nullptr) node->setType(type);
     return node;
   }
+  JSONData* const container = place_ == nullptr ? parent_ : place_->node;
+  if (JSONData* const present = _findPendingIn(*container)) {
+    _setParent(container);
+    _bind(present);
+    place_.reset();
+    return present;
+  }
   std::shared_ptr<Place> place = _placeOfPending();
-  _bind(new JSONData);
-  info_.node->setType(type);
-  info_.node->retain();
-  place->node = info_.node;
+  _bind(place->node);
+  place->node->setType(type);
   place_ = place;
-  return info_.node;
+  return place->node;
 }
 
 std::shared_ptr<JSOM::Place> JSOM::_placeOfPending() const {
@@ -179,16 +297,16 @@ std::shared_ptr<JSOM::Place> JSOM::_placeOfPending() const {
     place->key = infoType_ == PENDING_KEY ? std::string(info_.key) : *info_.keyString;
   }
   place->outer = place_;
+  place->node = new JSONData;
+  place->node->retain();
   return place;
 }
 
-// A place is filled together with all those around it.
-void JSOM::_fillPlaces() {
-  for (Place* place = place_.get(); place != nullptr && !place->isFilled;
-       place = place->outer.get()) {
-    place->fill();
-  }
-  place_.reset();
+// What is found stands in the tree as its container does; what is missing waits for the container,
+// too.
+JSOM JSOM::_waitingToo(JSOM handle) const {
+  if (handle.infoType_ != BOUND) handle.place_ = place_;
+  return handle;
 }
 
 JSOM JSOM::operator[](int i) { return _elementAt(i, "operator[](int32_t)", "index out of bounds"); }
@@ -212,9 +330,8 @@ JSOM JSOM::_elementAt(int i, const char* operation, const char* message) {
     return JERROR;
   }
   JSONData* const element = container->getByIndex(i);
-  JSOM handle = element != nullptr ? JSOM(element, container) : JSOM(container, i == -1 ? end : i);
-  handle.place_ = place_;
-  return handle;
+  return _waitingToo(element != nullptr ? JSOM(element, container)
+                                        : JSOM(container, i == -1 ? end : i));
 }
 
 JSOM JSOM::_memberAt(const char* key, const char* operation) {
@@ -225,18 +342,14 @@ JSOM JSOM::_memberAt(const char* key, const char* operation) {
     return JERROR;
   }
   JSONData* const member = container->getByKey(key);
-  JSOM handle = member != nullptr ? JSOM(member, container) : JSOM(container, key);
-  handle.place_ = place_;
-  return handle;
+  return _waitingToo(member != nullptr ? JSOM(member, container) : JSOM(container, key));
 }
 
 JSOM JSOM::_memberAt(const std::string& key, const char* operation) {
   JSONData* const container = _makeContainer(operation, JSONData::OBJECT);
   if (container == nullptr) return JERROR;
   JSONData* const member = container->getByKey(key);
-  JSOM handle = member != nullptr ? JSOM(member, container) : JSOM(container, key);
-  handle.place_ = place_;
-  return handle;
+  return _waitingToo(member != nullptr ? JSOM(member, container) : JSOM(container, key));
 }
 
 int JSOM::size() const {

@@ -3,7 +3,8 @@
 // that does not exist yet (a missing member, the slot after the last element), or is the null
 // reference. Reading never fails: what is missing gives the caller's default. A place that does not
 // exist turns into a node of the tree only when something is written to it or below it, so looking
-// for a missing value adds nothing.
+// for a missing value adds nothing. The node is made once: every handle that waits for the place
+// writes to the one that is there by then.
 //
 //   JSOM config;
 //   if (config.fromFile("tracemill.conf").isError()) ...
@@ -141,18 +142,23 @@ class JSOM {
 
   constexpr explicit JSOM(InfoType infoType) : infoType_(infoType) {}
 
-  JSONData* _node() const { return infoType_ == BOUND ? info_.node : nullptr; }
+  JSONData* _node() const;
   bool _isType(int type) const;
   void _bind(JSONData* node);
-  // Before every write: the node of this handle, created if there is none and stored in the tree.
-  // `content`, if any, is what it becomes a deep copy of. Null after a message if there is no way
-  // to make one.
-  JSONData* makeInfoNode(const char* operation, const JSONData* content = nullptr);
+  void _setParent(JSONData* parent);
+  // Before every write: the node of this handle: the one that stands in its place by now, or a new
+  // one, stored in the tree. Null after a message if there is no way to make one.
+  JSONData* makeInfoNode(const char* operation);
+  void _copyFrom(const JSONData& content, const char* operation);
   // Before indexing: the node, created as an empty container if there is none. Null after a
   // message.
   JSONData* _makeContainer(const char* operation, JSONData::Type type);
+  static JSONData* _elementOf(const JSONData& container, int index);
+  JSONData* _findPendingIn(const JSONData& container) const;
+  void _storePendingIn(JSONData& container, JSONData* node) const;
   std::shared_ptr<Place> _placeOfPending() const;
-  void _fillPlaces();
+  JSOM _waitingToo(JSOM handle) const;
+  bool _isInSameContainer(const JSOM& other) const;
   JSOM _elementAt(int i, const char* operation, const char* message);
   JSOM _memberAt(const char* key, const char* operation);
   JSOM _memberAt(const std::string& key, const char* operation);
@@ -166,8 +172,8 @@ class JSOM {
   JSONData* parent_ = nullptr;
   InfoType infoType_ = UNBOUND;
   Info info_;
-  // Where the container of this handle, or one around it, goes as soon as something is written;
-  // usually null.
+  // Of the node of a bound handle, or of the container of a pending one, where those wait to join
+  // the tree; usually null.
   std::shared_ptr<Place> place_;
 };
 

@@ -1,5 +1,6 @@
 #include "kestrel/json/JsomWriter.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -124,6 +125,32 @@ void JsomWriter::appendJsonValue(const char* text, int length) {
   write(text, length);
 }
 
+void JsomWriter::appendNumberArray(const char* text, int length) {
+  std::int32_t column = column_ < BREAK_COLUMN ? column_ : BREAK_COLUMN;
+  if (state_ == ']') ++column;  // a comma comes first
+  const std::int32_t left = BREAK_COLUMN - (column < BREAK_COLUMN ? column : 0);
+  if (!whitespace && length <= left) {  // no forced line break falls inside
+    appendJsonValue(text, length);
+  } else {
+    appendArrayPiece(text, length);
+  }
+}
+
+void JsomWriter::appendArrayPiece(const char* text, int length) {
+  const char* const end = text + length;
+  while (text < end) {
+    const char* const value = text++;
+    if (*value == '[') {
+      startArray();
+    } else if (*value == ']') {
+      endArray();
+    } else if (*value != ',') {
+      text = std::find_if(value, end, [](char c) { return c == ',' || c == ']'; });
+      appendJsonValue(value, static_cast<int>(text - value));
+    }
+  }
+}
+
 void JsomWriter::appendDouble(long double value, int precision) {
   ValueText text;
   if (!_beginValue("appendDouble", text)) return;
@@ -198,11 +225,6 @@ void JsomWriter::end() {
   while (state_ != 0) _close(inObject(state_) ? '}' : ']');
   stateStack_.clear();
   flush();
-}
-
-bool JsomWriter::holdsOnLine(int length) const {
-  const std::int32_t column = state_ == ']' ? column_ + 1 : column_;  // a comma comes first
-  return !whitespace && length <= BREAK_COLUMN - (column < BREAK_COLUMN ? column : 0);
 }
 
 void JsomWriter::write(const char* bytes, int length) {
@@ -325,7 +347,24 @@ void JsomWriter::_put(const char* bytes, std::streamsize length) {
     out_->write(bytes, length);
     return;
   }
-  if (out_->rdbuf()->sputn(bytes, length) != length) out_->setstate(std::ios_base::badbit);
+  bool isWritten = false;
+  try {
+    isWritten = out_->rdbuf()->sputn(bytes, length) == length;
+  } catch (...) {
+    _noteFailureOfBuffer();
+    return;
+  }
+  if (!isWritten) out_->setstate(std::ios_base::badbit);
+}
+
+// Called while the exception of the stream's buffer is handled; as the stream's own operations do.
+void JsomWriter::_noteFailureOfBuffer() {
+  try {
+    out_->setstate(std::ios_base::badbit);
+  } catch (const std::ios_base::failure&) {
+    // The owner of the stream wants exceptions, and gets the one that says why.
+  }
+  if ((out_->exceptions() & std::ios_base::badbit) != 0) throw;
 }
 
 // Saturates: a line that long is broken before the next value all the same.

@@ -4,8 +4,9 @@
 //
 // The writer checks only the order of the calls. A call in the wrong place prints one line on
 // standard error (the text, the state as a raw byte, a line feed), writes nothing to the stream and
-// changes nothing; later calls go on normally. Errors of the stream are not looked at here: whoever
-// owns the stream checks it at the end.
+// changes nothing; later calls go on normally. Errors of the stream are not looked at here, and an
+// exception of its buffer becomes badbit, as with the stream's own operations: whoever owns the
+// stream checks it at the end.
 //
 // `raw` means: the bytes need no escaping and are written as they are. A null string is written as
 // null, without quotes. Lengths are bytes. Nothing is written after the last bracket, no line feed
@@ -20,7 +21,13 @@
 namespace kestrel {
 
 class JsomWriter {
+ private:
+  std::ostream* out_;  // borrowed
+
  public:
+  // False: compact. True: one space of indentation a level. To be set before the first value.
+  bool whitespace = false;
+
   // Borrows the stream, which must outlive the writer; it is never closed here.
   explicit JsomWriter(std::ostream* out);
   JsomWriter(const JsomWriter&) = delete;
@@ -37,10 +44,11 @@ class JsomWriter {
   void appendUnsignedInt(unsigned int value);
   // The bytes are written as they are: they must be valid JSON.
   void appendJsonValue(const char* text, int length);
-  // Whether an array of numbers of up to `length` bytes, given as one finished text to
-  // appendJsonValue(), gives the bytes that it would give value by value: in the compact layout,
-  // and where no forced line break falls inside.
-  bool holdsOnLine(int length) const;
+  // An array of numbers, and of such arrays, in the compact layout: gives the bytes that it would
+  // give value by value.
+  void appendNumberArray(const char* text, int length);
+  // As above, for a part of its text that ends between two values. The array is open in between.
+  void appendArrayPiece(const char* text, int length);
   // At most `precision` fraction digits, zeros at the end removed; 0 gives six digits, not trimmed.
   // Beyond 1e16 the exponent notation is used whatever the precision. Text over 255 bytes is cut.
   void appendDouble(long double value, int precision);
@@ -61,9 +69,6 @@ class JsomWriter {
   void writeChar(char byte);
   void flush();
 
-  // False: compact. True: one space of indentation a level. To be set before the first value.
-  bool whitespace = false;
-
  private:
   struct ValueText;
 
@@ -81,9 +86,9 @@ class JsomWriter {
   void pushState(char state);
   void popState();
   void _put(const char* bytes, std::streamsize length);  // does not count
+  void _noteFailureOfBuffer();
   void _count(std::streamsize bytes);
 
-  std::ostream* out_;
   // The innermost open construct: 0 none, '{' object without and '}' with a member, ':' label that
   // awaits its value, '[' array without and ']' with an element.
   char state_ = 0;

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <dirent.h>
 #include <limits>
+#include <new>
 #include <string_view>
 #include <unistd.h>
 
@@ -107,12 +108,16 @@ bool FileLogAdapter::_hasRoom() {
 
 bool FileLogAdapter::_openFile() {
   _closeFile();
-  if (_rotate()) {
-    file_ = fopen(baseName_.c_str(), "we");
-    if (file_ == nullptr) {
-      FileUtils::mkpath(baseName_, false);
+  try {
+    if (_rotate()) {
       file_ = fopen(baseName_.c_str(), "we");
+      if (file_ == nullptr) {
+        FileUtils::mkpath(baseName_, false);
+        file_ = fopen(baseName_.c_str(), "we");
+      }
     }
+  } catch (const std::bad_alloc&) {
+    // The line is lost, but not whoever logs it: destructors do, and threads of a group.
   }
   if (file_ == nullptr) {
     fprintf(stderr, "FileLogAdapter: Cannot create log file %s\n", baseName_.c_str());

@@ -33,17 +33,17 @@ class FileLogAdapter : public LogAdapter {
   void flush() override;
 
  private:
-  bool _hasRoom() REQUIRES(lock_);
-  bool _openFile() REQUIRES(lock_);
-  void _closeFile() REQUIRES(lock_);
+  bool _hasRoom() KESTREL_REQUIRES(lock_);
+  bool _openFile() KESTREL_REQUIRES(lock_);
+  void _closeFile() KESTREL_REQUIRES(lock_);
   bool _rotate();
   std::vector<std::uint32_t> _numbersToMove() const;
 
   std::int32_t maxSize_;
   std::uint32_t fileCount_;
   std::string baseName_;
-  std::FILE* file_ GUARDED_BY(lock_) = nullptr;
-  Lock lock_;
+  std::FILE* file_ KESTREL_GUARDED_BY(lock_) = nullptr;
+  RequiredLock lock_;
 };
 
 class FileLogAdapterFactory : public LogAdapterFactory {

@@ -1,6 +1,7 @@
 // The levels of log messages: a name and a number, the higher the more verbose. The levels of the
-// process are made once and never freed. UNKNOWN lies between TRACE and ALL, so a logger of that
-// level lets every message through, as intended.
+// process are made once, before the constructors of namespace-scope variables run, and never freed.
+// UNKNOWN lies between TRACE and ALL, so a logger of that level lets every message through, as
+// intended.
 #pragma once
 
 #include <string>
@@ -34,7 +35,6 @@ class LogLevel {
   static constexpr const char* UNKNOWN_NAME = "UNKNOWN";
   static constexpr const char* ALL_NAME = "ALL";
 
-  // Not for initialisers of other namespace-scope variables, which may run first.
   static const LogLevel* const LVL_OFF;
   static const LogLevel* const LVL_FATAL;
   static const LogLevel* const LVL_ERROR;
@@ -46,8 +46,13 @@ class LogLevel {
   static const LogLevel* const LVL_ALL;
 
  private:
+  union Storage;
+  struct Maker;
   // The nine levels, in ascending order of value from 0; made on the first call.
   static const LogLevel* _init();
+
+  static Storage storage_;
+  static const Maker maker_;
 
   std::string name_;
   int value_;

@@ -1,14 +1,13 @@
 #include "kestrel/log/Logger.h"
 
 #include <cstdio>
-#include <map>
-#include <optional>
 #include <utility>
 
 #include "kestrel/json/JSOM.h"
 #include "kestrel/log/LogAdapter.h"
 #include "kestrel/log/LogAdapterStore.h"
 #include "kestrel/log/LogStamp.h"
+#include "kestrel/log/LoggerShared.h"
 
 namespace kestrel {
 
@@ -30,20 +29,6 @@ bool _isKnown(const LogLevel& level) {
 }
 
 }  // namespace
-
-// Lives until the process ends: detached threads may log while it does. Nesting: registry, then
-// levels.
-struct Logger::Shared {
-  Lock registryLock;
-  std::map<std::string, std::unique_ptr<Logger>> loggers GUARDED_BY(registryLock);
-
-  Lock levelLock;  // also guards the level of each logger
-  std::optional<LogLevel> defaultLevel GUARDED_BY(levelLock);
-  std::optional<LogLevel> masterLevel GUARDED_BY(levelLock);
-
-  Lock adapterLock;
-  std::shared_ptr<LogAdapter> adapter GUARDED_BY(adapterLock);
-};
 
 std::atomic<int> Logger::masterValue_{0};
 std::atomic<bool> Logger::bufferingEnabled_{true};
@@ -264,20 +249,6 @@ void Logger::loadConfig(const char* path) {
   } else {
     useConfig(config);
   }
-}
-
-void Logger::resetForTest() {
-  setLogAdapter(nullptr);
-  bufferingEnabled_ = true;
-  Shared& shared = _shared();
-  const ScopedLock registry(shared.registryLock);
-  for (const auto& entry : shared.loggers) {
-    entry.second->setLevel(*LogLevel::LVL_INFO);
-  }
-  const ScopedLock levels(shared.levelLock);
-  shared.defaultLevel.reset();
-  shared.masterLevel.reset();
-  masterValue_ = LogLevel::LVL_ALL->getValue();
 }
 
 }  // namespace kestrel

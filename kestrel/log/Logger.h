@@ -59,6 +59,8 @@ class Logger {
   // Applies a file whose whole document is such a member.
   static void loadConfig(const char* path);
 
+  // Whether lines go to standard output: there is no adapter.
+  static bool usesStandardOutput() { return _adapter() == nullptr; }
   // Takes ownership; null sends lines to standard output again. The adapter so far is flushed and
   // destroyed, once no thread writes through it any more.
   static void setLogAdapter(LogAdapter* adapter);
@@ -86,11 +88,9 @@ class Logger {
   void debugf(const char* format, ...) __attribute__((format(printf, 2, 3)));
   void tracef(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-  // As in a process that has not logged yet: levels unset, buffering on, no adapter. Loggers stay,
-  // since others hold them, at level INFO.
-  static void resetForTest();
-
  private:
+  friend class TestAccess;  // of this project's own tests
+
   explicit Logger(const std::string& name);
   struct Shared;
   static Shared& _shared();

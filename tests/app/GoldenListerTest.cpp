@@ -81,9 +81,12 @@ TEST(GoldenListerTest, ExitStatusOfTheListerDoesNotMatter) {
   EXPECT_THAT(failed.complaints(), IsEmpty());
 }
 
-TEST(GoldenListerTest, KilledListerKeepsWhatItPrinted) {
+TEST(GoldenListerTest, KilledListerGivesFilesWithoutSymbolsUntilTheNextRun) {
   const SymbolRun symbols;
   symbols.replaceLister("cat \"$2.list\"\nkill -9 $$\n");
+  EXPECT_TRUE(matchesGolden("symbols-none", symbols.run().document));
+  EXPECT_EQ(symbols.cacheNames(), "");
+  symbols.replaceLister("exec cat \"$2.list\"\n");
   EXPECT_TRUE(matchesGolden("symbols", symbols.run().document));
 }
 

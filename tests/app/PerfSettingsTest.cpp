@@ -4,6 +4,7 @@
 
 #include "app/PerfSettings.h"
 #include "kestrel/Singleton.h"
+#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -73,7 +74,7 @@ TEST(PerfSettingsTest, AddressesHave64BitsAndCounts32) {
 }
 
 TEST(PerfSettingsTest, SingleInstanceKeepsWhatIsWrittenIntoIt) {
-  kestrel::Singleton<PerfSettings>::resetForTest();
+  kestrel::TestAccess::reset<PerfSettings>();
   PerfSettings* const settings = kestrel::Singleton<PerfSettings>::Instance();
   EXPECT_EQ(16u, settings->maxBackTrace);
   settings->maxBackTrace = 3;

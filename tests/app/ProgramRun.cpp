@@ -16,7 +16,6 @@
 
 namespace {
 
-constexpr unsigned LONGEST_RUN = 120;  // seconds
 constexpr int SIGNAL_BASE = 1000;
 
 std::string contentOf(std::FILE* file) {
@@ -152,6 +151,11 @@ ProgramRun& ProgramRun::asOrdinaryUser() {
   return *this;
 }
 
+ProgramRun& ProgramRun::longest(unsigned seconds) {
+  longest_ = seconds;
+  return *this;
+}
+
 ProgramRun& ProgramRun::limit(Resource resource, rlim_t value) {
   limits_.emplace_back(resource, value);
   return *this;
@@ -201,7 +205,7 @@ void ProgramRun::_becomeProgram(std::vector<std::string> words, int out, int err
   } else {
     dup2(output, STDOUT_FILENO);
   }
-  alarm(LONGEST_RUN);
+  alarm(longest_);
   _applyLimits();
   if (chdir(folder_.c_str()) == 0 && (!asOrdinaryUser_ || becomeOrdinaryUser())) {
     execv(argv[0], argv.data());

@@ -1,5 +1,5 @@
 // Runs tracemill as its users do: as a process of its own, in a folder of its own, with TZ=UTC and
-// the C locale. A run that takes longer than two minutes is killed.
+// the C locale. A run that takes longer than two minutes is killed, if no other limit is given.
 #pragma once
 
 #include <cstdio>
@@ -65,6 +65,8 @@ class ProgramRun {
   // When root runs the test, the program runs as "nobody", who becomes the owner of the folder and
   // of all that is in it when the run starts. Other users run it as themselves.
   ProgramRun& asOrdinaryUser();
+  // The run is killed after so many seconds.
+  ProgramRun& longest(unsigned seconds);
   // With this resource limit (RLIMIT_...). A file that would become too large does not end the
   // program by a signal; its writes fail.
   ProgramRun& limit(Resource resource, rlim_t value);
@@ -83,5 +85,6 @@ class ProgramRun {
   Output output_ = Output::CAPTURED;
   std::string lister_;
   bool asOrdinaryUser_ = false;
+  unsigned longest_ = 120;
   std::vector<std::pair<Resource, rlim_t>> limits_;
 };

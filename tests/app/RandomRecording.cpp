@@ -77,8 +77,13 @@ std::string RandomRecording::bytes() const {
 
 uint64_t RandomRecording::_below(uint64_t limit) { return random_() % limit; }
 
-// Processes and threads draw from the same numbers.
-uint32_t RandomRecording::_id() { return static_cast<uint32_t>(_below(shape_.processes)); }
+// Processes and threads draw from the same numbers, among which are some that look alike in their
+// low bits: a table of a power of two has one place for them.
+uint32_t RandomRecording::_id() {
+  constexpr std::array<uint32_t, 3> ALIKE = {0, 64, 4096};
+  const auto number = static_cast<uint32_t>(_below(shape_.processes));
+  return number / 3 + ALIKE[number % 3];
+}
 
 uint64_t RandomRecording::_place() {
   const uint64_t base = oneOf(BASES, random_());

@@ -1,11 +1,12 @@
 """Runs the commands of every document as they stand, and checks what else can be checked of a text.
 
-    documents_test.py TRACEMILL
+    documents_test.py TRACEMILL [TRACEMILL_PREPARE] [TRACEMILL_REPORT]
 
 A fenced block's info word says what becomes of it:
 
     sh          runs: all blocks of a document in order, in one shell and one fresh folder, which
-                holds examples/, share/ and what scripts/demo makes, with tracemill on the search path
+                holds examples/, share/ and what scripts/demo makes, with tracemill and tracemill-prepare on the
+                search path; a document that needs a program which was not built is left out
     output      what the `sh` block before it prints, but for blanks at the ends of lines
     sh board    not run: needs a machine to record on, or changes this one
     sh build    not run: builds or tests the project, as scripts/test does; its scripts and presets
@@ -17,7 +18,6 @@ import json
 import os
 import re
 import shutil
-import struct
 import subprocess
 import sys
 import tempfile
@@ -26,16 +26,17 @@ from pathlib import Path
 from typing import NamedTuple
 
 ROOT = Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT / "examples"))
+sys.path.insert(0, str(ROOT / "bench"))
 
-import mmap2_to_mmap as rewriter  # noqa: E402
+from plain_recording import PlainRecording  # noqa: E402
 
-MANUAL = ROOT / "share" / "tracemill.1"
+MANUALS = ROOT / "share"
 DEMO = ROOT / "examples" / "demo"
 FENCE = re.compile(r"^( *)```(.*)$")  # indented in a list
 KNOWN_INFO = {"sh", "sh board", "sh build", "output", "text", "json", "mermaid", "cpp", "cmake"}
 # What the blocks that run take besides coreutils, and the packages that have it.
-TOOLS = {"jq": "jq", "sqlite3": "sqlite3", "gnuplot": "gnuplot-nox", "nm": "binutils"}
+TOOLS = {"jq": "jq", "gnuplot": "gnuplot-nox", "nm": "binutils"}
+COMPANIONS = ("tracemill-prepare", "tracemill-report")
 SEPARATOR = "\x01"
 
 
@@ -72,9 +73,9 @@ def read_blocks(text):
     return blocks
 
 
-def read_manual_blocks():
-    """The literal displays of the manual's EXAMPLES as blocks that run."""
-    source = MANUAL.read_text(encoding="utf-8")
+def read_manual_blocks(program):
+    """The literal displays of a manual's EXAMPLES as blocks that run."""
+    source = (MANUALS / f"{program}.1").read_text(encoding="utf-8")
     examples = re.search(r"^\.Sh EXAMPLES\n(.*?)^\.Sh ", source, re.MULTILINE | re.DOTALL).group(1)
     displays = re.findall(r"^\.Bd -literal[^\n]*\n(.*?)^\.Ed$", examples, re.MULTILINE | re.DOTALL)
     return [Block("sh", 0, text.replace("\\e", "\\")) for text in displays]
@@ -82,14 +83,7 @@ def read_manual_blocks():
 
 def read_recorded_times():
     """The time stamps of the demo's samples in nanoseconds, in the order of the file."""
-    content = (DEMO / "demo.perf.data").read_bytes()
-    data = rewriter.read_header(content).data
-    records = rewriter.split_records(content[data.offset : data.end])
-    return [
-        struct.unpack_from("<Q", r, 24)[0]
-        for r in records
-        if rewriter.RECORD_HEADER.unpack_from(r)[0] == 9
-    ]
+    return PlainRecording(DEMO / "demo.perf.data").sample_times()
 
 
 def without_trailing_blanks(text):
@@ -103,7 +97,7 @@ def without_blocks(text):
 class Session:
     """A fresh folder in which the commands of one document run."""
 
-    def __init__(self, tracemill):
+    def __init__(self, programs):
         self.folder = Path(tempfile.mkdtemp())
         self.place = self.folder / "place"
         for name in ("examples", "share"):
@@ -111,7 +105,8 @@ class Session:
                 ROOT / name, self.place / name, ignore=shutil.ignore_patterns("__pycache__")
             )
         (self.folder / "bin").mkdir()
-        (self.folder / "bin" / "tracemill").symlink_to(tracemill)
+        for program in programs:
+            (self.folder / "bin" / program.name).symlink_to(program)
         self._make_demo_output()
 
     def _make_demo_output(self):
@@ -160,16 +155,21 @@ class CommandsTest(unittest.TestCase):
     maxDiff = None
 
     def session(self):
-        session = Session(self.tracemill)
+        session = Session(self.programs)
         self.addCleanup(session.close)
         return session
+
+    def lacks_program(self, commands):
+        built = {program.name for program in self.programs}
+        text = "".join(command.text for command in commands)
+        return any(name in text and name not in built for name in COMPANIONS)
 
     def test_every_document_does_what_it_shows(self):
         total = 0
         for name, path in documents().items():
             blocks = read_blocks(path.read_text(encoding="utf-8"))
             commands = [block for block in blocks if block.info == "sh"]
-            if not commands:
+            if not commands or self.lacks_program(commands):
                 continue
             total += len(commands)
             with self.subTest(name):
@@ -190,7 +190,7 @@ class CommandsTest(unittest.TestCase):
         shutil.copy(DEMO / "sysroot" / "kallsyms.txt", place)
         shutil.copy(DEMO / "demo.perf.data", place / "perf.data")
         (place / "tracemill.conf").write_text("{}")
-        blocks = read_manual_blocks()
+        blocks = read_manual_blocks("tracemill")
         self.assertEqual(len(blocks), 5)
         session.run(blocks)
         samples = self._read_samples(place / "profile.json")
@@ -214,6 +214,23 @@ class CommandsTest(unittest.TestCase):
         names = [row[1] for row in elsewhere["functions"]["data"]]
         self.assertIn("ripples::carryMessages(ripples::Deadline)", names)
         self.assertIn("vfs_write", names)
+
+    def test_the_examples_of_the_manual_of_prepare_run(self):
+        blocks = read_manual_blocks("tracemill-prepare")
+        if self.lacks_program(blocks):
+            self.skipTest("it was not built")
+        session = self.session()
+        place = session.place
+        shutil.copytree(DEMO / "sysroot", place / "sysroot")
+        shutil.copy(DEMO / "sysroot" / "kallsyms.txt", place)
+        shutil.copy(DEMO / "demo.perf.data", place / "perf.data")
+        self.assertEqual(len(blocks), 4)
+        printed = session.run(blocks)
+        self.assertEqual(len(self._read_samples(place / "profile.json")), 2383)
+        # 3 h 28 min 45.5 s are 12525.5 s.
+        self.assertIn(" -s 12525.500000000 -d 0.500000000\n", printed[2])
+        for folder in ("elsewhere.prepared", "piped.prepared"):
+            self.assertEqual(json.loads((place / folder / "quality.json").read_text())["samples"]["all"], 2383)
 
     def _read_samples(self, path):
         return json.loads(path.read_text())["samples"]["data"]
@@ -267,10 +284,10 @@ class TextsTest(unittest.TestCase):
 
 
 def main(arguments):
-    if len(arguments) != 1:
+    if len(arguments) not in (1, 2, 3):
         print(__doc__)
         return 1
-    CommandsTest.tracemill = Path(arguments[0]).resolve()
+    CommandsTest.programs = [Path(argument).resolve() for argument in arguments]
     missing = [package for tool, package in TOOLS.items() if shutil.which(tool) is None]
     if missing:
         return f"documents_test: tools are missing. On Debian: apt install {' '.join(missing)}"

@@ -87,13 +87,19 @@ TEST_F(StoppedListerTest, RunWaitsAndEndsRightlyOnceItGoesOn) {
   EXPECT_THAT(result.complaints(), IsEmpty());
 }
 
-TEST_F(StoppedListerTest, RunEndsWithWhatWasPrintedWhenItIsKilled) {
+TEST_F(StoppedListerTest, RunEndsWithoutItsNamesWhenItIsKilledAndTheNextRunTriesAgain) {
   RunningProgram running = startAndWait();
   kill(lister_, SIGKILL);
   const ConversionResult result = symbols_.conversion().finish(std::move(running));
   EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(symbols_.folder().read("cache/bin_app.nm"), "00008000 T _start\n");
+  EXPECT_THAT(
+      result.complaints(),
+      testing::Contains("ERROR [SymbolCache] Error copying symbols of 'bin/app': the lister "
+                        "was ended by a signal"));
+  EXPECT_EQ(symbols_.cacheNames(), "lib_libx.so.nm symbolcache.json ");
   EXPECT_EQ(symbols_.folder().read("cache/lib_libx.so.nm"), LIBRARY_LIST);
+  symbols_.replaceLister("exec cat \"$2.list\"\n");
+  EXPECT_TRUE(matchesGolden("symbols", symbols_.run().document));
 }
 
 TEST_F(StoppedListerTest, RunThatIsKilledMeanwhileLeavesNothingThatIsTakenForAList) {
@@ -122,14 +128,17 @@ TEST(ListerFaultTest, MissingListerIsSaidForEachFileAndMendedByTheNextRun) {
   EXPECT_TRUE(matchesGolden("symbols", symbols.run().document));
 }
 
-TEST(ListerFaultTest, KilledListerKeepsWhatItPrintedAndTheOtherListsAreWhole) {
+TEST(ListerFaultTest, KilledListerGivesNoListAndTheOtherListsAreWhole) {
   const SymbolRun symbols;
   symbols.replaceLister(
-      "test $2 = bin/app && kill -9 $$\n"
+      "test $2 = bin/app && echo 00008000 T _start && kill -9 $$\n"
       "exec cat \"$2.list\"\n");
   const ConversionResult result = symbols.run();
   EXPECT_EQ(symbols.folder().read("cache/lib_libx.so.nm"), LIBRARY_LIST);
   EXPECT_EQ(symbols.cacheNames(), "lib_libx.so.nm symbolcache.json ");
-  EXPECT_THAT(result.messages(),
-              testing::Contains("INFO [SymbolCache] No symbols found in 'bin/app'"));
+  EXPECT_THAT(
+      result.complaints(),
+      testing::Contains("ERROR [SymbolCache] Error copying symbols of 'bin/app': the lister "
+                        "was ended by a signal"));
+  EXPECT_EQ(symbols.folder().read("cache/symbolcache.json"), "{" + libraryEntry() + "}");
 }

@@ -83,7 +83,7 @@ TEST_F(OutOfMemoryTest, RecordingThatDoesNotFitGivesAValidDocumentAllTheSame) {
   driver_.configure();
   growMemory([&](const ProgramResult& result) {
     EXPECT_EQ(result.err, "");
-    EXPECT_THAT(driver_.log(), testing::Contains("ERROR [main] std::bad_alloc"));
+    EXPECT_THAT(driver_.log(), testing::Contains("ERROR [main] Out of memory, aborting.."));
     EXPECT_TRUE(nlohmann::json::accept(driver_.folder().read("document.json")));
   });
 }

@@ -1,9 +1,11 @@
 #include "tests/fuzz/AllocationMeter.h"
 
+#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <malloc.h>
 #include <new>
+#include <sanitizer/asan_interface.h>
 #include <string>
 
 #include "tests/fuzz/FuzzTarget.h"
@@ -23,12 +25,60 @@ void count(long long bytes) {
   }
 }
 
+// Large blocks are kept for the next input: a sanitizer's allocator gets each from the system and
+// gives it back, which would take a third of the time. Whoever touches one meanwhile is found out
+// all the same.
+constexpr std::size_t SMALLEST_KEPT = 96 * 1024;
+std::array<std::atomic<void*>, 8> keptBlocks{};
+
+bool keepBlock(void* block, std::size_t size) {
+  if (size < SMALLEST_KEPT) {
+    return false;
+  }
+  ASAN_POISON_MEMORY_REGION(block, size);
+  for (std::atomic<void*>& kept : keptBlocks) {
+    void* none = nullptr;
+    if (kept.compare_exchange_strong(none, block)) {
+      return true;
+    }
+  }
+  ASAN_UNPOISON_MEMORY_REGION(block, size);
+  return false;
+}
+
+// Null when there is none of this size.
+void* takeKeptBlock(std::size_t size) {
+  if (size < SMALLEST_KEPT) {
+    return nullptr;
+  }
+  for (std::atomic<void*>& kept : keptBlocks) {
+    void* const block = kept.exchange(nullptr);
+    if (block == nullptr) {
+      continue;
+    }
+    const std::size_t itsSize = malloc_usable_size(block);
+    if (itsSize >= size && itsSize - size < 4096) {
+      ASAN_UNPOISON_MEMORY_REGION(block, size);
+      return block;
+    }
+    void* none = nullptr;
+    if (!kept.compare_exchange_strong(none, block)) {
+      ASAN_UNPOISON_MEMORY_REGION(block, itsSize);
+      std::free(block);
+    }
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 // All forms but the aligned ones, also those that the standard library would send through these: a
 // sanitizer's own forms would take their place.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  void* const block = std::malloc(size == 0 ? 1 : size);
+  void* block = takeKeptBlock(size);
+  if (block == nullptr) {
+    block = std::malloc(size == 0 ? 1 : size);
+  }
   if (block != nullptr) {
     count(static_cast<long long>(malloc_usable_size(block)));
   }
@@ -50,8 +100,12 @@ void* operator new[](std::size_t size, const std::nothrow_t& none) noexcept {
 }
 
 void operator delete(void* block) noexcept {
-  if (block != nullptr) {
-    count(-static_cast<long long>(malloc_usable_size(block)));
+  if (block == nullptr) {
+    return;
+  }
+  const std::size_t size = malloc_usable_size(block);
+  count(-static_cast<long long>(size));
+  if (!keepBlock(block, size)) {
     std::free(block);
   }
 }

@@ -11,6 +11,7 @@
 #include "symbols/SourceFileStore.h"
 #include "symbols/SymbolCache.h"
 #include "symbols/SymbolTableStore.h"
+#include "tests/support/TestAccess.h"
 
 using kestrel::Logger;
 using kestrel::LogLevel;
@@ -34,16 +35,9 @@ class EverythingEnabler : public Logger::LoggerVisitor {
 }  // namespace
 
 void startAfreshForTest() {
-  // Those first that point into others.
-  Singleton<SourceFileStore>::resetForTest();
-  Singleton<SymbolTableStore>::resetForTest();
-  Singleton<SymbolCache>::resetForTest();
-  Singleton<MMapStore>::resetForTest();
-  Singleton<ThreadStore>::resetForTest();
-  Singleton<PerfSettings>::resetForTest();
-  KeyGenerator::counter = 0;
+  makeStoresAnew();
 
-  Logger::resetForTest();
+  kestrel::TestAccess::resetLogging();
   Logger::setLogAdapter(new DroppingLogAdapter());
   Logger::setDefaultLogLevel(*LogLevel::LVL_ALL);
   EverythingEnabler enabler;

@@ -1,157 +1,101 @@
-// Fuzz target: a recording goes through the reader, the record store and both passes to a document,
-// as in a run of the program. The input is the recording. Its magic is not looked at by the reader,
-// so its last byte chooses the settings: what it has in other bits than "PERFILE2".
-//
-// No lister is run, and no file of the machine is read: the cache counts as frozen, and two lists
-// stand ready in memory, the kernel's and that of /bin/app.
-#include <cstdlib>
-#include <fstream>
-#include <ostream>
+// Fuzz target: a recording in memory goes through the reader, the record store, the first pass and
+// what the second one asks the stores for, but no text is written: that is what takes the time of a
+// conversion, and the target `conversion` does it. The input is the recording; PerfFileChoices.h
+// says what else it chooses.
+#include <ios>
 #include <stdexcept>
-#include <streambuf>
 
 #include "app/PerfInputRunnerPass1.h"
-#include "app/PerfInputRunnerPass2.h"
 #include "app/PerfSettings.h"
+#include "app/TimeFilter.h"
 #include "kestrel/Singleton.h"
 #include "kestrel/TimeConverter.h"
-#include "kestrel/json/JsomWriter.h"
 #include "model/MMapStore.h"
 #include "model/ThreadStore.h"
-#include "symbols/SourceFileStore.h"
-#include "symbols/SymbolCache.h"
-#include "symbols/SymbolTableStore.h"
+#include "output/SampleInfo.h"
+#include "perfevents/PerfEventDataListener.h"
+#include "perfevents/PerfEventDataSample.h"
+#include "perfevents/PerfRecordFileReader.h"
 #include "tests/fuzz/AllocationMeter.h"
-#include "tests/fuzz/DocumentCheck.h"
 #include "tests/fuzz/FreshProcess.h"
 #include "tests/fuzz/FuzzTarget.h"
-#include "tests/fuzz/MemoryFile.h"
+#include "tests/fuzz/MemoryInput.h"
+#include "tests/fuzz/PerfFileChoices.h"
 
 using kestrel::Singleton;
 
 namespace {
 
-constexpr std::size_t CHOICE_OFFSET = 7;
-constexpr unsigned char NO_CHOICE = '2';
-
-enum Choice : unsigned char {
-  WHITESPACE = 0x01,
-  NO_BACK_TRACE = 0x02,
-  WHOLE_BACK_TRACE = 0x04,
-  WINDOW = 0x08,
-  NO_KERNEL_LIST = 0x10,
-  NEGATIVE_SKEW = 0x20,
-};
-
-const char* const KERNEL_LIST =
-    "bf008000 T _text\n"
-    "bf008100 t first\n"
-    "bf009000 T second\n"
-    "bf00a000 T _etext\n";
-const char* const APP_LIST =
-    "00000100 T _init\n"
-    "00000400 T main\t/src/main.c:12\n"
-    "00000480 t helper(int, char const*)\t/src/helper.c:7\n"
-    "00000900 W last\t/src/helper.c:99\n";
-
-// Keeps the document outside the heap that is measured.
-class DocumentBuffer : public std::streambuf {
+// Looks up what the row of a sample would refer to.
+class SampleLookup : public perfevents::PerfEventDataListener {
  public:
-  DocumentBuffer() = default;
-  DocumentBuffer(const DocumentBuffer&) = delete;
-  DocumentBuffer& operator=(const DocumentBuffer&) = delete;
-  ~DocumentBuffer() override { std::free(bytes_); }
+  explicit SampleLookup(kestrel::TimeConverter& times) : times_(times) {}
 
-  std::string text() const { return std::string(bytes_, size_); }
-
- protected:
-  int_type overflow(int_type byte) override {
-    const char c = traits_type::to_char_type(byte);
-    return xsputn(&c, 1) == 1 ? byte : traits_type::eof();
-  }
-  std::streamsize xsputn(const char* bytes, std::streamsize count) override {
-    const auto more = static_cast<std::size_t>(count);
-    if (more > capacity_ - size_) {
-      capacity_ = 2 * (size_ + more);
-      bytes_ = static_cast<char*>(std::realloc(bytes_, capacity_));
+  void onEventData(const perfevents::PerfEventData& record) override {
+    if (record.getType() != perfevents::PerfEventData::Type::Sample) {
+      return;
     }
-    traits_type::copy(bytes_ + size_, bytes, more);
-    size_ += more;
-    return count;
+    const auto& sample = static_cast<const perfevents::PerfEventDataSample&>(record);
+    double clockTime = 0.0;
+    if (!times_.nextTimestamp(secondsOf(sample.time()), clockTime)) {
+      return;
+    }
+    sample_.copy(sample);
+    if (sample_.ip == 0) {
+      return;
+    }
+    const ThreadInfo* const thread = threads_.getThread(sample_.pid, sample_.tid);
+    require(thread != nullptr, "a sample has a thread");
+    _lookUp(sample_.ip);
+    for (const uint64_t caller : sample_.backtrace) {
+      _lookUp(caller);
+    }
   }
+  void onClose() override {}
 
  private:
-  char* bytes_ = nullptr;
-  std::size_t size_ = 0;
-  std::size_t capacity_ = 0;
+  void _lookUp(uint64_t address) {
+    const MMapInfo* const known = maps_.get(sample_.pid, address);
+    require(known == nullptr || known->contains(address) || _isKernelOrStack(address),
+            "a map that is found holds the address");
+    const MMapInfo* const map = maps_.getFake(sample_.pid, address, "");
+    require(map != nullptr, "every address has a map");
+    require(known == nullptr || known == map, "no map is made up where there is one");
+  }
+
+  // Ranges of the settings, which win over what is mapped.
+  bool _isKernelOrStack(uint64_t address) const {
+    return (address >= settings_.kernelStartAddress && address <= settings_.kernelEndAddress) ||
+           (address >= settings_.stackStartAddress && address <= settings_.stackEndAddress);
+  }
+
+  kestrel::TimeConverter& times_;
+  const PerfSettings& settings_ = *Singleton<PerfSettings>::Instance();
+  ThreadStore& threads_ = *Singleton<ThreadStore>::Instance();
+  MMapStore& maps_ = *Singleton<MMapStore>::Instance();
+  SampleInfo sample_;
 };
 
-struct SymbolLists {
-  SymbolLists() {
-    kernel.write(KERNEL_LIST);
-    app.write(APP_LIST);
+void lookUpSamples(std::ifstream& input, kestrel::TimeConverter& times) {
+  perfevents::PerfRecordFileReader reader(input, true);
+  if (const auto isTimeWanted = timeFilter(times)) {
+    reader.filterSamples(isTimeWanted);
   }
-  MemoryFile kernel;
-  MemoryFile app;
-};
-
-void chooseSettings(unsigned char choice) {
-  PerfSettings& settings = *Singleton<PerfSettings>::Instance();
-  settings.onTargetMode = false;
-  settings.freezeSymbolCache = true;
-  settings.symbolCacheDir = "/dev/null/none";
-  settings.symbolFileSeachPath = "/dev/null/none";
-  if ((choice & NO_BACK_TRACE) != 0) {
-    settings.maxBackTrace = 0;
-  } else if ((choice & WHOLE_BACK_TRACE) != 0) {
-    settings.maxBackTrace = UINT32_MAX;
-  }
+  SampleLookup lookup(times);
+  reader.parseEvents(lookup);
 }
 
-// In the order of a run: it shows in the keys.
-void provideSymbols(unsigned char choice) {
-  static const SymbolLists lists;
-  const PerfSettings& settings = *Singleton<PerfSettings>::Instance();
-  SymbolCache& cache = *Singleton<SymbolCache>::Instance();
-  if ((choice & NO_KERNEL_LIST) == 0) {
-    cache.setOverride(settings.kernelMapName, lists.kernel.path());
-  }
-  cache.setOverride("/bin/app", lists.app.path());
-  SymbolTableStore& tables = *Singleton<SymbolTableStore>::Instance();
-  tables.setLocation(settings.kernelMapName, settings.kernelMapName);
-  tables.getSymbolTable(&Singleton<MMapStore>::Instance()->kernelMap());
-}
-
-kestrel::TimeConverter chooseTimes(unsigned char choice) {
-  const bool hasWindow = (choice & WINDOW) != 0;
-  const double skew = (choice & NEGATIVE_SKEW) != 0 ? -1.5 : 1.0;
-  kestrel::TimeConverter times;
-  times.setup(hasWindow ? 1.0 : 0.0, hasWindow ? 2.0 : 0.0, skew, 0.0, 0.0);
-  return times;
-}
-
-// False for a recording that ends the run: one without attributes.
-bool convert(const std::string& path, unsigned char choice, std::ostream& out) {
-  kestrel::TimeConverter times = chooseTimes(choice);
-  std::ifstream input(path, std::ios::in | std::ios::binary);
-  kestrel::JsomWriter writer(&out);
-  writer.whitespace = (choice & WHITESPACE) != 0;
-  writer.startObject();
+void readTwice(const uint8_t* data, std::size_t size) {
+  static MemoryInput recording;
+  kestrel::TimeConverter times = chooseTimes(choicesIn(data, size));
   try {
-    const PerfInputRunnerPass1 pass1(&input, &times, &writer);
-    input.clear();
-    input.seekg(0);
-    const PerfInputRunnerPass2 pass2(&input, &times, &writer);
+    const PerfInputRunnerPass1 pass1(&recording.open(data, size), &times, nullptr);
+    lookUpSamples(recording.rewind(), times);
+  } catch (const std::ios_base::failure&) {
+    // cannot be read
   } catch (const std::invalid_argument&) {
-    writer.end();
-    return false;
+    // has no attributes
   }
-  Singleton<MMapStore>::Instance()->writeLegacyJsonObject(writer, false);
-  Singleton<SymbolTableStore>::Instance()->writeLegacyJsonObject(writer, false);
-  Singleton<ThreadStore>::Instance()->writeLegacyJsonObject(writer, false);
-  Singleton<SourceFileStore>::Instance()->writeLegacyJsonObject(writer, false);
-  writer.endObject();
-  return true;
 }
 
 }  // namespace
@@ -159,23 +103,11 @@ bool convert(const std::string& path, unsigned char choice, std::ostream& out) {
 extern "C" int LLVMFuzzerInitialize(int*, char***) { return 0; }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-  static MemoryFile recording;
-  recording.write(data, size);
-  const auto choice =
-      static_cast<unsigned char>(size > CHOICE_OFFSET ? data[CHOICE_OFFSET] ^ NO_CHOICE : 0);
-  DocumentBuffer document;
-  std::ostream out(&document);
-
   startAfreshForTest();
-  chooseSettings(choice);
+  chooseSettings(choicesIn(data, size));
   const AllocationMeter meter;
-  provideSymbols(choice);
-  const bool isConverted = convert(recording.path(), choice, out);
+  readTwice(data, size);
   requireBoundedMemory(meter, size);
-  if (isConverted) {
-    requireDocument(document.text());
-  } else {
-    requireJson(document.text());
-  }
+  startAfreshForTest();  // what is left over would be looked for as a leak
   return 0;
 }

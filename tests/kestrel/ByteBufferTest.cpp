@@ -376,4 +376,15 @@ TEST(ByteBufferTest, InheritedInitializePointsAtForeignStorage) {
   EXPECT_EQ(text(buffer), "ab");
 }
 
+unsigned int sizeOfCopy(const ByteBuffer& copy) { return copy.size(); }
+
+TEST(ByteBufferTest, AViewConvertsByItself) {
+  unsigned char bytes[] = {'a', 'b', 'c'};
+  const ByteBufferViewport view(bytes, 3, 2);
+  EXPECT_EQ(sizeOfCopy(view), 2U);
+  ByteBuffer copy = view;
+  bytes[0] = 'x';
+  EXPECT_EQ(text(copy), "ab");
+}
+
 }  // namespace

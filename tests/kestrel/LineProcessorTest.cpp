@@ -23,6 +23,40 @@ class Lines : public kestrel::LineProcessor {
   std::vector<unsigned int> numbers;
 };
 
+// Sees every byte before the lines do.
+class Bytes : public Lines {
+ public:
+  void processChar(char c) override {
+    bytes += c;
+    LineProcessor::processChar(c);
+  }
+  std::string bytes;
+};
+
+// Hands blocks out byte by byte, as a filter would that has its own idea of a block.
+class ByteByByte : public Lines {
+ public:
+  void processBuffer(const char* data, int length) override {
+    for (int i = 0; i < length; ++i) {
+      processChar(data[i]);
+    }
+  }
+};
+
+TEST(LineProcessorTest, EveryByteOfABlockReachesAnOverriddenProcessChar) {
+  Bytes processor;
+  processor.push("a\r\nb\n");
+  EXPECT_EQ(processor.bytes, "a\r\nb\n");
+  EXPECT_THAT(processor.lines, ElementsAre("a", "b"));
+}
+
+TEST(LineProcessorTest, ABlockOperationMayHandOutBytes) {
+  ByteByByte processor;
+  processor.push("a\r\nb");
+  processor.processEOF();
+  EXPECT_THAT(processor.lines, ElementsAre("a", "b"));
+}
+
 TEST(LineProcessorTest, CarriageReturnBeforeLineFeedIsDroppedAndTheLastLineNeedsNoLineFeed) {
   Lines processor;
   processor.push("a\r\nb");

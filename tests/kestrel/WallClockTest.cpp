@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "kestrel/SystemStartTime.h"
 #include "kestrel/WallClock.h"
 #include "kestrel/log/Logger.h"
 #include "tests/support/LogCapture.h"
@@ -31,10 +32,7 @@ std::string textOf(double time) {
 
 class WallClockTest : public testing::Test {
  protected:
-  ~WallClockTest() override {
-    kestrel::setFakeTimeOffset(0.0);
-    kestrel::setUptimePathForTest(nullptr);
-  }
+  ~WallClockTest() override { kestrel::setFakeTimeOffset(0.0); }
 
   LogCapture log_;
 };
@@ -61,12 +59,12 @@ TEST_F(WallClockTest, FakeOffsetMovesTheTimeAndIsLoggedOnlyWhenItChanges) {
 TEST_F(WallClockTest, StartTimeIsNowLessTheUptimeAndIsFoundOnce) {
   const TempDir temp;
   const std::string path = temp.write("uptime", "1000.25 1900.50\n");
-  kestrel::setUptimePathForTest(path.c_str());
+  kestrel::SystemStartTime startTime(path.c_str());
   const double before = systemNow();
-  const double start = kestrel::getSystemStartTime();
+  const double start = startTime.get();
   EXPECT_GE(start, before - 1000.25);
   EXPECT_LE(start, systemNow() - 1000.25);
-  EXPECT_EQ(kestrel::getSystemStartTime(), start);
+  EXPECT_EQ(startTime.get(), start);
 
   const std::vector<LogLine> lines = log_.lines();
   ASSERT_EQ(lines.size(), 2u);
@@ -80,9 +78,9 @@ TEST_F(WallClockTest, StartTimeIsNowLessTheUptimeAndIsFoundOnce) {
 TEST_F(WallClockTest, DebugLineComesOnlyWithDebugOutputEnabled) {
   const TempDir temp;
   const std::string path = temp.write("uptime", "1 1");
-  kestrel::setUptimePathForTest(path.c_str());
+  kestrel::SystemStartTime startTime(path.c_str());
   kestrel::Logger::setMasterLogLevel(*kestrel::LogLevel::LVL_INFO);
-  kestrel::getSystemStartTime();
+  startTime.get();
   EXPECT_THAT(log_.messages("Time", "DEBUG"), IsEmpty());
   EXPECT_EQ(log_.messages("Time", "INFO").size(), 1u);
 }
@@ -90,17 +88,17 @@ TEST_F(WallClockTest, DebugLineComesOnlyWithDebugOutputEnabled) {
 TEST_F(WallClockTest, UptimeAloneIsEnough) {
   const TempDir temp;
   const std::string path = temp.write("uptime", "50.5");
-  kestrel::setUptimePathForTest(path.c_str());
-  EXPECT_NEAR(kestrel::getSystemStartTime(), systemNow() - 50.5, 5.0);
+  kestrel::SystemStartTime startTime(path.c_str());
+  EXPECT_NEAR(startTime.get(), systemNow() - 50.5, 5.0);
 }
 
 TEST_F(WallClockTest, WithoutUptimeFileTheStartTimeIsZeroAndStaysSo) {
   const TempDir temp;
   const std::string path = temp.file("uptime");
-  kestrel::setUptimePathForTest(path.c_str());
-  EXPECT_EQ(kestrel::getSystemStartTime(), 0.0);
+  kestrel::SystemStartTime startTime(path.c_str());
+  EXPECT_EQ(startTime.get(), 0.0);
   temp.write("uptime", "1 1");  // too late
-  EXPECT_EQ(kestrel::getSystemStartTime(), 0.0);
+  EXPECT_EQ(startTime.get(), 0.0);
   EXPECT_THAT(
       log_.lines(),
       ElementsAre(LogLine{"ERROR", "Time", "getSystemStartTime: Could not open /proc/uptime"}));
@@ -111,9 +109,9 @@ TEST_F(WallClockTest, UptimeThatIsNoNumberGivesZeroAndStaysSo) {
   for (const char* text : {"", "up 3 days"}) {
     log_.clear();
     const std::string path = temp.write("uptime", text);
-    kestrel::setUptimePathForTest(path.c_str());
-    EXPECT_EQ(kestrel::getSystemStartTime(), 0.0);
-    EXPECT_EQ(kestrel::getSystemStartTime(), 0.0);
+    kestrel::SystemStartTime startTime(path.c_str());
+    EXPECT_EQ(startTime.get(), 0.0);
+    EXPECT_EQ(startTime.get(), 0.0);
     EXPECT_THAT(
         log_.lines(),
         ElementsAre(LogLine{"ERROR", "Time", "getSystemStartTime: Could not parse /proc/uptime"}));
@@ -122,8 +120,8 @@ TEST_F(WallClockTest, UptimeThatIsNoNumberGivesZeroAndStaysSo) {
 
 TEST_F(WallClockTest, UptimeDirectoryGivesZero) {
   const TempDir temp;
-  kestrel::setUptimePathForTest(temp.path().c_str());
-  EXPECT_EQ(kestrel::getSystemStartTime(), 0.0);
+  kestrel::SystemStartTime startTime(temp.path().c_str());
+  EXPECT_EQ(startTime.get(), 0.0);
 }
 
 TEST(TimeToStringTest, HalfASecond) { EXPECT_EQ(textOf(0.5), "01/01/70 00:00:00.500"); }

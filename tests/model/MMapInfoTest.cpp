@@ -7,6 +7,7 @@
 #include "model/MMapInfo.h"
 #include "perfevents/PerfEventDataMmap.h"
 #include "tests/support/EventRecords.h"
+#include "tests/support/TestAccess.h"
 
 class SymbolTable {};  // only its address is used here
 
@@ -14,7 +15,7 @@ namespace {
 
 class MMapInfoTest : public testing::Test {
  protected:
-  MMapInfoTest() { kestrel::Singleton<PerfSettings>::resetForTest(); }
+  MMapInfoTest() { kestrel::TestAccess::reset<PerfSettings>(); }
 
   uint64_t biasAt(uint64_t start, uint64_t pageOffset = 0x1000) {
     info.copy(mmapRecord(5, 5, start, 0x2000, pageOffset, "/lib/x.so"));

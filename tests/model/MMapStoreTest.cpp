@@ -4,13 +4,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "app/PerfSettings.h"
-#include "kestrel/Singleton.h"
-#include "model/MMapStore.h"
-#include "model/ThreadStore.h"
 #include "perfevents/PerfEventDataMmap.h"
 #include "tests/support/EventRecords.h"
+#include "tests/support/FreshStores.h"
 #include "tests/support/JsonText.h"
+#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -29,11 +27,7 @@ const std::string STACK_ROW = R"([1,0,"{stack:b0000000-beffffff}",2952790016,251
 
 class MMapStoreTest : public testing::Test {
  protected:
-  MMapStoreTest() {
-    kestrel::Singleton<PerfSettings>::resetForTest();
-    kestrel::Singleton<ThreadStore>::resetForTest();
-    KeyGenerator::counter = 0;
-  }
+  MMapStoreTest() { makeModelAnew(); }
 
   PerfSettings& settings() { return *kestrel::Singleton<PerfSettings>::Instance(); }
   ThreadStore& threads() { return *kestrel::Singleton<ThreadStore>::Instance(); }

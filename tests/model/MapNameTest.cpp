@@ -33,7 +33,7 @@ TEST(MapNameTest, PlainTextStandsAsItIs) {
   EXPECT_EQ(name.str(), "/bin/app");
   EXPECT_EQ(static_cast<std::string>(name), "/bin/app");
   EXPECT_FALSE(name.isOfNoFile());
-  EXPECT_EQ(name.shared(), nullptr);
+  EXPECT_EQ(*name.shared(), "/bin/app");
 }
 
 TEST(MapNameTest, PlainTextMayHoldAnyBytes) {
@@ -74,8 +74,8 @@ TEST(MapNameTest, MadeUpNamesShareTheirBeginning) {
   const MapName::SharedText beginning = shared("{" + std::string(5000, 'x'));
   const MapName page = MapName::ofPage(beginning, 0x1000);
   const MapName vectors = MapName::ofInterrupts(beginning);
-  EXPECT_EQ(page.shared(), beginning.get());
-  EXPECT_EQ(vectors.shared(), beginning.get());
+  EXPECT_EQ(page.shared(), beginning);
+  EXPECT_EQ(vectors.shared(), beginning);
   EXPECT_EQ(beginning.use_count(), 3);
   EXPECT_EQ(page.str(), *beginning + "-1000}");
   EXPECT_EQ(vectors.str(), *beginning + "-interrupt}");
@@ -95,7 +95,21 @@ TEST(MapNameTest, CopiesShareToo) {
   const MapName name = MapName::ofPage(beginning, 16);
   const MapName copy = name;
   EXPECT_EQ(copy.str(), "{app-10}");
-  EXPECT_EQ(copy.shared(), beginning.get());
+  EXPECT_EQ(copy.shared(), beginning);
+}
+
+TEST(MapNameTest, CopiesOfAPlainTextShareIt) {
+  const MapName name = plain("/bin/app");
+  const MapName copy = name;
+  EXPECT_EQ(copy.shared(), name.shared());
+}
+
+TEST(MapNameTest, OrderIsThatOfTheTexts) {
+  const MapName::ByText isLess;
+  EXPECT_TRUE(isLess(shared("a"), shared("b")));
+  EXPECT_FALSE(isLess(shared("b"), shared("b")));
+  EXPECT_TRUE(isLess(std::string("a"), shared("b")));
+  EXPECT_FALSE(isLess(shared("b"), std::string("a")));
 }
 
 TEST(MapNameTest, EachKindReplacesTheOther) {
@@ -103,12 +117,12 @@ TEST(MapNameTest, EachKindReplacesTheOther) {
   MapName name = MapName::ofPage(beginning, 16);
   name = std::string("/bin/app");
   EXPECT_EQ(name.str(), "/bin/app");
-  EXPECT_EQ(name.shared(), nullptr);
+  EXPECT_EQ(*name.shared(), "/bin/app");
   EXPECT_FALSE(name.isOfNoFile());
   EXPECT_EQ(beginning.use_count(), 1);
   name = MapName::ofInterrupts(beginning);
   EXPECT_EQ(name.str(), "{app-interrupt}");
-  EXPECT_EQ(name.shared(), beginning.get());
+  EXPECT_EQ(name.shared(), beginning);
 }
 
 TEST(MapNameTest, EqualsTheTextThatItShows) {

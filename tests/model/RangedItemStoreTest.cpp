@@ -312,6 +312,30 @@ TEST(RangedItemStoreOwnershipTest, OwningStoreDeletesItsItemsThroughTheirDestruc
   EXPECT_EQ(2, deleted);
 }
 
+TEST_F(RangedItemStoreTest, NullItemTakesTheLastPlaceAndIsNeverFound) {
+  EXPECT_EQ(store.addRangedItem(nullptr), nullptr);
+  EXPECT_EQ(store.items().size(), 1U);
+  EXPECT_EQ(store.findRangedItem(0), nullptr);
+  EXPECT_EQ(store.findRangedItem(0x1000), nullptr);
+  RangedItem* const item = add(0x1000, 0x10);
+  EXPECT_EQ(store.findRangedItem(0x1000), item);
+  EXPECT_EQ(store.addRangedItem(nullptr), nullptr);
+  EXPECT_EQ(store.items().back(), nullptr);
+  RangedItem* const last = add(0x2000, 0x10);
+  EXPECT_EQ(store.findRangedItem(0x2000), last);
+}
+
+TEST(RangedItemStoreOwnershipTest, OwningStorePassesOverNullItems) {
+  int deleted = 0;
+  {
+    RangedItemStore owner(true);
+    owner.addRangedItem(nullptr);
+    owner.addRangedItem(new CountedItem(&deleted));
+    owner.addRangedItem(nullptr);
+  }
+  EXPECT_EQ(deleted, 1);
+}
+
 TEST(RangedItemStoreOwnershipTest, BorrowingStoreLeavesItsItemsAlive) {
   int deleted = 0;
   const auto item = std::make_unique<CountedItem>(&deleted);

@@ -9,6 +9,7 @@
 #include "perfevents/PerfEventDataComm.h"
 #include "tests/support/EventRecords.h"
 #include "tests/support/JsonText.h"
+#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -22,7 +23,7 @@ const std::string AFTER_ROWS = "]}}";
 
 class ThreadStoreTest : public testing::Test {
  protected:
-  ThreadStoreTest() { kestrel::Singleton<PerfSettings>::resetForTest(); }
+  ThreadStoreTest() { kestrel::TestAccess::reset<PerfSettings>(); }
 
   void addComm(uint32_t pid, uint32_t tid, const std::string& name) {
     store().add(commRecord(pid, tid, name));

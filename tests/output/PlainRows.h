@@ -13,7 +13,7 @@
 // A row and its callers; the number that the row has of them does not count here.
 struct PlainRow {
   SampleRow row;
-  std::vector<SampleRow::Place> callers{};
+  std::vector<SampleRow::Caller> callers{};
 };
 
 // Numbers of all lengths; the same for the same number.
@@ -21,10 +21,11 @@ inline PlainRow plainRow(uint32_t number, std::size_t callers) {
   constexpr uint64_t FACTOR = 0x9E3779B97F4A7C15;
   PlainRow plain;
   plain.row.number = number;
-  plain.row.cpu = number % 5;
-  plain.row.tid = static_cast<uint32_t>(FACTOR * number >> (32 + number % 29));
-  plain.row.time = static_cast<double>(number) / 64;
-  plain.row.place = {FACTOR * number >> number % 61, number % 1000};
+  plain.row.key = number % 1000;
+  plain.row.sample.ip = FACTOR * number >> number % 61;
+  plain.row.sample.time = static_cast<double>(number) / 64;
+  plain.row.sample.cpu = number % 5;
+  plain.row.sample.tid = static_cast<uint32_t>(FACTOR * number >> (32 + number % 29));
   for (std::size_t i = 0; i < callers; ++i) {
     const uint64_t mixed = FACTOR * (number + i);
     plain.callers.push_back({mixed >> i % 47, mixed >> 50});
@@ -35,14 +36,14 @@ inline PlainRow plainRow(uint32_t number, std::size_t callers) {
 inline void writePlainly(kestrel::JsomWriter& writer, const PlainRow& plain, int timePrecision) {
   writer.startArray();
   writer.appendUnsignedInt(plain.row.number);
-  writer.appendUnsignedLong(plain.row.place.address);
-  writer.appendUnsignedLong(plain.row.place.key);
-  writer.appendDouble(plain.row.time, timePrecision);
-  writer.appendUnsignedInt(plain.row.cpu);
-  writer.appendUnsignedInt(plain.row.tid);
-  writer.appendUnsignedInt(plain.row.tid);
+  writer.appendUnsignedLong(plain.row.sample.ip);
+  writer.appendUnsignedLong(plain.row.key);
+  writer.appendDouble(plain.row.sample.time, timePrecision);
+  writer.appendUnsignedInt(plain.row.sample.cpu);
+  writer.appendUnsignedInt(plain.row.sample.tid);
+  writer.appendUnsignedInt(plain.row.sample.tid);
   writer.startArray();
-  for (const SampleRow::Place& caller : plain.callers) {
+  for (const SampleRow::Caller& caller : plain.callers) {
     writer.startArray();
     writer.appendUnsignedLong(caller.address);
     writer.appendUnsignedLong(caller.key);

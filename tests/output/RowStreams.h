@@ -1,4 +1,4 @@
-// What tests of SampleRowWriter give and take: rows in numbers, and streams that are slow, stand
+// What tests of RowQueue give and take: rows in numbers, and streams that are slow, stand
 // still or fail.
 #pragma once
 
@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "kestrel/json/JsomWriter.h"
-#include "output/SampleRowWriter.h"
+#include "output/RowQueue.h"
 #include "tests/output/PlainRows.h"
 
 inline constexpr int PRECISION = 6;
@@ -26,15 +26,17 @@ inline constexpr uint32_t CALLERS_IN_BATCH = 4096;
 inline constexpr uint32_t BATCHES = 12;
 inline constexpr uint32_t MORE_THAN_ALL_BATCHES = 2 * BATCHES * ROWS_IN_BATCH;
 
-inline void give(SampleRowWriter& rows, kestrel::JsomWriter& writer, const PlainRow& plain) {
-  rows.begin(writer, plain.callers.size()) = plain.row;
-  for (const SampleRow::Place& caller : plain.callers) {
-    rows.addCaller(caller);
+inline void give(RowQueue& rows, kestrel::JsomWriter& writer, const PlainRow& plain) {
+  RowBatch& batch = rows.batch(writer);
+  batch.callers.insert(batch.callers.end(), plain.callers.begin(), plain.callers.end());
+  batch.rows.push_back(plain.row);
+  batch.rows.back().callers = static_cast<uint32_t>(plain.callers.size());
+  if (batch.isFull()) {
+    rows.submit();
   }
-  rows.end();
 }
 
-inline void giveAll(SampleRowWriter& rows, kestrel::JsomWriter& writer,
+inline void giveAll(RowQueue& rows, kestrel::JsomWriter& writer,
                     const std::vector<PlainRow>& plains) {
   for (const PlainRow& plain : plains) {
     give(rows, writer, plain);
@@ -171,7 +173,7 @@ inline std::string problemOf(const std::function<void()>& action) {
 // Gives the rows and finishes from a thread of its own, and tells how far it has come.
 class Giver {
  public:
-  Giver(SampleRowWriter& rows, kestrel::JsomWriter& writer, const std::vector<PlainRow>& plains)
+  Giver(RowQueue& rows, kestrel::JsomWriter& writer, const std::vector<PlainRow>& plains)
       : thread_([this, &rows, &writer, &plains] {
           problem_ = problemOf([&] {
             for (const PlainRow& plain : plains) {

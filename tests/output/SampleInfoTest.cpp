@@ -8,6 +8,7 @@
 #include "output/SampleInfo.h"
 #include "perfevents/PerfEventDataSample.h"
 #include "tests/support/EventRecords.h"
+#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -36,7 +37,7 @@ std::vector<uint64_t> chainOf(uint64_t entries) {
 
 class SampleInfoTest : public testing::Test {
  protected:
-  SampleInfoTest() { kestrel::Singleton<PerfSettings>::resetForTest(); }
+  SampleInfoTest() { kestrel::TestAccess::reset<PerfSettings>(); }
 
   void copy(SampleFields fields, uint64_t sampleType = WHOLE) {
     fields.raw = "12345678";  // a record with an empty call chain and little else is too short

@@ -5,18 +5,13 @@
 
 #include <gtest/gtest.h>
 
-#include "app/PerfSettings.h"
-#include "kestrel/Singleton.h"
 #include "kestrel/json/JsomWriter.h"
-#include "model/MMapStore.h"
-#include "model/ThreadStore.h"
 #include "output/SampleWriter.h"
-#include "symbols/SourceFileStore.h"
-#include "symbols/SymbolCache.h"
-#include "symbols/SymbolTableStore.h"
 #include "tests/support/EventRecords.h"
+#include "tests/support/FreshStores.h"
 #include "tests/support/StreamCapture.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -27,17 +22,7 @@ constexpr std::size_t STAMP_BYTES = 20;  // "Nov 21 08:37:33.123 "
 class SampleWriterLogTest : public testing::Test {
  protected:
   SampleWriterLogTest() {
-    Singleton<PerfSettings>::resetForTest();
-    Singleton<ThreadStore>::resetForTest();
-    Singleton<MMapStore>::resetForTest();
-    Singleton<SourceFileStore>::resetForTest();
-    Singleton<SymbolTableStore>::resetForTest();
-    Singleton<SymbolCache>::resetForTest();
-    KeyGenerator::counter = 0;
-    PerfSettings& settings = *Singleton<PerfSettings>::Instance();
-    settings.onTargetMode = false;
-    settings.symbolFileSeachPath = temp_.file("root");
-    settings.symbolCacheDir = temp_.file("cache");
+    makeStoresAnewIn(temp_.path());
     add(0x8000, "/bin/a", "00008000 T a\n00008100 T z\n");       // keys: map 3, functions 6 and 7
     add(0x10000, "/bin/b", "00010000 T b\n00010100 T z\n");      // map 4, functions 8 and 9
     add(0x20000, "/bin/c", "00020000 T ccc\n00020100 T zzz\n");  // map 5, functions 10 and 11

@@ -6,18 +6,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "app/PerfSettings.h"
-#include "kestrel/Singleton.h"
 #include "kestrel/json/JsomWriter.h"
-#include "model/MMapStore.h"
-#include "model/ThreadStore.h"
 #include "output/SampleWriter.h"
-#include "symbols/SourceFileStore.h"
-#include "symbols/SymbolCache.h"
-#include "symbols/SymbolTableStore.h"
 #include "tests/support/EventRecords.h"
+#include "tests/support/FreshStores.h"
 #include "tests/support/JsonText.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -39,19 +34,7 @@ const std::string AFTER_ROWS = "]}}";
 // lists are the test's own.
 class SampleWriterTest : public testing::Test {
  protected:
-  SampleWriterTest() {
-    kestrel::Singleton<PerfSettings>::resetForTest();
-    kestrel::Singleton<ThreadStore>::resetForTest();
-    kestrel::Singleton<MMapStore>::resetForTest();
-    kestrel::Singleton<SourceFileStore>::resetForTest();
-    kestrel::Singleton<SymbolTableStore>::resetForTest();
-    kestrel::Singleton<SymbolCache>::resetForTest();
-    KeyGenerator::counter = 0;
-    settings().onTargetMode = false;
-    settings().symbolFileSeachPath = temp.file("root");
-    settings().symbolCacheDir = temp.file("cache");
-    settings().symbolListCommand = "/nonexistent/lister";
-  }
+  SampleWriterTest() { makeStoresAnewIn(temp.path()); }
 
   PerfSettings& settings() { return *kestrel::Singleton<PerfSettings>::Instance(); }
   ThreadStore& threads() { return *kestrel::Singleton<ThreadStore>::Instance(); }

@@ -1,9 +1,10 @@
 """Makes the Debian packages and tries that of the program: unpacked and configured by dpkg under a
 root of its own, run from there, and removed again.
 
-    debian_test.py SOURCE BUILD CPACK
+    debian_test.py SOURCE BUILD CPACK BUILD_TYPE companions|alone
 """
 
+import gzip
 import json
 import os
 import re
@@ -21,12 +22,21 @@ FILES = """
 usr/bin/tracemill
 usr/share/bash-completion/completions/tracemill
 usr/share/doc/tracemill/README.md
+usr/share/doc/tracemill/changelog.gz
+usr/share/doc/tracemill/copyright
 usr/share/doc/tracemill/docs/output-format.md
 usr/share/doc/tracemill/examples/tracemill.conf
 usr/share/doc/tracemill/examples/plots/top_functions.py
 usr/share/man/man1/tracemill.1.gz
 usr/share/tracemill/tracemill.schema.json
 """.split()
+FILES_OF_COMPANIONS = """
+usr/bin/tracemill-prepare
+usr/share/bash-completion/completions/tracemill-prepare
+usr/share/man/man1/tracemill-prepare.1.gz
+usr/share/tracemill/tracemill-quality.schema.json
+""".split()
+LIBRARIES_OF_COMPANIONS = ["libelf1", "libdw1", "libzstd1", "zlib1g", "liblzma5", "libarchive13"]
 
 
 def run(*command, status=0, **options):
@@ -76,6 +86,8 @@ class DebianPackagesTest(unittest.TestCase):
         self.assertRegex(self.field(PROGRAM, "Depends"), r"libc6 \(>= 2\.\d+\)")
         self.assertIn("libstdc++6", self.field(PROGRAM, "Depends"))
         self.assertEqual(self.field(PROGRAM, "Recommends"), "binutils")
+        for library in LIBRARIES_OF_COMPANIONS if self.has_companions else []:
+            self.assertRegex(self.field(PROGRAM, "Depends"), rf"\b{library}\b")
 
     def test_the_libraries_depend_on_the_headers_that_theirs_include(self):
         self.assertEqual(self.field(LIBRARIES, "Depends"), "libboost-dev")
@@ -97,6 +109,23 @@ class DebianPackagesTest(unittest.TestCase):
                 if file.is_file() and file.suffix != ".a":  # archives keep their debug information
                     self.assertNotIn(str(self.build).encode(), file.read_bytes(), file)
 
+    @unittest.skipUnless(shutil.which("lintian"), "lintian is not installed")
+    def test_the_distributions_own_check_finds_no_error(self):
+        if self.build_type != "Release":  # it would look through all debug information, for a minute
+            self.skipTest("packages for users are made from the release build")
+        options = ["--no-cfg", "--allow-root", "--fail-on", "error", "--display-level", "error"]
+        run("lintian", *options, *self.packages.values())
+
+    def test_the_changelog_is_of_this_version_and_by_the_maintainer(self):
+        for name, path in self.packages.items():
+            folder = self.folder / "texts" / name
+            folder.parent.mkdir(exist_ok=True)
+            run("dpkg-deb", "--extract", path, folder)
+            changelog = folder / "usr/share/doc" / name / "changelog.gz"
+            text = gzip.decompress(changelog.read_bytes()).decode()
+            self.assertTrue(text.startswith(f"tracemill ({self.field(name, 'Version')}) "), text)
+            self.assertIn(f" -- {self.field(name, 'Maintainer')}  ", text)
+
     def test_it_installs_runs_and_leaves_nothing(self):
         root = self.folder / "root"
         (root / "var/lib/dpkg").mkdir(parents=True)
@@ -115,9 +144,11 @@ class DebianPackagesTest(unittest.TestCase):
         run(*dpkg, "--configure", PROGRAM)
         status = run(*dpkg[:-3], "--status", PROGRAM)
         self.assertIn("Status: install ok installed", status)
-        for name in FILES:
+        for name in FILES + (FILES_OF_COMPANIONS if self.has_companions else []):
             self.assertTrue((root / name).is_file(), name)
         self._run_program(root / "usr/bin/tracemill")
+        if self.has_companions:
+            self._run_companions(root / "usr/bin")
         run(*dpkg, "--remove", PROGRAM)
         left = [path for path in (root / "usr").rglob("*") if path.is_file()]
         self.assertEqual(left, [])
@@ -131,9 +162,19 @@ class DebianPackagesTest(unittest.TestCase):
         document = json.loads(run(program, "-i", recording, cwd=work))
         self.assertEqual(len(document["samples"]["data"]), 2383)
 
+    def _run_companions(self, programs):
+        recording = self.source / "examples/demo/demo.perf.data"
+        files = ["--sysroot", self.source / "examples/demo/sysroot", "--no-cache"]
+        prepared = self.folder / "work/prepared"
+        run(programs / "tracemill-prepare", "-q", *files, "-o", prepared, recording)
+        document = json.loads(run(programs / "tracemill", "-c", prepared / "tracemill.conf"))
+        self.assertEqual(len(document["samples"]["data"]), 2383)
+        self.assertIn("waves::stepRow", [row[1] for row in document["functions"]["data"]])
+
 
 def main(arguments):
-    source, build, DebianPackagesTest.cpack = arguments
+    source, build, DebianPackagesTest.cpack, DebianPackagesTest.build_type, extent = arguments
+    DebianPackagesTest.has_companions = extent == "companions"
     DebianPackagesTest.source, DebianPackagesTest.build = Path(source), Path(build)
     needed = dict(NEEDED) if os.geteuid() == 0 else dict(NEEDED, fakeroot="fakeroot")
     missing = [package for tool, package in needed.items() if shutil.which(tool) is None]

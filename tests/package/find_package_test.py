@@ -1,11 +1,12 @@
 """Installs the libraries below a folder of its own and builds the example reader on them, as
 another project would: with nothing of this project but what was installed.
 
-    find_package_test.py SOURCE BUILD CMAKE GENERATOR COMPILER FLAGS BUILD_TYPE
+    find_package_test.py SOURCE BUILD CMAKE GENERATOR COMPILER flags=FLAGS BUILD_TYPE
 """
 
 import json
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -30,6 +31,20 @@ def run(*command, **options):
     return done.stdout
 
 
+def check_headers(prefix):
+    """Whoever includes them gets no macros but the project's own, and nothing that is for its tests."""
+    headers = sorted(prefix.rglob("*.h"))
+    if not headers:
+        sys.exit("find_package_test: no headers were installed")
+    for header in headers:
+        for line in header.read_text().splitlines():
+            macro = re.match(r"\s*#\s*define\s+(\w+)", line)
+            if macro and not re.match("KESTREL_|TRACEMILL_", macro[1]):
+                sys.exit(f"find_package_test: {header.name} defines {macro[1]}")
+            if "ForTest" in line:
+                sys.exit(f"find_package_test: {header.name} has {line.strip()}")
+
+
 def main(arguments):
     source, build, cmake, generator, compiler, flags, build_type = arguments
     with tempfile.TemporaryDirectory() as name:
@@ -37,6 +52,7 @@ def main(arguments):
         run(cmake, "--install", build, "--component", "development", "--prefix", folder / "here")
         # Installed packages may be moved.
         (folder / "here").rename(folder / "prefix")
+        check_headers(folder / "prefix")
         shutil.copytree(Path(source) / "examples" / "reader", folder / "reader")
         configure = [cmake, "-S", folder / "reader", "-B", folder / "build", "-G", generator]
         configure += [
@@ -45,7 +61,7 @@ def main(arguments):
         ]
         configure += [
             f"-DCMAKE_CXX_COMPILER={compiler}",
-            f"-DCMAKE_CXX_FLAGS={flags} -Wall -Wextra -Werror",
+            f"-DCMAKE_CXX_FLAGS={flags.removeprefix('flags=')} -Wall -Wextra -Werror",
         ]
         run(*configure)
         run(cmake, "--build", folder / "build")

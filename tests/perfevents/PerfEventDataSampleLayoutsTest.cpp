@@ -95,28 +95,6 @@ TEST_F(PerfEventDataSampleLayoutsTest, EveryLayout) {
   }
 }
 
-TEST_F(PerfEventDataSampleLayoutsTest, ProcessAndThreadAlone) { expectDecoded(TID); }
-
-TEST_F(PerfEventDataSampleLayoutsTest, ProcessorWithoutAPeriod) {
-  expectDecoded(CPU);
-  expectDecoded(CPU | CALLCHAIN);
-  expectDecoded(TID | CPU);
-}
-
-TEST_F(PerfEventDataSampleLayoutsTest, ReadBlockInTheMiddle) {
-  expectDecoded(IP | READ | CALLCHAIN);
-  expectDecoded(IP | TID | PERIOD | READ | RAW);
-  expectDecoded(READ);
-}
-
-TEST_F(PerfEventDataSampleLayoutsTest, IdentifierFirst) {
-  expectDecoded(IDENTIFIER);
-  expectDecoded(IDENTIFIER | TID);
-  expectDecoded(IDENTIFIER | IP | ID);  // both come to the same field, the later one stays
-}
-
-TEST_F(PerfEventDataSampleLayoutsTest, EveryPart) { expectDecoded(ALL_PARTS); }
-
 TEST_F(PerfEventDataSampleLayoutsTest, LongerRecordsHaveTheSameValues) {
   for (const uint64_t layout : {IP | TID | TIME | CPU, COMMON_WITH_PERIOD, ALL_PARTS}) {
     Sample sample(layout);

@@ -239,3 +239,46 @@ TEST(RecordStreamTest, RandomFilesCutAnywhere) {
         bytes.substr(0, bytes.size() - std::min<std::size_t>(bytes.size(), random() % 400)));
   }
 }
+
+// Gives its bytes, and then fails as a disk does.
+class FailingBuffer : public std::stringbuf {
+ public:
+  FailingBuffer(const std::string& bytes, int error) : std::stringbuf(bytes), error_(error) {}
+
+ protected:
+  std::streamsize xsgetn(char* to, std::streamsize size) override {
+    const std::streamsize count = std::stringbuf::xsgetn(to, size);
+    if (count < size) {
+      errno = error_;
+      throw std::ios_base::failure("the disk has failed");
+    }
+    return count;
+  }
+
+ private:
+  const int error_;
+};
+
+TEST(RecordStreamTest, AReadThatFailsIsToldWithItsReason) {
+  FailingBuffer buffer(filler(BLOCK), EIO);
+  std::istream stream(&buffer);
+  RecordStream records(stream);
+  records.begin();
+  EXPECT_EQ(records.readError(), 0);
+  while (records.next() == Outcome::Record) {
+  }
+  errno = 0;  // whatever happens since
+  EXPECT_EQ(records.readError(), EIO);
+  records.end();
+  EXPECT_TRUE(stream.bad());
+}
+
+TEST(RecordStreamTest, TheEndOfAFileIsNoReadError) {
+  std::istringstream stream(filler(BLOCK).substr(0, BLOCK - 1));
+  RecordStream records(stream);
+  records.begin();
+  while (records.next() == Outcome::Record) {
+  }
+  EXPECT_EQ(records.readError(), 0);
+  EXPECT_FALSE(stream.bad());
+}

@@ -8,6 +8,7 @@
 #include "kestrel/Lock.h"
 #include "kestrel/log/LogAdapter.h"
 #include "kestrel/log/Logger.h"
+#include "tests/support/TestAccess.h"
 
 void PrintTo(const LogLine& line, std::ostream* out) {
   *out << line.level << " [" << line.logger << "] " << line.message;
@@ -15,7 +16,7 @@ void PrintTo(const LogLine& line, std::ostream* out) {
 
 struct LogCapture::Record {
   kestrel::Lock lock;
-  std::vector<LogLine> lines GUARDED_BY(lock);
+  std::vector<LogLine> lines KESTREL_GUARDED_BY(lock);
 };
 
 class LogCapture::Adapter : public kestrel::LogAdapter {
@@ -58,7 +59,7 @@ LogCapture::LogCapture(const kestrel::LogLevel& level) : record_(std::make_share
   kestrel::Logger::setLogAdapter(new Adapter(record_));
 }
 
-LogCapture::~LogCapture() { kestrel::Logger::resetForTest(); }
+LogCapture::~LogCapture() { kestrel::TestAccess::resetLogging(); }
 
 std::vector<LogLine> LogCapture::lines() const {
   const kestrel::ScopedLock guard(record_->lock);

@@ -1,6 +1,6 @@
 // Catches every log line for a scope, so that a test can list them. The loggers that exist, the
 // default and the master level are set to one level meanwhile; afterwards logging is as in a fresh
-// process (Logger::resetForTest). Lines may come from any thread.
+// process (TestAccess::resetLogging). Lines may come from any thread.
 #pragma once
 
 #include <iosfwd>

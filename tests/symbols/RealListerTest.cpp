@@ -13,6 +13,7 @@
 #include "tests/support/JsonText.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -22,10 +23,10 @@ using testing::Not;
 class RealListerTest : public testing::Test {
  protected:
   RealListerTest() {
-    kestrel::Singleton<PerfSettings>::resetForTest();
-    kestrel::Singleton<SourceFileStore>::resetForTest();
-    kestrel::Singleton<SymbolCache>::resetForTest();
-    kestrel::Singleton<SymbolTableStore>::resetForTest();
+    kestrel::TestAccess::reset<PerfSettings>();
+    kestrel::TestAccess::reset<SourceFileStore>();
+    kestrel::TestAccess::reset<SymbolCache>();
+    kestrel::TestAccess::reset<SymbolTableStore>();
     PerfSettings* const settings = kestrel::Singleton<PerfSettings>::Instance();
     settings->symbolCacheDir = temp.file("cache");
     settings->symbolListCommand = LISTER " -nCgl --format=bsd";

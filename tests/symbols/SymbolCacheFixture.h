@@ -19,11 +19,12 @@
 #include "symbols/SymbolCache.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/TestAccess.h"
 
 class SymbolCacheFixture : public testing::Test {
  protected:
   SymbolCacheFixture() {
-    kestrel::Singleton<PerfSettings>::resetForTest();
+    kestrel::TestAccess::reset<PerfSettings>();
     settings().symbolCacheDir = temp.file("cache");
     setLister("cat \"$1\"");  // a source file is its own list
   }
@@ -131,6 +132,9 @@ class SymbolCacheFixture : public testing::Test {
     return names;
   }
 
+  static LogLine errorCopying(const std::string& path, const std::string& reason) {
+    return line("ERROR", "Error copying symbols of '" + path + "': " + reason);
+  }
   static LogLine line(const std::string& level, const std::string& message) {
     return {level, "SymbolCache", message};
   }

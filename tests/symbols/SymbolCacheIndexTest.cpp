@@ -1,4 +1,6 @@
 // Indexes that are malformed or hold something else than expected.
+#include <ctime>
+
 #include "tests/support/StreamCapture.h"
 #include "tests/symbols/SymbolCacheFixture.h"
 
@@ -112,6 +114,35 @@ TEST_F(SymbolCacheIndexTest, ListThatIsAPipeIsNotServed) {
   settings().freezeSymbolCache = false;
   EXPECT_EQ(listPath(path), ask(path));
   EXPECT_EQ(1, listerRuns());
+}
+
+// Quadratic cost would be 64 times as much.
+TEST_F(SymbolCacheIndexTest, LookUpsDoNotGrowWithTheNumberOfEntries) {
+  const std::string file = source("x.so");
+  const std::string name = file.substr(temp.path().size() + 1);
+  const LogCapture quiet(*kestrel::LogLevel::LVL_ERROR);
+  const auto secondsFor = [&](unsigned entries) {
+    std::vector<std::string> paths;
+    std::string text;
+    for (unsigned i = 0; i < entries; ++i) {
+      std::string path = temp.path();
+      for (unsigned bit = 0; bit < 14; ++bit) {  // other names of the same file
+        path += (i >> bit & 1U) != 0 ? "/." : "//";
+      }
+      paths.push_back(path + "/" + name);
+      text += (i == 0 ? "{" : ",") + entry(paths.back(), "\"mtime\":1000000000,\"size\":0");
+    }
+    writeIndex(text + "}");
+    restart();
+    const std::clock_t before = std::clock();
+    for (const std::string& path : paths) {
+      EXPECT_EQ(ask(path), "none");
+    }
+    return static_cast<double>(std::clock() - before) / CLOCKS_PER_SEC;
+  };
+  const double few = secondsFor(2000);
+  EXPECT_LT(secondsFor(16000), 25 * few);
+  EXPECT_EQ(listerRuns(), 0);
 }
 
 }  // namespace

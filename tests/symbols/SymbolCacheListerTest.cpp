@@ -220,12 +220,48 @@ TEST_F(SymbolCacheListerTest, ExitStatusDoesNotMatter) {
   EXPECT_EQ("{" + wholeEntry(path, 1000000000, 9) + "}", index());
 }
 
-TEST_F(SymbolCacheListerTest, KilledListersOutputIsKept) {
+TEST_F(SymbolCacheListerTest, KilledListersOutputIsNoList) {
   setLister("echo 1000 T f; kill -9 $$");
   const std::string path = source("x.so");
   const LogCapture log;
+  EXPECT_EQ("none", ask(path));
+  EXPECT_EQ(errorCopying(path, "the lister was ended by a signal"),
+            log.lines("SymbolCache").back());
+  EXPECT_THAT(cacheFiles(), testing::IsEmpty());
+  setLister("cat \"$1\"");
   EXPECT_EQ("1000 T f\n", read(ask(path)));
-  EXPECT_EQ(infoCreated(path, 9), log.lines("SymbolCache").back());
+}
+
+TEST_F(SymbolCacheListerTest, KilledListerTakesAnOlderListAwayAndKeepsItsEntry) {
+  const std::string path = source("x.so");
+  ask(path);
+  const std::string before = index();
+  touch(path, 5);
+  setLister("echo 2000 T half; kill -9 $$");
+  EXPECT_EQ("none", ask(path));
+  EXPECT_EQ(before, index());
+  EXPECT_THAT(cacheFiles(), ElementsAre("symbolcache.json"));
+}
+
+// The lister puts a directory where its list is to go.
+TEST_F(SymbolCacheListerTest, ListThatCannotTakeItsPlaceIsNotRecorded) {
+  const std::string path = source("x.so");
+  setLister("cat \"$1\"; mkdir '" + listPath(path) + "'");
+  const LogCapture log;
+  EXPECT_EQ("none", ask(path));
+  EXPECT_EQ(errorCopying(path, "Is a directory"), log.lines("SymbolCache").back());
+  EXPECT_EQ("", index());
+  setLister("cat \"$1\"");
+  EXPECT_EQ("1000 T f\n", read(ask(path)));
+}
+
+TEST_F(SymbolCacheListerTest, CreateCacheFileIsFalseForAListThatCannotTakeItsPlace) {
+  const std::string path = source("x.so");
+  const std::string list = temp.file("elsewhere.nm");
+  setLister("mkdir '" + list + "'");
+  const LogCapture log;
+  EXPECT_FALSE(cache().createCacheFile(path, list));
+  EXPECT_EQ(errorCopying(path, "Is a directory"), log.lines("SymbolCache").back());
 }
 
 TEST_F(SymbolCacheListerTest, QuickListersAreListedWholeEveryTimeAndAtOnce) {
@@ -272,10 +308,9 @@ TEST_F(SymbolCacheListerTest, OutputThatNeverEndsAfterTheListerIsNeverIndexed) {
   kill(static_cast<pid_t>(std::strtol(temp.read("sleeper").c_str(), nullptr, 10)), SIGKILL);
   EXPECT_GE(seconds, 4.9);
   EXPECT_LT(seconds, 15.0);
-  EXPECT_EQ(errorRunning(path, 0), log.lines("SymbolCache").back());
+  EXPECT_EQ(errorCopying(path, "Connection timed out"), log.lines("SymbolCache").back());
   EXPECT_EQ("", index());
-  EXPECT_THAT(cacheFiles(), ElementsAre(listName(path)));
-  EXPECT_EQ("", read(listPath(path)));
+  EXPECT_THAT(cacheFiles(), testing::IsEmpty());
 }
 
 TEST_F(SymbolCacheListerTest, AMegabyteOnStandardErrorDoesNotBlockTheLister) {

@@ -15,6 +15,7 @@
 #include "symbols/SymbolTable.h"
 #include "tests/support/JsonText.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -37,7 +38,7 @@ void PrintTo(const Entry& entry, std::ostream* out) {
 class FreshStores : public testing::Test {
  protected:
   FreshStores() {
-    kestrel::Singleton<SourceFileStore>::resetForTest();
+    kestrel::TestAccess::reset<SourceFileStore>();
     KeyGenerator::counter = 0;
   }
 };
@@ -462,7 +463,7 @@ TEST_F(SymbolListProcessorTest, RandomLinesAreReadAsTextStreamsReadThem) {
     if (random() % 2 == 0) {  // half of them with a good chance to be symbols
       line = "10" + line.substr(0, 3) + " T " + line;
     }
-    kestrel::Singleton<SourceFileStore>::resetForTest();
+    kestrel::TestAccess::reset<SourceFileStore>();
     SymbolTable one;
     SymbolListProcessor parser(&one);
     parser.processLine(line);

@@ -2,6 +2,7 @@
 #include <memory>
 #include <string>
 #include <sys/stat.h>
+#include <type_traits>
 #include <unistd.h>
 #include <vector>
 
@@ -17,6 +18,7 @@
 #include "tests/support/JsonText.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -34,9 +36,9 @@ const std::string AFTER_ROWS = "]}}";
 class SymbolTableStoreTest : public testing::Test {
  protected:
   SymbolTableStoreTest() {
-    kestrel::Singleton<PerfSettings>::resetForTest();
-    kestrel::Singleton<SourceFileStore>::resetForTest();
-    kestrel::Singleton<SymbolCache>::resetForTest();
+    kestrel::TestAccess::reset<PerfSettings>();
+    kestrel::TestAccess::reset<SourceFileStore>();
+    kestrel::TestAccess::reset<SymbolCache>();
     KeyGenerator::counter = 0;
     settings().symbolFileSeachPath = temp.file("root");
     settings().symbolCacheDir = temp.file("cache");
@@ -81,6 +83,8 @@ class SymbolTableStoreTest : public testing::Test {
   std::vector<std::unique_ptr<MMapInfo>> maps_;
   std::unique_ptr<SymbolTableStore> store_;
 };
+
+static_assert(std::has_virtual_destructor_v<SymbolTableStore>);
 
 TEST_F(SymbolTableStoreTest, MapsOfOneLibraryInTwoProcessesShareATableThatIsListedOnce) {
   const LogCapture log;

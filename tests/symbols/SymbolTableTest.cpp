@@ -8,6 +8,7 @@
 #include "kestrel/json/JsomWriter.h"
 #include "symbols/SymbolTable.h"
 #include "tests/support/JsonText.h"
+#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -16,7 +17,7 @@ constexpr uint64_t ALL_ONES = 0xFFFFFFFFFFFFFFFF;
 class SymbolTableTest : public testing::Test {
  protected:
   SymbolTableTest() {
-    kestrel::Singleton<PerfSettings>::resetForTest();
+    kestrel::TestAccess::reset<PerfSettings>();
     KeyGenerator::counter = 0;
   }
 

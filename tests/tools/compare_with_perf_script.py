@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Compares the samples of a tracemill document with what `perf script` prints for the recording.
 
     compare_with_perf_script.py TRACEMILL RECORDING
@@ -19,9 +19,9 @@ import sys
 import tempfile
 from pathlib import Path
 
-sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "examples"))
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "bench"))
 
-import mmap2_to_mmap as rewriter  # noqa: E402
+from plain_recording import PERIOD, SAMPLE, PlainRecording  # noqa: E402
 
 SKIPPED = 77
 MOST_ENTRIES = 16
@@ -34,14 +34,8 @@ ENTRY = re.compile(r"\s+([0-9a-f]+)\s*$")
 
 def read_maps(recording):
     """(start, end, file offset) of each MMAP record."""
-    content = recording.read_bytes()
-    data = rewriter.read_header(content).data
-    maps = []
-    for record in rewriter.split_records(content[data.offset : data.end]):
-        if rewriter.RECORD_HEADER.unpack_from(record)[0] == rewriter.RECORD_MMAP:
-            start, length, offset = struct.unpack_from("<QQQ", record, 16)
-            maps.append((start, start + length, offset))
-    return maps
+    maps = PlainRecording(recording).maps()
+    return [(start, start + length, offset) for _, start, length, offset, _ in maps]
 
 
 def run_perf(recording, options):
@@ -112,8 +106,19 @@ def prints_as(address, printed, maps):
     )
 
 
+def dropped_entries(recording):
+    """How many of a printed chain are not in the document: it drops the first entry, and perf the markers.
+
+    The kernel writes a marker first. Recordings that were prepared have none.
+    """
+    plain = PlainRecording(recording)
+    chain = 40 if plain.sample_types[0] & PERIOD else 32
+    firsts = [struct.unpack_from("<QQ", body, chain) for kind, body in plain.records() if kind == SAMPLE]
+    return 0 if any(count > 0 and first >= CONTEXT_MARKERS for count, first in firsts) else 1
+
+
 def chain_agrees(sample, printed, maps):
-    """`printed` is the whole chain without markers, of which the kernel always writes one first."""
+    """`printed` is the part of the chain that a document holds, without markers."""
     entries = sample[5]
     shown = [entry for entry in entries if entry < CONTEXT_MARKERS]
     if len(entries) < MOST_ENTRIES and len(shown) != len(printed):
@@ -123,7 +128,7 @@ def chain_agrees(sample, printed, maps):
     )
 
 
-def compare(ours, places, chains, maps):
+def compare(ours, places, chains, maps, dropped):
     """The first difference in words, or None."""
     if not ours or not len(ours) == len(places) == len(chains):
         return f"{len(ours)} samples in the document, {len(places)} in perf"
@@ -138,7 +143,7 @@ def compare(ours, places, chains, maps):
         expected = (place[0] - begin, *place[1:4], place[4][0])
         if sample[:5] != expected or place[:4] != chain[:4]:
             return f"the document has {sample}, perf {expected}"
-        if not chain_agrees(sample, chain[4], maps):
+        if not chain_agrees(sample, chain[4][dropped:], maps):
             return f"the document has {sample}, perf the chain {chain[4]}"
     return None
 
@@ -155,7 +160,7 @@ def main(arguments):
     ours = read_document(convert(tracemill, recording))
     places = run_perf(recording, ["-G"])
     chains = run_perf(recording, ["--no-inline"])
-    difference = compare(ours, places, chains, read_maps(recording))
+    difference = compare(ours, places, chains, read_maps(recording), dropped_entries(recording))
     if difference:
         print(f"compare_with_perf_script: {difference}")
         return 1

@@ -12,40 +12,32 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parents[2]
 DEMO = ROOT / "examples" / "demo"
 SYSROOT = DEMO / "sysroot"
-sys.path.insert(0, str(ROOT / "examples"))
+sys.path.insert(0, str(ROOT / "bench"))
 
-import mmap2_to_mmap as rewriter  # noqa: E402
+from plain_recording import CALLCHAIN, CPU, IP, PERIOD, SAMPLE, TID, TIME, PlainRecording  # noqa: E402
 
-SAMPLE_TYPE = 0x1A7  # IP TID TIME CALLCHAIN CPU PERIOD
+NEEDED = IP | TID | TIME | CALLCHAIN | CPU
 CONTEXT_MARKERS = 0xFFFF_FFFF_FFFF_F000  # PERF_CONTEXT_* values start here
 KERNEL_HALF = 1 << 63
 
 
-def read_records():
-    content = (DEMO / "demo.perf.data").read_bytes()
-    header = rewriter.read_header(content)
-    data = content[header.data.offset : header.data.end]
-    return [(rewriter.RECORD_HEADER.unpack_from(r), r[8:]) for r in rewriter.split_records(data)]
+def open_recording():
+    return PlainRecording(DEMO / "demo.perf.data")
 
 
-def sampled_addresses(records):
+def read_samples(recording):
+    """Their records, without the headers."""
+    return [body for kind, body in recording.records() if kind == SAMPLE]
+
+
+def sampled_addresses(recording):
     """The call chains of all samples in one list, context markers left out."""
+    chain = 40 if recording.sample_types[0] & PERIOD else 32
     addresses = []
-    for (record_type, _, _), body in records:
-        if record_type == 9:
-            (count,) = struct.unpack_from("<Q", body, 40)
-            addresses += struct.unpack_from(f"<{count}Q", body, 48)
+    for body in read_samples(recording):
+        (count,) = struct.unpack_from("<Q", body, chain)
+        addresses += struct.unpack_from(f"<{count}Q", body, chain + 8)
     return [address for address in addresses if address < CONTEXT_MARKERS]
-
-
-def read_maps(records):
-    """(pid, start, length, file offset, name) of each MMAP record."""
-    maps = []
-    for (record_type, _, _), body in records:
-        if record_type == rewriter.RECORD_MMAP:
-            pid, _, start, length, offset = struct.unpack_from("<IIQQQ", body)
-            maps.append((pid, start, length, offset, body[32:].split(b"\0")[0].decode()))
-    return maps
 
 
 def read_kernel_list():
@@ -56,41 +48,34 @@ def read_kernel_list():
 class RecordingTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.records = read_records()
+        cls.recording = open_recording()
 
     def test_it_is_small(self):
         self.assertLess(os.path.getsize(DEMO / "demo.perf.data"), 300_000)
 
     def test_it_has_one_event_with_a_layout_that_is_decoded(self):
-        content = (DEMO / "demo.perf.data").read_bytes()
-        sample_types = rewriter.read_sample_types(content, rewriter.read_header(content))
-        self.assertEqual(sample_types, [SAMPLE_TYPE])
-        self.assertEqual(rewriter.sample_type_warnings(sample_types), [])
-
-    def test_its_maps_are_mmap_records_only(self):
-        types = {record_type for (record_type, _, _), _ in self.records}
-        self.assertIn(rewriter.RECORD_MMAP, types)
-        self.assertNotIn(rewriter.RECORD_MMAP2, types)
+        (sample_type,) = self.recording.sample_types
+        self.assertEqual(sample_type & ~PERIOD, NEEDED)
 
     def test_its_first_sample_is_the_earliest(self):
         # Without a window the first sample in the file is time zero, and earlier ones are left out.
-        times = [struct.unpack_from("<Q", b, 16)[0] for (kind, _, _), b in self.records if kind == 9]
+        times = self.recording.sample_times()
         self.assertEqual(times[0], min(times))
 
     def test_it_names_the_program_and_its_library_under_the_neutral_path(self):
-        names = {name for _, _, _, _, name in read_maps(self.records)}
+        names = {name for _, _, _, _, name in self.recording.maps()}
         self.assertIn("/opt/tracemill-demo/ripples", names)
         self.assertIn("/opt/tracemill-demo/libwaves.so", names)
 
     def test_no_map_lies_in_the_fixed_stack_and_kernel_ranges(self):
-        for _, start, length, _, name in read_maps(self.records):
+        for _, start, length, _, name in self.recording.maps():
             self.assertTrue(start + length <= 0xB000_0000 or start > 0xCF00_0000, name)
 
     def test_it_has_threads_call_chains_and_kernel_addresses(self):
-        samples = [body for (record_type, _, _), body in self.records if record_type == 9]
+        samples = read_samples(self.recording)
         threads = {struct.unpack_from("<II", body, 8) for body in samples}
         self.assertGreaterEqual(len(threads), 5)
-        addresses = sampled_addresses(self.records)
+        addresses = sampled_addresses(self.recording)
         self.assertGreater(len(addresses), 3 * len(samples))
         self.assertTrue(any(address >= KERNEL_HALF for address in addresses))
 
@@ -106,7 +91,7 @@ class SysrootTest(unittest.TestCase):
             self.assertEqual([offset for offset, _ in text], [address for _, address in text])
 
     def test_every_mapped_file_is_there(self):
-        names = {name for _, _, _, _, name in read_maps(read_records()) if name.startswith("/")}
+        names = {name for _, _, _, _, name in open_recording().maps() if name.startswith("/")}
         self.assertGreater(len(names), 2)
         for name in names:
             self.assertTrue((SYSROOT / name[1:]).is_file(), name)
@@ -121,7 +106,7 @@ class SysrootTest(unittest.TestCase):
 
     def test_kernel_addresses_lie_inside_the_kernel_list(self):
         symbols = read_kernel_list()
-        kernel = [a for a in sampled_addresses(read_records()) if a >= KERNEL_HALF]
+        kernel = [a for a in sampled_addresses(open_recording()) if a >= KERNEL_HALF]
         self.assertGreaterEqual(min(kernel), symbols[0][0])
         self.assertLess(max(kernel), symbols[-1][0])
 
@@ -193,7 +178,7 @@ class ConfigurationTest(unittest.TestCase):
 class ScriptTest(unittest.TestCase):
     def test_the_commands_are_executable(self):
         for name in (
-            "scripts/demo scripts/test scripts/install-packages .ci/run examples/record"
+            "scripts/demo scripts/test scripts/install-packages .ci/run"
             " examples/demo/rebuild"
         ).split():
             self.assertTrue(os.access(ROOT / name, os.X_OK), name)
@@ -204,8 +189,6 @@ class ScriptTest(unittest.TestCase):
             (["scripts/test", "--nonsense"], 1),
             (["scripts/demo", "--help"], 1),
             (["scripts/install-packages", "nonsense"], 1),
-            (["examples/record", "--help"], 0),
-            (["examples/record", "-x"], 1),
         ):
             run = subprocess.run([ROOT / command[0], *command[1:]], capture_output=True, text=True)
             self.assertEqual(run.returncode, status, command)

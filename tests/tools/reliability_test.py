@@ -11,9 +11,9 @@ DOCUMENT = ROOT / "docs" / "reliability.md"
 
 TEST = re.compile(r"^TEST(?:_[FP])?\((\w+),\s*(\w+)\)", re.MULTILINE)
 NAME = re.compile(r"`(\w+Test\.(?:\w+|\*)|(?:fuzz|tools)\.[\w.]+)`")
-FUZZ_TARGET = re.compile(r"^fuzz_target\((\w+)", re.MULTILINE)
+FUZZ_TARGET = re.compile(r"^\s*fuzz_target\((\w+)", re.MULTILINE)
 CTEST = re.compile(r"add_test\(NAME ([\w.]+)")
-PYTHON_TEST = re.compile(r"^tracemill_python_test\((\w+)\)", re.MULTILINE)
+PYTHON_TEST = re.compile(r"^ *tracemill_python_test\(\s*([\w.]+)", re.MULTILINE)
 
 
 def test_names():
@@ -23,7 +23,7 @@ def test_names():
     for listing in (ROOT / "tests").rglob("CMakeLists.txt"):
         text = listing.read_text(encoding="utf-8")
         names.update(f"fuzz.replay.{target}" for target in FUZZ_TARGET.findall(text))
-        names.update(f"tools.{name}" for name in PYTHON_TEST.findall(text))
+        names.update(PYTHON_TEST.findall(text))
         names.update(CTEST.findall(text))
     return names
 

@@ -166,6 +166,20 @@ TEST_F(UnwinderTest, ALinkageTableEntryKnownByItsCode) {
   EXPECT_THAT(frames, ElementsAre(UNKNOWN + 11, OUTERMOST + 7));
 }
 
+TEST_F(UnwinderTest, ALinkageTableEntryThatMoldMakes) {
+  std::vector<unsigned char> code(0x900, 0x90);
+  const std::vector<unsigned char> entry = {0xf3, 0x0f, 0x1e, 0xfa, 0x41, 0xbb,
+                                            5,    0,    0,    0,    0xff, 0x25};
+  std::copy(entry.begin(), entry.end(), code.begin() + 0x800);
+  write(elfOf(code).string());
+  pushCaller(OUTERMOST + 8);
+  for (const unsigned offset : {0u, 4u, 10u}) {
+    at(UNKNOWN + offset);
+    EXPECT_EQ(unwind(), End::Complete);
+    EXPECT_THAT(frames, ElementsAre(UNKNOWN + offset, OUTERMOST + 7));
+  }
+}
+
 TEST_F(UnwinderTest, WithoutInformationTheFramePointerIsFollowed) {
   at(UNKNOWN);
   state.registers.set(6, STACK + 8);

@@ -1,3 +1,5 @@
+#include <cerrno>
+#include <fcntl.h>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -64,6 +66,7 @@ TEST(FileTieTest, CopiesIntoAStream) {
   EXPECT_TRUE(tie.getFileProcessor()->waitTilDone(10000));
   tie.close();
   EXPECT_EQ(target.str(), "some bytes");
+  EXPECT_EQ(tie.getError(), 0);
 }
 
 TEST(FileTieTest, CopiesIntoAFile) {
@@ -102,6 +105,33 @@ TEST(FileTieTest, AFileThatIsFullLosesTheRestAndTheTieGoesOn) {
   EXPECT_TRUE(tie.getFileProcessor()->waitTilDone(10000));
   tie.close();
   EXPECT_EQ(target.taken, "01234");
+  EXPECT_EQ(tie.getError(), EIO);  // the file does not say why
+}
+
+TEST(FileTieTest, AStreamThatIsFullIsToldWithItsReason) {
+  std::ofstream target("/dev/full", std::ios::binary);
+  Source source;
+  FileTie tie;
+  EXPECT_TRUE(tie.tie(source.reader, &target));
+  for (int i = 0; i < 20; ++i) {
+    source.write(std::string(1000, 'x'));
+  }
+  source.writer->close();
+  EXPECT_TRUE(tie.getFileProcessor()->waitTilDone(10000));
+  tie.close();
+  EXPECT_EQ(tie.getError(), ENOSPC);
+}
+
+TEST(FileTieTest, ASourceThatCannotBeReadIsToldWithItsReason) {
+  const TempDir temp;
+  std::ostringstream target;
+  auto* const source = new LinuxPipe();  // of a descriptor whose reads fail
+  source->setFd(open(temp.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  FileTie tie;
+  ASSERT_TRUE(tie.tie(source, &target));
+  EXPECT_TRUE(tie.getFileProcessor()->waitTilDone(10000));
+  tie.close();
+  EXPECT_EQ(tie.getError(), EISDIR);
 }
 
 TEST(FileTieTest, EveryByteOfALargeStreamArrives) {
@@ -151,6 +181,7 @@ TEST(FileTieTest, ClosingGivesUpASourceThatHasNotEnded) {
     EXPECT_TRUE(tie.tie(source.reader, &target));
     tie.close();
     EXPECT_EQ(tie.getFileProcessor(), nullptr);
+    EXPECT_EQ(tie.getError(), ECANCELED);
     tie.close();
   }
   EXPECT_EQ(countDescriptors(), before + 1);  // the writing end

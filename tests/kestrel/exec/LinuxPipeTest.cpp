@@ -184,6 +184,18 @@ TEST(LinuxPipeTest, ReadingTheWrongEndFails) {
   EXPECT_EQ(pipe.reader.write("x", 1), -2);
 }
 
+TEST(LinuxPipeTest, ADescriptorThatIsTakenOverIsNonBlockingWhereThePipeIs) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  LinuxPipe reader;
+  reader.setNonBlocking(true);
+  reader.setFd(ends[0]);
+  LinuxPipe writer;
+  writer.setFd(ends[1]);
+  EXPECT_NE(fcntl(ends[0], F_GETFL) & O_NONBLOCK, 0);
+  EXPECT_EQ(fcntl(ends[1], F_GETFL) & O_NONBLOCK, 0);
+}
+
 TEST(LinuxPipeTest, SetFdTakesTheDescriptorAndForgetsTheEnd) {
   AnonymousPipe ended;
   ended.writer->close();

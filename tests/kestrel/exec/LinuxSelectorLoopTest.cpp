@@ -1,5 +1,8 @@
+#include <algorithm>
 #include <atomic>
+#include <deque>
 #include <fcntl.h>
+#include <latch>
 #include <limits>
 #include <memory>
 #include <string>
@@ -14,10 +17,12 @@
 
 #include "kestrel/LinuxPipe.h"
 #include "kestrel/LinuxSelector.h"
+#include "kestrel/Runnable.h"
 #include "kestrel/ThreadGroup.h"
 #include "tests/kestrel/exec/ExecSupport.h"
 #include "tests/kestrel/exec/SelectorSupport.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TestAccess.h"
 
 // The loop of the selector: when it wakes up, how it ends, and several threads around it.
 namespace {
@@ -38,11 +43,12 @@ TEST(LinuxSelectorLoopTest, WithoutAnIntervalTheLoopSleepsUntilSomethingIsReady)
   const WatchedPipe source;
   LinuxSelector selector;
   ASSERT_TRUE(addPipe(selector, source, recorder));
-  EXPECT_TRUE(eventually([&] { return selector.getWakeUpCountForTest() == 1; }));  // the update
+  EXPECT_TRUE(
+      eventually([&] { return kestrel::TestAccess::wakeUpCountOf(selector) == 1; }));  // the update
   std::this_thread::sleep_for(std::chrono::milliseconds(200));
-  EXPECT_EQ(selector.getWakeUpCountForTest(), 1U);
+  EXPECT_EQ(kestrel::TestAccess::wakeUpCountOf(selector), 1U);
   source.write('a');
-  EXPECT_TRUE(eventually([&] { return selector.getWakeUpCountForTest() == 2; }));
+  EXPECT_TRUE(eventually([&] { return kestrel::TestAccess::wakeUpCountOf(selector) == 2; }));
 }
 
 // Sets an interval and wakes the loop so that it is taken up.
@@ -60,14 +66,15 @@ TEST(LinuxSelectorLoopTest, WithAnIntervalTheLoopWakesUpAgainAndAgain) {
   LinuxSelector selector;
   ASSERT_TRUE(addPipe(selector, source, recorder));
   applyInterval(selector, recorder, source, 0.01);
-  const unsigned before = selector.getWakeUpCountForTest();
+  const unsigned before = kestrel::TestAccess::wakeUpCountOf(selector);
   const Stopwatch watch;
-  EXPECT_TRUE(eventually([&] { return selector.getWakeUpCountForTest() >= before + 20; }));
+  EXPECT_TRUE(
+      eventually([&] { return kestrel::TestAccess::wakeUpCountOf(selector) >= before + 20; }));
   EXPECT_GE(watch.seconds(), 0.15);
   applyInterval(selector, recorder, source, 1.5);
-  const unsigned after = selector.getWakeUpCountForTest();
+  const unsigned after = kestrel::TestAccess::wakeUpCountOf(selector);
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
-  EXPECT_LE(selector.getWakeUpCountForTest(), after + 1);
+  EXPECT_LE(kestrel::TestAccess::wakeUpCountOf(selector), after + 1);
   source.write('y');  // still reacts at once
   EXPECT_TRUE(eventually([&] { return recorder.lastByte == 'y'; }));
 }
@@ -83,9 +90,9 @@ TEST(LinuxSelectorLoopTest, IntervalsThatAreNoneOrHugeDoNotDisturbTheLoop) {
         std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity()}) {
     applyInterval(selector, recorder, source, seconds);
     // At most the update of addFile() and the one time-out of the interval before may still come.
-    const unsigned before = selector.getWakeUpCountForTest();
+    const unsigned before = kestrel::TestAccess::wakeUpCountOf(selector);
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_LE(selector.getWakeUpCountForTest(), before + 2) << seconds;
+    EXPECT_LE(kestrel::TestAccess::wakeUpCountOf(selector), before + 2) << seconds;
   }
   EXPECT_THAT(log.lines(), IsEmpty());
 }
@@ -96,10 +103,10 @@ TEST(LinuxSelectorLoopTest, ATinyIntervalDoesNotMakeTheLoopSpin) {
   LinuxSelector selector;
   ASSERT_TRUE(addPipe(selector, source, recorder));
   applyInterval(selector, recorder, source, 1e-12);
-  const unsigned before = selector.getWakeUpCountForTest();
+  const unsigned before = kestrel::TestAccess::wakeUpCountOf(selector);
   std::this_thread::sleep_for(std::chrono::milliseconds(200));
-  EXPECT_LE(selector.getWakeUpCountForTest(), before + 400);
-  EXPECT_GE(selector.getWakeUpCountForTest(), before + 2);
+  EXPECT_LE(kestrel::TestAccess::wakeUpCountOf(selector), before + 400);
+  EXPECT_GE(kestrel::TestAccess::wakeUpCountOf(selector), before + 2);
 }
 
 TEST(LinuxSelectorLoopTest, ClosingClosesEveryFile) {
@@ -127,7 +134,7 @@ TEST(LinuxSelectorLoopTest, ABrokenControlPipeEndsTheLoopAndClosingReturnsAtOnce
   LinuxSelector selector;
   ASSERT_TRUE(addPipe(selector, source, recorder));
   const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
-  ASSERT_NE(dup2(nothing, selector.getControlFdForTest()), -1);
+  ASSERT_NE(dup2(nothing, kestrel::TestAccess::controlFdOf(selector)), -1);
   close(nothing);
   EXPECT_TRUE(eventually([&] { return recorder.closes == 1; }));
   const Stopwatch watch;
@@ -150,7 +157,7 @@ TEST(LinuxSelectorLoopTest, AnInvalidDescriptorEndsTheLoop) {
   LinuxSelector selector;
   ASSERT_TRUE(addPipe(selector, source, recorder));
   ASSERT_TRUE(addPipe(selector, second, other));
-  EXPECT_TRUE(eventually([&] { return selector.getWakeUpCountForTest() >= 1; }));
+  EXPECT_TRUE(eventually([&] { return kestrel::TestAccess::wakeUpCountOf(selector) >= 1; }));
   close(secondFd);
   source.write('a');
   EXPECT_TRUE(eventually([&] { return other.closes == 1; }));
@@ -168,8 +175,8 @@ TEST(LinuxSelectorLoopTest, AStopThatIsLostIsWrittenAgain) {
   const WatchedPipe source;
   LinuxSelector selector;
   ASSERT_TRUE(addPipe(selector, source, recorder));
-  ASSERT_TRUE(eventually([&] { return selector.getWakeUpCountForTest() == 1; }));
-  const int control = selector.getControlFdForTest();
+  ASSERT_TRUE(eventually([&] { return kestrel::TestAccess::wakeUpCountOf(selector) == 1; }));
+  const int control = kestrel::TestAccess::controlFdOf(selector);
   const int kept = fcntl(control, F_DUPFD_CLOEXEC, 0);
   const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
   replaceDescriptor(nothing, control);
@@ -201,7 +208,7 @@ TEST(LinuxSelectorLoopTest, AFullControlPipeNeitherStopsTheLoopNorItsEnd) {
   const WatchedPipe source;
   LinuxSelector selector;
   ASSERT_TRUE(addPipe(selector, source, holder));
-  const int control = selector.getControlFdForTest();
+  const int control = kestrel::TestAccess::controlFdOf(selector);
   source.write('a');
   ASSERT_TRUE(eventually([&] { return holder.entered.load(); }));
   const std::string ignored(4096, 'x');
@@ -270,6 +277,45 @@ TEST(LinuxSelectorLoopTest, WithoutAThreadTheSelectorIsClosed) {
   EXPECT_WELL_IN_FRESH_PROCESS(selectWithoutThreads());
 }
 
+// Somebody else's runner, which keeps its worker.
+class Occupant : public kestrel::Runnable {
+ public:
+  void run() override {
+    begun.count_down();
+    end.wait();
+    left.count_down();
+  }
+  std::latch begun{1};
+  std::latch end{1};
+  std::latch left{1};
+};
+
+TEST(LinuxSelectorLoopTest, WorkersThatAreBusyForOthersAreNotWaitedFor) {
+  std::deque<Occupant> occupants(5);
+  double quickest = 10;
+  for (Occupant& occupant : occupants) {
+    ASSERT_TRUE(kestrel::DefaultThreadGroup::Instance()->spawn(&occupant, false));
+    occupant.begun.wait();
+    const Stopwatch watch;
+    const LinuxSelector selector;
+    quickest = std::min(quickest, watch.seconds());
+  }
+  EXPECT_LT(quickest, 0.1);
+  for (Occupant& occupant : occupants) {
+    occupant.end.count_down();
+    occupant.left.wait();
+  }
+}
+
+TEST(LinuxSelectorLoopTest, SelectorsThatFollowOneAnotherShareOneWorker) {
+  std::size_t withOneWorker = 0;
+  for (int i = 0; i < 300; ++i) {
+    const LinuxSelector selector;
+    withOneWorker = i == 0 ? countThreads() : withOneWorker;
+  }
+  EXPECT_EQ(countThreads(), withOneWorker);
+}
+
 TEST(LinuxSelectorLoopTest, SeveralThreadsAddAndCloseFiles) {
   LinuxSelector selector;
   std::atomic<int> problems{0};
@@ -292,7 +338,7 @@ TEST(LinuxSelectorLoopTest, SeveralThreadsAddAndCloseFiles) {
     thread.join();
   }
   EXPECT_EQ(problems, 0);
-  EXPECT_TRUE(eventually([&] { return selector.getFileCountForTest() == 0; }));
+  EXPECT_TRUE(eventually([&] { return kestrel::TestAccess::fileCountOf(selector) == 0; }));
 }
 
 TEST(LinuxSelectorLoopTest, ManySelectorsComeAndGo) {

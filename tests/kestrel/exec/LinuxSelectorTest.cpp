@@ -17,6 +17,7 @@
 #include "tests/kestrel/exec/SelectorSupport.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -67,7 +68,7 @@ TEST(LinuxSelectorTest, TheSameFileWithTheSameListenerLeavesOneEntry) {
   LinuxSelector selector;
   EXPECT_TRUE(addPipe(selector, source, recorder));
   EXPECT_TRUE(addPipe(selector, source, recorder));
-  EXPECT_EQ(selector.getFileCountForTest(), 1U);
+  EXPECT_EQ(kestrel::TestAccess::fileCountOf(selector), 1U);
 }
 
 TEST(LinuxSelectorTest, TheSameFileWithAnotherListenerIsRefused) {
@@ -77,7 +78,7 @@ TEST(LinuxSelectorTest, TheSameFileWithAnotherListenerIsRefused) {
   LinuxSelector selector;
   EXPECT_TRUE(addPipe(selector, source, recorder));
   EXPECT_FALSE(addPipe(selector, source, other));
-  EXPECT_EQ(selector.getFileCountForTest(), 1U);
+  EXPECT_EQ(kestrel::TestAccess::fileCountOf(selector), 1U);
 }
 
 TEST(LinuxSelectorTest, AFileWhoseDescriptorIsMinusOneIsRefused) {
@@ -86,7 +87,7 @@ TEST(LinuxSelectorTest, AFileWhoseDescriptorIsMinusOneIsRefused) {
   LinuxPipe closed;
   LinuxSelector selector;
   EXPECT_FALSE(selector.addFile(&closed, &recorder));
-  EXPECT_EQ(selector.getFileCountForTest(), 0U);
+  EXPECT_EQ(kestrel::TestAccess::fileCountOf(selector), 0U);
   EXPECT_THAT(log.messages(LOGGER, "WARN"),
               ElementsAre(text(&selector) + " Bad file descriptor passed into addFile()"));
 }
@@ -152,7 +153,7 @@ TEST(LinuxSelectorTest, AListenerThatHasEnoughLosesItsFile) {
   const WatchedPipe source;
   ASSERT_TRUE(addPipe(selector, source, recorder));
   source.write('a');
-  EXPECT_TRUE(eventually([&] { return selector.getFileCountForTest() == 0; }));
+  EXPECT_TRUE(eventually([&] { return kestrel::TestAccess::fileCountOf(selector) == 0; }));
   EXPECT_EQ(recorder.reads, 1);
   EXPECT_EQ(recorder.closes, 1);
   EXPECT_EQ(countDescriptors(), withSelector + 1);  // the writing end
@@ -167,7 +168,7 @@ TEST(LinuxSelectorTest, AFileAtItsEndIsClosedOnceEvenIfTheListenerWouldKeepIt) {
   WatchedPipe source;
   ASSERT_TRUE(addPipe(selector, source, recorder));
   source.writer->close();
-  EXPECT_TRUE(eventually([&] { return selector.getFileCountForTest() == 0; }));
+  EXPECT_TRUE(eventually([&] { return kestrel::TestAccess::fileCountOf(selector) == 0; }));
   EXPECT_EQ(recorder.closes, 1);
 }
 
@@ -187,7 +188,7 @@ TEST(LinuxSelectorTest, CloseFileIsFollowedByOnClose) {
   kept.write('a');
   EXPECT_TRUE(eventually([&] { return other.reads == 1; }));
   EXPECT_EQ(other.closes, 0);
-  EXPECT_EQ(selector.getFileCountForTest(), 1U);
+  EXPECT_EQ(kestrel::TestAccess::fileCountOf(selector), 1U);
 }
 
 TEST(LinuxSelectorTest, AFileThatClosedItselfIsRemoved) {
@@ -197,7 +198,7 @@ TEST(LinuxSelectorTest, AFileThatClosedItselfIsRemoved) {
   LinuxSelector selector;
   ASSERT_TRUE(selector.addFile(file, &recorder));
   writer->write("a", 1);
-  EXPECT_TRUE(eventually([&] { return selector.getFileCountForTest() == 0; }));
+  EXPECT_TRUE(eventually([&] { return kestrel::TestAccess::fileCountOf(selector) == 0; }));
   EXPECT_EQ(recorder.closes, 1);
   EXPECT_EQ(recorder.lastError, 0);
 }
@@ -242,7 +243,7 @@ TEST(LinuxSelectorTest, AFileReopenedOutsideTheSelectSetHasFailed) {
   EXPECT_EQ(recorder.lastError, EMFILE);
   kept.write('b');  // the loop goes on
   EXPECT_TRUE(eventually([&] { return other.reads == 1; }));
-  EXPECT_EQ(selector.getFileCountForTest(), 1U);
+  EXPECT_EQ(kestrel::TestAccess::fileCountOf(selector), 1U);
 }
 
 TEST(LinuxSelectorTest, LogsItsLife) {
@@ -307,7 +308,7 @@ TEST(LinuxSelectorTest, ANamedPipeKeepsItsEntryWhenTheLastWriterLeaves) {
     close(writer);
     EXPECT_TRUE(eventually([&] { return recorder.reads == i; }));
   }
-  EXPECT_EQ(selector.getFileCountForTest(), 1U);
+  EXPECT_EQ(kestrel::TestAccess::fileCountOf(selector), 1U);
   EXPECT_EQ(recorder.closes, 0);
 }
 

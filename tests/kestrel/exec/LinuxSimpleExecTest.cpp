@@ -325,9 +325,11 @@ TEST(LinuxSimpleExecTest, AnObjectRunsOneCommandAfterAnother) {
 TEST(LinuxSimpleExecTest, ACommandIsRefusedWhileAChildRuns) {
   const LogCapture log;
   const ExecPtr exec = makeExec();
-  exec->exec({"sleep", "60"}, nullptr);
+  EXPECT_EQ(exec->exec({"sleep", "60"}, nullptr), LinuxSimpleExec::RUNNING);
   const int pid = exec->getPid();
-  EXPECT_EQ(exec->exec({"true"}, nullptr), -1);
+  EXPECT_EQ(exec->exec({"true"}, nullptr), LinuxSimpleExec::REFUSED);
+  EXPECT_NE(LinuxSimpleExec::REFUSED, LinuxSimpleExec::RUNNING);
+  EXPECT_EQ(exec->getExitStatus(), LinuxSimpleExec::RUNNING);
   EXPECT_EQ(exec->getPid(), pid);
   EXPECT_EQ(exec->getName(), "sleep");
   EXPECT_THAT(log.messages(LOGGER, "WARN"), ElementsAre(text(exec.get()) + " [sleep] child pid=" +

@@ -164,57 +164,6 @@ TEST(JSOM, UnboundRootBecomesAContainerWhenIndexed) {
   EXPECT_TRUE(other.isObject());
 }
 
-TEST(JSOM, PendingHandleThatIsIndexedBecomesAContainerButJoinsTheTreeOnlyWhenWrittenTo) {
-  JSOM root = loaded("{}");
-  JSOM missing = root["m"];
-  EXPECT_FALSE(missing.isObject());
-  JSOM x = missing["x"];
-  EXPECT_TRUE(missing.isObject());
-  JSOM y = missing["y"];
-  EXPECT_EQ("{}", compact(root));
-  x.setLong(1);
-  EXPECT_EQ(R"({"m":{"x":1}})", compact(root));
-  y.setLong(2);
-  missing["z"].setLong(3);
-  EXPECT_EQ(R"({"m":{"x":1,"y":2,"z":3}})", compact(root));
-}
-
-TEST(JSOM, DeepPendingPlacesAreFilledFromTheInside) {
-  JSOM root;
-  JSOM leaf = root["a"][0]["b"][-1];
-  JSOM sibling(leaf);
-  EXPECT_EQ("{}", compact(root));
-  leaf.setString("x");
-  EXPECT_EQ(R"({"a":[{"b":["x"]}]})", compact(root));
-  sibling.setString("y");  // a second pending element for the same index
-  EXPECT_EQ(R"({"a":[{"b":["y"]}]})", compact(root));
-}
-
-TEST(JSOM, ContainerMadeByIndexingIsWrittenByItsOwnHandleToo) {
-  JSOM root = loaded("{}");
-  JSOM missing = root["m"];
-  EXPECT_EQ(0, missing[-1].longValue(0));
-  missing.setLong(5);
-  EXPECT_EQ(R"({"m":5})", compact(root));
-
-  JSOM parsed = root["p"];
-  EXPECT_EQ(0, parsed["q"].longValue(0));
-  EXPECT_FALSE(parsed.fromString(R"({"r":1})").isError());
-  EXPECT_EQ(R"({"m":5,"p":{"r":1}})", compact(root));
-}
-
-TEST(JSOM, FilledPlaceIsNotFilledAgain) {
-  JSOM root = loaded("{}");
-  JSOM missing = root["m"];
-  JSOM x = missing["x"];
-  JSOM y = missing["y"];
-  x.setLong(1);
-  root.erase("m");
-  y.setLong(2);
-  EXPECT_EQ("{}", compact(root));
-  EXPECT_EQ(R"({"x":1,"y":2})", compact(missing));
-}
-
 TEST(JSOM, KeyOfAHandleThatWasIndexedNeedNotOutliveIt) {
   JSOM root = loaded("{}");
   auto key = std::make_unique<std::string>("a key that is too long for a short buffer");

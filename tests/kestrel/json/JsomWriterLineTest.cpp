@@ -1,4 +1,5 @@
-// Whether finished text may be handed over as one value: what holdsOnLine() says.
+// Arrays of numbers that are handed over as text: the bytes of the same values one by one.
+#include <climits>
 #include <sstream>
 #include <string>
 
@@ -52,63 +53,82 @@ std::string valueByValue(int column, bool hasElement, int length) {
   return writer.out.str();
 }
 
-std::string atOnce(int column, bool hasElement, int length) {
+std::string asArray(int column, bool hasElement, int length) {
   Writer writer(column, hasElement);
   const std::string text = ones(length);
-  writer.writer.appendJsonValue(text.data(), static_cast<int>(text.size()));
+  writer.writer.appendNumberArray(text.data(), static_cast<int>(text.size()));
   return writer.out.str();
 }
 
 }  // namespace
 
-TEST(JsomWriterLine, HoldsWhatEndsAtTheBreak) {
-  const Writer first(BREAK - 1000);
-  EXPECT_TRUE(first.writer.holdsOnLine(1000));
-  EXPECT_FALSE(first.writer.holdsOnLine(1001));
-}
-
-TEST(JsomWriterLine, TheCommaBeforeAnotherElementCounts) {
-  const Writer later(BREAK - 1000, true);
-  EXPECT_TRUE(later.writer.holdsOnLine(999));
-  EXPECT_FALSE(later.writer.holdsOnLine(1000));
-}
-
-TEST(JsomWriterLine, BehindTheBreakAWholeLineIsFree) {
-  for (const int column : {BREAK, BREAK + 1, 3 * BREAK}) {
-    const Writer first(column);
-    EXPECT_TRUE(first.writer.holdsOnLine(BREAK));
-    EXPECT_FALSE(first.writer.holdsOnLine(BREAK + 1));
-  }
-  const Writer later(BREAK - 1, true);  // the comma reaches the break
-  EXPECT_TRUE(later.writer.holdsOnLine(BREAK));
-}
-
-TEST(JsomWriterLine, NeverInTheIndentedLayout) {
-  Writer indented(10);
-  indented.writer.whitespace = true;
-  EXPECT_FALSE(indented.writer.holdsOnLine(1));
-}
-
-TEST(JsomWriterLine, WhatHoldsIsTheSameAtOnceAsValueByValue) {
-  unsigned held = 0;
+TEST(JsomWriterLine, ArrayIsTheSameAsValueByValueAtEveryColumn) {
   for (const int length : {3, 5, 21, 201}) {
     for (int column = BREAK - length - 4; column <= BREAK + 3; ++column) {
       for (const bool hasElement : {false, true}) {
-        if (Writer(column, hasElement).writer.holdsOnLine(length)) {
-          ++held;
-          ASSERT_EQ(valueByValue(column, hasElement, length), atOnce(column, hasElement, length))
-              << column << " " << length;
-        }
+        ASSERT_EQ(asArray(column, hasElement, length), valueByValue(column, hasElement, length))
+            << column << " " << length;
       }
     }
   }
-  EXPECT_GT(held, 40U);
 }
 
-TEST(JsomWriterLine, TextHandedOverIsCountedForTheNextBreak) {
+TEST(JsomWriterLine, ArrayLongerThanALine) {
+  for (const int column : {10, BREAK, BREAK + 1, 3 * BREAK}) {
+    for (const int length : {BREAK - 1, BREAK + 1, 3 * BREAK - 1}) {
+      EXPECT_TRUE(asArray(column, true, length) == valueByValue(column, true, length)) << column;
+    }
+  }
+}
+
+TEST(JsomWriterLine, ArrayIsCountedForTheNextBreak) {
   Writer writer(BREAK - 9);
   const std::string text = ones(9);
-  writer.writer.appendJsonValue(text.data(), 9);
+  writer.writer.appendNumberArray(text.data(), 9);
   writer.writer.appendInt(7);
   EXPECT_EQ(writer.out.str(), text + ",\n7");
+}
+
+TEST(JsomWriterLine, ArrayBehindACountThatHasReachedItsEnd) {
+  struct Nowhere : std::streambuf {
+    std::streamsize xsputn(const char*, std::streamsize length) override { return length; }
+    int_type overflow(int_type byte) override { return byte; }
+  } nowhere;
+  std::ostream out(&nowhere);
+  std::ostringstream seen;
+  JsomWriter writer(&out);
+  writer.startArray();
+  writer.appendInt(1);
+  const char byte = 0;
+  writer.write(&byte, INT_MAX);  // the bytes are not looked at
+  out.rdbuf(seen.rdbuf());
+  writer.appendNumberArray("[2]", 3);
+  EXPECT_EQ(seen.str(), ",\n[2]");
+}
+
+TEST(JsomWriterLine, NumbersOfEveryKindInArraysInTheIndentedLayout) {
+  std::ostringstream out;
+  JsomWriter writer(&out);
+  writer.whitespace = true;
+  const std::string text = "[1,-2.5,[],[[3e+16,nan]],-inf]";
+  writer.appendNumberArray(text.data(), static_cast<int>(text.size()));
+  EXPECT_EQ(out.str(), "[\n 1,\n -2.5,\n [\n ],\n [\n  [\n   3e+16,\n   nan\n  ]\n ],\n -inf\n]");
+}
+
+TEST(JsomWriterLine, PiecesOfAnArrayCutBetweenAnyTwoValues) {
+  const std::string text = "[1,[2,[]],[[3]],4]";
+  for (std::size_t cut = 0; cut <= text.size(); ++cut) {
+    for (const bool whitespace : {false, true}) {
+      std::ostringstream whole;
+      std::ostringstream pieces;
+      JsomWriter one(&whole);
+      JsomWriter other(&pieces);
+      one.whitespace = whitespace;
+      other.whitespace = whitespace;
+      one.appendNumberArray(text.data(), static_cast<int>(text.size()));
+      other.appendArrayPiece(text.data(), static_cast<int>(cut));
+      other.appendArrayPiece(text.data() + cut, static_cast<int>(text.size() - cut));
+      EXPECT_EQ(pieces.str(), whole.str()) << cut;
+    }
+  }
 }

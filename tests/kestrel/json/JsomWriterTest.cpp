@@ -419,6 +419,27 @@ TEST(JsomWriter, DestructionOverAThrowingStreamDoesNotThrow) {
   EXPECT_TRUE(out.bad());
 }
 
+TEST(JsomWriter, AnExceptionOfTheStreamsBufferBecomesBadbit) {
+  struct Trap : std::streambuf {
+    std::streamsize xsputn(const char*, std::streamsize) override { throw 1; }
+    int_type overflow(int_type) override { throw 1; }
+    int sync() override { throw 1; }
+  };
+  const auto write = [](void (*call)(JsomWriter&)) {
+    Trap trap;
+    std::ostream out(&trap);
+    JsomWriter writer(&out);
+    EXPECT_NO_THROW(call(writer));
+    EXPECT_TRUE(out.bad());
+  };
+  write([](JsomWriter& writer) { writer.startArray(); });
+  write([](JsomWriter& writer) { writer.appendInt(1); });
+  write([](JsomWriter& writer) { writer.appendString("text", 4, false); });
+  write([](JsomWriter& writer) { writer.writeChar('c'); });
+  write([](JsomWriter& writer) { writer.write("text", 4); });
+  write([](JsomWriter& writer) { writer.flush(); });
+}
+
 TEST(JsomWriter, AtADepthOf47TheIndentationIs47SpacesAndAt48AlsoAZeroByte) {
   std::ostringstream out;
   JsomWriter writer(&out);

@@ -11,6 +11,7 @@
 #include "kestrel/log/Logger.h"
 #include "tests/support/StreamCapture.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -23,8 +24,8 @@ using testing::IsEmpty;
 
 class LoggerConfigTest : public testing::Test {
  protected:
-  LoggerConfigTest() { Logger::resetForTest(); }
-  ~LoggerConfigTest() override { Logger::resetForTest(); }
+  LoggerConfigTest() { kestrel::TestAccess::resetLogging(); }
+  ~LoggerConfigTest() override { kestrel::TestAccess::resetLogging(); }
 
   static void use(const std::string& text) {
     JSOM config;
@@ -169,7 +170,7 @@ TEST_F(LoggerConfigTest, SecondAdapterReplacesTheFirstWhichIsFlushedAndDestroyed
   use(R"({"adapter": {"type": "noting", "name": "B"}})");
   Logger::getLogger("config")->errorf("two");
   EXPECT_THAT(notes, ElementsAre("A made", "A one", "B made", "A flushed", "A destroyed", "B two"));
-  Logger::resetForTest();
+  kestrel::TestAccess::resetLogging();
 }
 
 TEST_F(LoggerConfigTest, TypeThatNoFactoryKnowsSendsLinesToStandardOutputAgain) {
@@ -189,7 +190,7 @@ TEST_F(LoggerConfigTest, AdapterWithoutATypeKeepsTheOneThatIsThere) {
   use(R"({"adapter": {"type": "noting", "name": "A"}})");
   use(R"({"adapter": {"baseName": "B"}})");
   EXPECT_THAT(notes, ElementsAre("A made"));
-  Logger::resetForTest();
+  kestrel::TestAccess::resetLogging();
 }
 
 TEST_F(LoggerConfigTest, FileAdapterFromAConfigurationFile) {

@@ -10,6 +10,7 @@
 #include "kestrel/log/Logger.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/StreamCapture.h"
+#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -25,8 +26,8 @@ const std::string STAMP =
 
 class LoggerTest : public testing::Test {
  protected:
-  LoggerTest() { Logger::resetForTest(); }
-  ~LoggerTest() override { Logger::resetForTest(); }
+  LoggerTest() { kestrel::TestAccess::resetLogging(); }
+  ~LoggerTest() override { kestrel::TestAccess::resetLogging(); }
 };
 
 TEST_F(LoggerTest, SameNameGivesTheSameLogger) {
@@ -271,7 +272,7 @@ TEST_F(LoggerTest, AdapterGetsEveryLineAndStandardOutputNone) {
                                  "flush", "flush", "ERROR|adapted|three|unbuffered"));
   Logger::disableBuffering();  // not set any more: nothing is flushed
   EXPECT_EQ(notes.size(), 5u);
-  Logger::resetForTest();
+  kestrel::TestAccess::resetLogging();
 }
 
 TEST_F(LoggerTest, ReplacedAdapterIsFlushedAndDestroyed) {

@@ -20,7 +20,7 @@ using std::chrono::milliseconds;
 
 struct Counter {
   Lock lock;
-  int value GUARDED_BY(lock) = 0;
+  int value KESTREL_GUARDED_BY(lock) = 0;
 };
 
 TEST(LockTest, OneThreadAtATime) {
@@ -44,9 +44,9 @@ TEST(LockTest, OneThreadAtATime) {
 // Threads that wait until `go`, and note that they were let through.
 struct Gate {
   Lock lock;
-  int go GUARDED_BY(lock) = 0;
-  int waiting GUARDED_BY(lock) = 0;
-  int passed GUARDED_BY(lock) = 0;
+  int go KESTREL_GUARDED_BY(lock) = 0;
+  int waiting KESTREL_GUARDED_BY(lock) = 0;
+  int passed KESTREL_GUARDED_BY(lock) = 0;
 
   void pass() {
     const ScopedLock guard(lock);

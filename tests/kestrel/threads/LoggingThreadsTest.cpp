@@ -18,6 +18,7 @@
 #include "kestrel/log/Logger.h"
 #include "tests/support/StreamCapture.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -69,8 +70,8 @@ void expectWhole(const std::string& text, int linesEach) {
 
 class LoggingThreadsTest : public testing::Test {
  protected:
-  LoggingThreadsTest() { Logger::resetForTest(); }
-  ~LoggingThreadsTest() override { Logger::resetForTest(); }
+  LoggingThreadsTest() { kestrel::TestAccess::resetLogging(); }
+  ~LoggingThreadsTest() override { kestrel::TestAccess::resetLogging(); }
 };
 
 TEST_F(LoggingThreadsTest, LinesOnStandardOutputAreNeverTorn) {
@@ -179,7 +180,7 @@ TEST_F(LoggingThreadsTest, AdapterMayBeReplacedWhileOthersLog) {
       }
     }
   });
-  Logger::resetForTest();
+  kestrel::TestAccess::resetLogging();
 }
 
 }  // namespace

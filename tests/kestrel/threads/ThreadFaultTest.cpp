@@ -132,7 +132,7 @@ class Fault {
 // Runs one operation of a lock with a fault; what it printed. The lock is used without the analysis
 // that wants every lock to be let go.
 template <typename Operation>
-std::string errorOf(int& fault, Operation operation) NO_THREAD_SAFETY_ANALYSIS {
+std::string errorOf(int& fault, Operation operation) KESTREL_NO_THREAD_SAFETY_ANALYSIS {
   StderrCapture errors;
   {
     const Fault<int> active(fault, EINVAL);
@@ -149,13 +149,13 @@ TEST(LockFaultTest, EachFailureIsReportedAndExecutionGoesOn) {
             "pthread_mutex_init() error: Invalid argument\n");
   EXPECT_EQ(errorOf(condInitFault, [] { Lock failing; }),
             "pthread_cond_init() error: Invalid argument\n");
-  EXPECT_EQ(errorOf(lockFault, [&]() NO_THREAD_SAFETY_ANALYSIS { lock.lock(); }),
+  EXPECT_EQ(errorOf(lockFault, [&]() KESTREL_NO_THREAD_SAFETY_ANALYSIS { lock.lock(); }),
             "pthread_mutex_lock() error: Invalid argument\n");
-  EXPECT_EQ(errorOf(unlockFault, [&]() NO_THREAD_SAFETY_ANALYSIS { lock.unlock(); }),
+  EXPECT_EQ(errorOf(unlockFault, [&]() KESTREL_NO_THREAD_SAFETY_ANALYSIS { lock.unlock(); }),
             "pthread_mutex_unlock() error: Invalid argument\n");
-  EXPECT_EQ(errorOf(waitFault, [&]() NO_THREAD_SAFETY_ANALYSIS { lock.wait(); }),
+  EXPECT_EQ(errorOf(waitFault, [&]() KESTREL_NO_THREAD_SAFETY_ANALYSIS { lock.wait(); }),
             "pthread_cond_wait() error: Invalid argument\n");
-  EXPECT_EQ(errorOf(timedWaitFault, [&]() NO_THREAD_SAFETY_ANALYSIS { lock.wait(1); }),
+  EXPECT_EQ(errorOf(timedWaitFault, [&]() KESTREL_NO_THREAD_SAFETY_ANALYSIS { lock.wait(1); }),
             "pthread_cond_timedwait() error: Invalid argument\n");
   EXPECT_EQ(errorOf(signalFault, [&] { lock.notify(); }),
             "pthread_cond_signal() error: Invalid argument\n");
@@ -210,6 +210,23 @@ TEST(LockFaultTest, LockWithoutABlockDoesNothing) {
     lock.notifyAll();
   }
   EXPECT_EQ(errors.end(), "");
+}
+
+TEST(ThreadFaultTest, RequiredLockWithoutABlockIsNone) {
+  allocationFault = true;
+  EXPECT_THROW(kestrel::RequiredLock(), std::bad_alloc);
+  allocationFault = false;
+  EXPECT_NO_THROW(kestrel::RequiredLock());
+}
+
+TEST(ThreadFaultTest, WorkerWhoseLocksCannotBeHadIsNoWorker) {
+  kestrel::ThreadGroup group("without locks");
+  allocationFault = true;
+  EXPECT_EQ(group.getWorker(), nullptr);
+  allocationFault = false;
+  kestrel::ThreadGroup::WorkerThread* const worker = group.getWorker();
+  ASSERT_NE(worker, nullptr);
+  worker->release();
 }
 
 class CountedThread : public kestrel::Thread {

@@ -18,6 +18,7 @@
 #include "kestrel/log/Logger.h"
 #include "tests/kestrel/threads/GroupSupport.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -97,6 +98,55 @@ TEST(ThreadGroupTest, IdleWorkerIsUsedAgain) {
     awaitMetric("Reuse", "Busy Count", 0.0);
   }
   EXPECT_EQ(metricOf("Reuse", "Worker Count"), 1.0);
+}
+
+TEST(ThreadGroupTest, WorkerThatIsReturnedEarlyIsTakenAgainOnceItsRunnerHasEnded) {
+  ThreadGroup group("Early");
+  std::atomic<int> ended{0};
+  for (int i = 1; i <= 5000; ++i) {
+    Task task([&ended] {
+      ThreadGroup::returnWorkerEarly();
+      ThreadGroup::returnWorkerEarly();  // does nothing
+      ++ended;
+    });
+    ASSERT_TRUE(group.spawn(&task, false));
+    while (ended != i) {
+      std::this_thread::yield();
+    }
+  }
+  EXPECT_EQ(metricOf("Early", "Worker Count"), 1.0);
+  awaitMetric("Early", "Busy Count", 0.0);
+}
+
+TEST(ThreadGroupTest, RunnerOfAWorkerThatIsReturnedEarlyRunsAloneOnIt) {
+  ThreadGroup group("Alone");
+  std::latch returned(1);
+  std::latch end(1);
+  std::atomic<bool> firstRuns{true};
+  std::atomic<bool> overlapped{false};
+  Task first([&] {
+    ThreadGroup::returnWorkerEarly();
+    returned.count_down();
+    end.wait();
+    firstRuns = false;
+  });
+  std::latch done(1);
+  Task second([&] {
+    overlapped = firstRuns.load();
+    done.count_down();
+  });
+  group.spawn(&first, false);
+  returned.wait();
+  std::thread spawner([&] { group.spawn(&second, false); });
+  end.count_down();
+  done.wait();
+  spawner.join();
+  EXPECT_FALSE(overlapped);
+  EXPECT_EQ(metricOf("Alone", "Worker Count"), 1.0);
+}
+
+TEST(ThreadGroupTest, ReturningEarlyMeansNothingOutsideARunner) {
+  ThreadGroup::returnWorkerEarly();
 }
 
 TEST(ThreadGroupTest, MetricsCountWorkersAndBusyOnes) {
@@ -368,7 +418,7 @@ TEST(ThreadGroupTest, SpawnWhoseWorkerIsStoppedBeforeTheAssignmentSaysWhoOwnsThe
     kestrel::Logger::setLogAdapter(new ClosingAdapter(group));
     kestrel::Runnable* const runner = new WatchedTask(runs, destroyed);
     EXPECT_EQ(group.spawn(runner, deleteRunner), deleteRunner);
-    kestrel::Logger::resetForTest();
+    kestrel::TestAccess::resetLogging();
     EXPECT_EQ(destroyed, deleteRunner ? 1 : 0);
     EXPECT_EQ(runs, 0);
     if (!deleteRunner) {

@@ -1,0 +1,115 @@
+// Whole runs with a real recording: a bundle gives what the recording gave where it was made.
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "prepare/Prepare.h"
+#include "tests/support/TempDir.h"
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+
+namespace {
+
+struct Outcome {
+  int status = -1;
+  std::string err;
+};
+
+// In this process, with what it prints to standard error.
+Outcome prepareWith(std::vector<std::string> words) {
+  words.insert(words.begin(), "tracemill-prepare");
+  std::vector<char*> pointers;
+  for (std::string& word : words) {
+    pointers.push_back(word.data());
+  }
+  pointers.push_back(nullptr);
+  testing::internal::CaptureStderr();
+  const int status = prepare::run(static_cast<int>(words.size()), pointers.data());
+  return {status, testing::internal::GetCapturedStderr()};
+}
+
+class BundleRoundTripTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    victim_ = temp_.file("victim");
+    fs::copy_file(VICTIM_FILE, victim_);
+    setenv("HOME", temp_.path().c_str(), 1);  // perf keeps copies there
+    unsetenv("PERF_BUILDID_DIR");
+    unsetenv("DEBUGINFOD_URLS");
+    const std::string command = "perf record -q -N -e cpu-clock -g -o " + temp_.file("p.data") +
+                                " -- " + victim_ + " >/dev/null 2>&1";
+    if (std::system(command.c_str()) != 0 || !temp_.has("p.data")) {
+      GTEST_SKIP() << "perf is missing, or may not record here";
+    }
+  }
+  std::string document(const std::string& folder) const {
+    const std::string out = temp_.file("document.json");
+    const std::string command = std::string(TRACEMILL_PROGRAM) + " -c " + temp_.file(folder) +
+                                "/tracemill.conf -o " + out + " >/dev/null 2>&1";
+    EXPECT_EQ(0, std::system(command.c_str()));
+    return temp_.read("document.json");
+  }
+
+  const TempDir temp_;
+  std::string victim_;
+};
+
+}  // namespace
+
+TEST_F(BundleRoundTripTest, TheDocumentIsTheSameWithoutTheFiles) {
+  const std::string bundle = temp_.file("b.tar.zst");
+  ASSERT_EQ(
+      0, prepareWith({"-q", "--no-cache", "-o", temp_.file("here"), temp_.file("p.data")}).status);
+  const Outcome written = prepareWith({"--no-cache", "--bundle", bundle, temp_.file("p.data")});
+  ASSERT_EQ(0, written.status) << written.err;
+  EXPECT_FALSE(temp_.has("p.data.prepared"));
+  const std::string before = document("here");
+  EXPECT_THAT(before, HasSubstr("bundled_work"));
+
+  fs::remove(victim_);
+  fs::remove(temp_.file("p.data"));
+  const Outcome read = prepareWith({"--no-cache", "-o", temp_.file("there"), bundle});
+  ASSERT_EQ(0, read.status) << read.err;
+  EXPECT_EQ(before, document("there"));
+  EXPECT_FALSE(temp_.has("there/bundle"));
+}
+
+// Files of this machine have the recorded names and build ids, and are not asked.
+TEST_F(BundleRoundTripTest, NothingOfThisMachineIsUsed) {
+  const std::string bundle = temp_.file("b.tar.zst");
+  fs::rename(victim_, victim_ + ".away");
+  const Outcome written = prepareWith({"--no-cache", "--bundle", bundle, temp_.file("p.data")});
+  ASSERT_EQ(0, written.status) << written.err;
+  EXPECT_THAT(written.err, HasSubstr("Left out, for they cannot be read: 1."));
+  fs::rename(victim_ + ".away", victim_);
+  ASSERT_EQ(0, prepareWith({"-q", "--no-cache", "-o", temp_.file("there"), bundle}).status);
+  EXPECT_THAT(document("there"), testing::Not(HasSubstr("bundled_work")));
+}
+
+TEST_F(BundleRoundTripTest, ARecordingIsNeverReplaced) {
+  const std::string recording = temp_.file("p.data");
+  const std::string bytes = temp_.read("p.data");
+  EXPECT_EQ(2, prepareWith({"--bundle", recording, recording}).status);
+  fs::copy_file(recording, temp_.file("other.data"));
+  const Outcome other = prepareWith({"--bundle", temp_.file("other.data"), recording});
+  EXPECT_EQ(1, other.status);
+  EXPECT_THAT(other.err, HasSubstr("is no bundle"));
+  EXPECT_EQ(bytes, temp_.read("p.data"));
+  EXPECT_EQ(bytes, temp_.read("other.data"));
+}
+
+TEST_F(BundleRoundTripTest, APlaceThatIsNoRegularFileIsRefused) {
+  fs::create_symlink("elsewhere", temp_.file("link"));
+  fs::create_directory(temp_.file("folder"));
+  for (const std::string& place :
+       {temp_.file("link"), temp_.file("folder"), std::string("/dev/null")}) {
+    EXPECT_EQ(1, prepareWith({"--bundle", place, temp_.file("p.data")}).status) << place;
+  }
+  EXPECT_FALSE(temp_.has("elsewhere"));
+}

@@ -1,0 +1,105 @@
+#include <gtest/gtest.h>
+
+#include "report/ProfileBuilder.h"
+
+namespace report {
+
+namespace {
+
+struct KindCase {
+  const char* name;
+  uint32_t pidkey;
+  uint64_t start;
+  LibraryKind kind;
+};
+
+// A profile of one sample in a map of that name.
+Profile profileIn(const char* name, uint32_t pidkey, uint64_t start) {
+  ProfileBuilder builder;
+  builder.addSample(0, builder.addCall(StackTree::ROOT, 1), 5, 0);
+  builder.addLibrary(1, pidkey, name, start);
+  return builder.build();
+}
+
+}  // namespace
+
+TEST(ProfileBuilderTest, KindsOfLibraries) {
+  const KindCase cases[] = {
+      {"kernel", 0, 0xFFFFFFFF80000000, LibraryKind::KERNEL},
+      {"[nfs]", 5, 0xFFFFFFFFC0000000, LibraryKind::KERNEL},
+      {"kernel", 0, 0xC0000000, LibraryKind::KERNEL},
+      {"/usr/bin/app", 5, 0x400000, LibraryKind::PROGRAM},
+      {"/usr/lib/libc.so.6", 5, 0x7F0000000000, LibraryKind::LIBRARY},
+      {"/opt/a.b/libx.so", 5, 0x7F0000000000, LibraryKind::LIBRARY},
+      {"[vdso]", 5, 0x7FF000000000, LibraryKind::LIBRARY},
+      {"/tmp/perf-12.map", 5, 0x7F0000000000, LibraryKind::JIT},
+      {"//anon", 5, 0x7F0000000000, LibraryKind::JIT},
+      {"/tmp/jitted-12-3.so", 5, 0x7F0000000000, LibraryKind::JIT},
+      {"{app-7f120000}", 5, 0x7F120000, LibraryKind::UNKNOWN},
+      {"{stack:b0000000-beffffff}", 0, 0xB0000000, LibraryKind::UNKNOWN},
+  };
+  for (const KindCase& one : cases) {
+    EXPECT_EQ(profileIn(one.name, one.pidkey, one.start).libraries[0].kind, one.kind) << one.name;
+  }
+}
+
+TEST(ProfileBuilderTest, NamesOfWhatHasNoFunction) {
+  EXPECT_EQ(profileIn("/usr/lib/libc.so.6", 5, 1).frames[0].name, "[libc.so.6]");
+  EXPECT_EQ(profileIn("[vdso]", 5, 1).frames[0].name, "[vdso]");
+  EXPECT_EQ(profileIn("{app-7f120000}", 5, 1).frames[0].name, "{app}");
+  EXPECT_EQ(profileIn("{my-app-7f120000}", 5, 1).frames[0].name, "{my-app}");
+  EXPECT_EQ(profileIn("{app-interrupt}", 5, 1).frames[0].name, "{app-interrupt}");
+  EXPECT_EQ(profileIn("{stack:b0000000-beffffff}", 0, 1).frames[0].name,
+            "{stack:b0000000-beffffff}");
+}
+
+TEST(ProfileBuilderTest, MapsOfOneFileAreOneLibrary) {
+  ProfileBuilder builder;
+  builder.addSample(0, builder.addCall(StackTree::ROOT, 1), 5, 0);
+  builder.addSample(1, builder.addCall(StackTree::ROOT, 2), 6, 0);
+  builder.addLibrary(1, 5, "/lib/a.so", 1);
+  builder.addLibrary(2, 6, "/lib/a.so", 1);
+  const Profile profile = builder.build();
+  EXPECT_EQ(profile.libraries.size(), 1U);
+  EXPECT_EQ(profile.samples.stacks[0], profile.samples.stacks[1]);
+}
+
+TEST(ProfileBuilderTest, AKeyThatNoTableHas) {
+  ProfileBuilder builder;
+  builder.addSample(0, builder.addCall(StackTree::ROOT, ~0ULL), 9, NONE);
+  const Profile profile = builder.build();
+  EXPECT_EQ(profile.frames[0].name, "{unknown}");
+  EXPECT_EQ(profile.threads[0].tid, 9U);
+  EXPECT_EQ(profile.threads[0].pid, NONE);
+}
+
+TEST(ProfileBuilderTest, SamplesAreSortedByTime) {
+  ProfileBuilder builder;
+  for (const int64_t time : {30, 10, 20}) {
+    builder.addSample(time, builder.addCall(StackTree::ROOT, static_cast<uint64_t>(time)), 5, 0);
+  }
+  const Profile profile = builder.build();
+  EXPECT_EQ(profile.samples.times, (std::vector<int64_t>{10, 20, 30}));
+}
+
+TEST(ProfileBuilderTest, ABaselineMeetsTheSameFunctionInAnotherFolder) {
+  const auto make = [](const char* library, const char* function) {
+    ProfileBuilder builder;
+    builder.addSample(0, builder.addCall(StackTree::ROOT, 7), 5, 0);
+    builder.addSample(2000000000, builder.addCall(StackTree::ROOT, 7), 5, 0);
+    builder.addLibrary(1, 5, library, 1);
+    builder.addFunction(7, function, 1, 1);
+    return builder.build();
+  };
+  Profile after = make("/new/app", "run()");
+  addBaseline(after, make("/old/app", "run()"));
+  EXPECT_EQ(after.baselineCounts, (std::vector<uint32_t>{0, 2}));
+  EXPECT_EQ(after.baselineSamples, 2U);
+  EXPECT_EQ(after.baselineSeconds, 2);
+  Profile other = make("/new/app", "run()");
+  addBaseline(other, make("/old/app", "walk()"));
+  EXPECT_EQ(other.frames.size(), 2U);
+  EXPECT_EQ(other.baselineCounts[other.samples.stacks[0]], 0U);
+}
+
+}  // namespace report
