@@ -5,12 +5,7 @@
 #include "kestrel/log/LogAdapter.h"
 #include "kestrel/log/LogLevel.h"
 #include "kestrel/log/Logger.h"
-#include "model/KeyGenerator.h"
-#include "model/MMapStore.h"
-#include "model/ThreadStore.h"
-#include "symbols/SourceFileStore.h"
-#include "symbols/SymbolCache.h"
-#include "symbols/SymbolTableStore.h"
+#include "tests/support/FreshStores.h"
 #include "tests/support/TestAccess.h"
 
 using kestrel::Logger;
