@@ -25,7 +25,7 @@ std::string bitFlagsBytes(uint64_t word, ByteOrder order) {
   for (char& byte : bytes) {
     unsigned reversed = 0;
     for (unsigned bit = 0; bit < 8; ++bit) {
-      reversed |= ((static_cast<unsigned char>(byte) >> bit) & 1u) << (7 - bit);
+      reversed |= (unsigned{static_cast<unsigned char>(byte)} >> bit & 1u) << (7 - bit);
     }
     byte = static_cast<char>(static_cast<unsigned char>(reversed));
   }
