@@ -7,7 +7,6 @@
 
 #include "app/PerfInputRunnerPass1.h"
 #include "app/PerfSettings.h"
-#include "app/TimeFilter.h"
 #include "kestrel/Singleton.h"
 #include "kestrel/TimeConverter.h"
 #include "model/MMapStore.h"
@@ -16,6 +15,7 @@
 #include "perfevents/PerfEventDataListener.h"
 #include "perfevents/PerfEventDataSample.h"
 #include "perfevents/PerfRecordFileReader.h"
+#include "perfevents/SampleFilter.h"
 #include "tests/fuzz/AllocationMeter.h"
 #include "tests/fuzz/FreshProcess.h"
 #include "tests/fuzz/FuzzTarget.h"
@@ -25,6 +25,8 @@
 using kestrel::Singleton;
 
 namespace {
+
+double secondsOf(uint64_t nanoseconds) { return static_cast<double>(nanoseconds) / 1e9; }
 
 // Looks up what the row of a sample would refer to.
 class SampleLookup : public perfevents::PerfEventDataListener {
@@ -78,8 +80,9 @@ class SampleLookup : public perfevents::PerfEventDataListener {
 
 void lookUpSamples(std::ifstream& input, kestrel::TimeConverter& times) {
   perfevents::PerfRecordFileReader reader(input, true);
-  if (const auto isTimeWanted = timeFilter(times)) {
-    reader.filterSamples(isTimeWanted);
+  if (times.hasWindow()) {
+    reader.filterSamples(perfevents::SampleFilter::byTime(
+        [&times](uint64_t time) { return times.isInside(secondsOf(time)); }));
   }
   SampleLookup lookup(times);
   reader.parseEvents(lookup);
