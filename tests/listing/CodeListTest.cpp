@@ -47,7 +47,7 @@ TEST(PerfMapTest, SizeZeroIsAByteAndSizesEndWithTheAddresses) {
 std::string number(std::uint64_t value, int size) {
   std::string bytes;
   for (int i = 0; i < size; ++i) {
-    bytes += static_cast<char>(value >> (8 * i));
+    bytes += i < 8 ? static_cast<char>(value >> (8 * i)) : '\0';
   }
   return bytes;
 }
