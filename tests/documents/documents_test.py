@@ -224,12 +224,12 @@ class CommandsTest(unittest.TestCase):
         shutil.copytree(DEMO / "sysroot", place / "sysroot")
         shutil.copy(DEMO / "sysroot" / "kallsyms.txt", place)
         shutil.copy(DEMO / "demo.perf.data", place / "perf.data")
-        self.assertEqual(len(blocks), 4)
+        self.assertEqual(len(blocks), 5)
         printed = session.run(blocks)
         self.assertEqual(len(self._read_samples(place / "profile.json")), 2383)
         # 3 h 28 min 45.5 s are 12525.5 s.
         self.assertIn(" -s 12525.500000000 -d 0.500000000\n", printed[2])
-        for folder in ("elsewhere.prepared", "piped.prepared"):
+        for folder in ("elsewhere.prepared", "board.tar.zst.prepared", "piped.prepared"):
             self.assertEqual(json.loads((place / folder / "quality.json").read_text())["samples"]["all"], 2383)
 
     def _read_samples(self, path):

@@ -253,6 +253,8 @@ class ReportTest(unittest.TestCase):
 
     def test_memory_is_that_of_columns(self):
         """The rows of a document in pieces: four times as many take no more but their columns."""
+        if b"__asan_init" in Path(REPORT).read_bytes():
+            self.skipTest("the address sanitizer keeps freed memory for a while")
         peaks = []
         for samples in (20000, 80000):
             path = self.folder / f"{samples}.json"
