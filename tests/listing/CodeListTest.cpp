@@ -52,7 +52,7 @@ std::string number(std::uint64_t value, int size) {
   return bytes;
 }
 
-// As the specification of the format has it, little-endian.
+// As perf's jitdump-specification.txt has it, little-endian.
 std::string record(unsigned id, const std::string& body) {
   return number(id, 4) + number(16 + body.size(), 4) + number(0, 8) + body;
 }
