@@ -5,7 +5,7 @@
 #include <functional>
 #include <set>
 
-#include "kestrel/Lock.h"
+#include "kestrel/threads/Lock.h"
 
 namespace kestrel {
 

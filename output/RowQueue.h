@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "kestrel/Lock.h"
+#include "kestrel/threads/Lock.h"
 #include "output/SampleRow.h"
 
 // Rows, and the callers of all of them one behind the other. What stands behind those of the last

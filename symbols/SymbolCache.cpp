@@ -11,13 +11,13 @@
 
 #include "app/PerfSettings.h"
 #include "kestrel/FileStatus.h"
-#include "kestrel/FileTie.h"
 #include "kestrel/FileUtils.h"
-#include "kestrel/PortableFileProcessor.h"
 #include "kestrel/ReplacementFile.h"
-#include "kestrel/ShellCommandLineParser.h"
-#include "kestrel/SimpleExec.h"
 #include "kestrel/Singleton.h"
+#include "kestrel/exec/FileTie.h"
+#include "kestrel/exec/PortableFileProcessor.h"
+#include "kestrel/exec/ShellCommandLineParser.h"
+#include "kestrel/exec/SimpleExec.h"
 #include "kestrel/log/Logger.h"
 
 using kestrel::FileStatus;

@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "kestrel/Lock.h"
 #include "kestrel/log/LogAdapter.h"
+#include "kestrel/threads/Lock.h"
 
 namespace kestrel {
 

@@ -12,8 +12,8 @@
 #include <memory>
 #include <string>
 
-#include "kestrel/Lock.h"
 #include "kestrel/log/LogLevel.h"
+#include "kestrel/threads/Lock.h"
 
 namespace kestrel {
 

@@ -6,10 +6,10 @@
 #include <optional>
 #include <string>
 
-#include "kestrel/Lock.h"
 #include "kestrel/log/LogAdapter.h"
 #include "kestrel/log/LogLevel.h"
 #include "kestrel/log/Logger.h"
+#include "kestrel/threads/Lock.h"
 
 namespace kestrel {
 

@@ -2,7 +2,7 @@
 #include <string>
 #include <vector>
 
-#include "kestrel/ShellCommandLineParser.h"
+#include "kestrel/exec/ShellCommandLineParser.h"
 #include "tests/fuzz/AllocationMeter.h"
 #include "tests/fuzz/FuzzTarget.h"
 

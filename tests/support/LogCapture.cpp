@@ -5,9 +5,9 @@
 #include <ostream>
 #include <utility>
 
-#include "kestrel/Lock.h"
 #include "kestrel/log/LogAdapter.h"
 #include "kestrel/log/Logger.h"
+#include "kestrel/threads/Lock.h"
 #include "tests/support/TestAccess.h"
 
 void PrintTo(const LogLine& line, std::ostream* out) {

@@ -3,8 +3,8 @@
 
 #include <cstddef>
 
-#include "kestrel/LinuxSelector.h"
 #include "kestrel/Singleton.h"
+#include "kestrel/exec/LinuxSelector.h"
 
 namespace kestrel {
 

@@ -32,7 +32,7 @@ class CheckLayersTest(unittest.TestCase):
 
     def test_downward_includes_pass(self):
         self.add("kestrel/json/JSOM.h", '"kestrel/json/JSONData.h"', "<string>")
-        self.add("kestrel/log/Logger.h", '"kestrel/json/JSOM.h"', '"kestrel/Lock.h"')
+        self.add("kestrel/log/Logger.h", '"kestrel/json/JSOM.h"', '"kestrel/threads/Lock.h"')
         self.add("app/PerfSettings.h", '"kestrel/Singleton.h"')
         self.add("perfevents/PerfEventData.h", '"kestrel/ByteBuffer.h"')
         self.add("model/MMapStore.cpp", '"perfevents/X.h"', '"app/PerfSettings.h"', '"model/Y.h"')

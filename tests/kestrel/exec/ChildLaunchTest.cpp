@@ -12,8 +12,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "kestrel/ChildLaunch.h"
-#include "kestrel/PipeSignal.h"
+#include "kestrel/exec/ChildLaunch.h"
+#include "kestrel/exec/PipeSignal.h"
 #include "tests/kestrel/exec/ExecSupport.h"
 #include "tests/support/TempDir.h"
 

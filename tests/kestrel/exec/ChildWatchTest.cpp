@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "kestrel/ChildWatch.h"
+#include "kestrel/exec/ChildWatch.h"
 #include "tests/kestrel/exec/ExecSupport.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "kestrel/EnvironmentBuilder.h"
+#include "kestrel/exec/EnvironmentBuilder.h"
 
 namespace {
 

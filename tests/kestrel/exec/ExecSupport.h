@@ -9,8 +9,8 @@
 #include <sys/types.h>
 #include <vector>
 
-#include "kestrel/LinuxSimpleExec.h"
-#include "kestrel/PortableFile.h"
+#include "kestrel/exec/LinuxSimpleExec.h"
+#include "kestrel/exec/PortableFile.h"
 
 struct SelfDestruct {
   void operator()(kestrel::SimpleExec* exec) const { exec->selfDestruct(); }

@@ -9,9 +9,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "kestrel/FileTie.h"
-#include "kestrel/LinuxPipe.h"
-#include "kestrel/PortableFileProcessor.h"
+#include "kestrel/exec/FileTie.h"
+#include "kestrel/exec/LinuxPipe.h"
+#include "kestrel/exec/PortableFileProcessor.h"
 #include "tests/kestrel/exec/ExecSupport.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"

@@ -11,8 +11,8 @@
 
 #include <gtest/gtest.h>
 
-#include "kestrel/LinuxPipe.h"
-#include "kestrel/PipeSignal.h"
+#include "kestrel/exec/LinuxPipe.h"
+#include "kestrel/exec/PipeSignal.h"
 #include "tests/kestrel/exec/ExecSupport.h"
 #include "tests/support/OrdinaryUser.h"
 #include "tests/support/TempDir.h"

@@ -15,10 +15,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "kestrel/LinuxPipe.h"
-#include "kestrel/LinuxSelector.h"
-#include "kestrel/Runnable.h"
-#include "kestrel/ThreadGroup.h"
+#include "kestrel/exec/LinuxPipe.h"
+#include "kestrel/exec/LinuxSelector.h"
+#include "kestrel/threads/Runnable.h"
+#include "kestrel/threads/ThreadGroup.h"
 #include "tests/kestrel/exec/ExecSupport.h"
 #include "tests/kestrel/exec/SelectorSupport.h"
 #include "tests/support/LogCapture.h"

@@ -11,8 +11,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "kestrel/LinuxPipe.h"
-#include "kestrel/LinuxSelector.h"
+#include "kestrel/exec/LinuxPipe.h"
+#include "kestrel/exec/LinuxSelector.h"
 #include "tests/kestrel/exec/ExecSupport.h"
 #include "tests/kestrel/exec/SelectorSupport.h"
 #include "tests/support/LogCapture.h"

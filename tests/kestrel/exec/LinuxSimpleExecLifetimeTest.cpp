@@ -14,7 +14,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "kestrel/LinuxSimpleExec.h"
+#include "kestrel/exec/LinuxSimpleExec.h"
 #include "tests/kestrel/exec/ExecSupport.h"
 #include "tests/support/LogCapture.h"
 

@@ -11,8 +11,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "kestrel/LinuxSimpleExec.h"
-#include "kestrel/ThreadGroup.h"
+#include "kestrel/exec/LinuxSimpleExec.h"
+#include "kestrel/threads/ThreadGroup.h"
 #include "tests/kestrel/exec/ExecSupport.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"

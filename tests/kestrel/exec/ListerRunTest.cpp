@@ -10,8 +10,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "kestrel/FileTie.h"
-#include "kestrel/PortableFileProcessor.h"
+#include "kestrel/exec/FileTie.h"
+#include "kestrel/exec/PortableFileProcessor.h"
 #include "tests/kestrel/exec/ExecSupport.h"
 
 namespace {

@@ -12,9 +12,9 @@
 #include <gtest/gtest.h>
 
 #include "kestrel/BlockProcessor.h"
-#include "kestrel/LinuxPipe.h"
-#include "kestrel/PipeSignal.h"
-#include "kestrel/PortableFileProcessor.h"
+#include "kestrel/exec/LinuxPipe.h"
+#include "kestrel/exec/PipeSignal.h"
+#include "kestrel/exec/PortableFileProcessor.h"
 #include "tests/kestrel/exec/ExecSupport.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "kestrel/MetricRegistry.h"
-#include "kestrel/ProcessMetrics.h"
+#include "kestrel/exec/ProcessMetrics.h"
 #include "tests/kestrel/exec/ExecSupport.h"
 
 namespace {

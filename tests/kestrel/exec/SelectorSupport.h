@@ -6,9 +6,9 @@
 
 #include <gtest/gtest.h>
 
-#include "kestrel/LinuxPipe.h"
-#include "kestrel/LinuxSelector.h"
-#include "kestrel/PortableSelector.h"
+#include "kestrel/exec/LinuxPipe.h"
+#include "kestrel/exec/LinuxSelector.h"
+#include "kestrel/exec/PortableSelector.h"
 
 // Reads one byte for each call and counts.
 class Recorder : public kestrel::PortableSelector::Listener {

@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "kestrel/ShellCommandLineParser.h"
+#include "kestrel/exec/ShellCommandLineParser.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include "kestrel/ThreadGroup.h"
 #include "kestrel/log/LogLevel.h"
 #include "kestrel/log/Logger.h"
+#include "kestrel/threads/ThreadGroup.h"
 #include "tests/kestrel/threads/GroupSupport.h"
 
 namespace {

@@ -10,7 +10,7 @@
 
 #include "kestrel/Metric.h"
 #include "kestrel/MetricRegistry.h"
-#include "kestrel/Runnable.h"
+#include "kestrel/threads/Runnable.h"
 
 class Task : public kestrel::Runnable {
  public:

@@ -6,8 +6,8 @@
 
 #include <gtest/gtest.h>
 
-#include "kestrel/Deadline.h"
-#include "kestrel/Lock.h"
+#include "kestrel/threads/Deadline.h"
+#include "kestrel/threads/Lock.h"
 #include "tests/support/StreamCapture.h"
 
 namespace {

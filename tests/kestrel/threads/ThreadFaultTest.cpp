@@ -13,11 +13,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "kestrel/Lock.h"
 #include "kestrel/MetricRegistry.h"
-#include "kestrel/Runnable.h"
-#include "kestrel/Thread.h"
-#include "kestrel/ThreadGroup.h"
+#include "kestrel/threads/Lock.h"
+#include "kestrel/threads/Runnable.h"
+#include "kestrel/threads/Thread.h"
+#include "kestrel/threads/ThreadGroup.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/StreamCapture.h"
 

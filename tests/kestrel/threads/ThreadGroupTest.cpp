@@ -13,9 +13,9 @@
 #include <gtest/gtest.h>
 
 #include "kestrel/MetricRegistry.h"
-#include "kestrel/ThreadGroup.h"
 #include "kestrel/log/LogAdapter.h"
 #include "kestrel/log/Logger.h"
+#include "kestrel/threads/ThreadGroup.h"
 #include "tests/kestrel/threads/GroupSupport.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TestAccess.h"

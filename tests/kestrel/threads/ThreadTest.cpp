@@ -9,9 +9,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "kestrel/Runnable.h"
-#include "kestrel/SelfDestructingObject.h"
-#include "kestrel/Thread.h"
+#include "kestrel/exec/SelfDestructingObject.h"
+#include "kestrel/threads/Runnable.h"
+#include "kestrel/threads/Thread.h"
 #include "tests/support/LogCapture.h"
 
 namespace {

@@ -9,8 +9,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "kestrel/ThreadGroup.h"
 #include "kestrel/log/Logger.h"
+#include "kestrel/threads/ThreadGroup.h"
 #include "tests/kestrel/threads/GroupSupport.h"
 
 namespace {

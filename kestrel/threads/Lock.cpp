@@ -1,4 +1,4 @@
-#include "kestrel/Lock.h"
+#include "kestrel/threads/Lock.h"
 
 #include <cerrno>
 #include <cstdio>

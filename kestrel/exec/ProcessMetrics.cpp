@@ -1,7 +1,7 @@
-#include "kestrel/ProcessMetrics.h"
+#include "kestrel/exec/ProcessMetrics.h"
 
-#include "kestrel/LinuxSimpleExec.h"
 #include "kestrel/MetricRegistry.h"
+#include "kestrel/exec/LinuxSimpleExec.h"
 
 namespace kestrel {
 

@@ -8,11 +8,11 @@
 #include <sys/select.h>
 #include <vector>
 
-#include "kestrel/LinuxPipe.h"
-#include "kestrel/Lock.h"
-#include "kestrel/PortableSelector.h"
-#include "kestrel/Runnable.h"
-#include "kestrel/ThreadAnnotations.h"
+#include "kestrel/exec/LinuxPipe.h"
+#include "kestrel/exec/PortableSelector.h"
+#include "kestrel/threads/Lock.h"
+#include "kestrel/threads/Runnable.h"
+#include "kestrel/threads/ThreadAnnotations.h"
 
 namespace kestrel {
 

@@ -1,4 +1,4 @@
-#include "kestrel/Thread.h"
+#include "kestrel/threads/Thread.h"
 
 #include <cstdio>
 #include <limits>

@@ -1,4 +1,4 @@
-#include "kestrel/ThreadGroup.h"
+#include "kestrel/threads/ThreadGroup.h"
 
 #include <algorithm>
 #include <new>

@@ -1,4 +1,4 @@
-#include "kestrel/LinuxPipe.h"
+#include "kestrel/exec/LinuxPipe.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,4 +1,4 @@
-#include "kestrel/LinuxSimpleExec.h"
+#include "kestrel/exec/LinuxSimpleExec.h"
 
 #include <atomic>
 #include <cerrno>
@@ -11,14 +11,14 @@
 #include <unistd.h>
 #include <utility>
 
-#include "kestrel/ChildLaunch.h"
-#include "kestrel/ChildWatch.h"
-#include "kestrel/Deadline.h"
-#include "kestrel/LinuxPipe.h"
-#include "kestrel/ProcessMetrics.h"
-#include "kestrel/ShellCommandLineParser.h"
-#include "kestrel/ThreadGroup.h"
+#include "kestrel/exec/ChildLaunch.h"
+#include "kestrel/exec/ChildWatch.h"
+#include "kestrel/exec/LinuxPipe.h"
+#include "kestrel/exec/ProcessMetrics.h"
+#include "kestrel/exec/ShellCommandLineParser.h"
 #include "kestrel/log/Logger.h"
+#include "kestrel/threads/Deadline.h"
+#include "kestrel/threads/ThreadGroup.h"
 
 namespace kestrel {
 

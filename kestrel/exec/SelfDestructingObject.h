@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "kestrel/Lock.h"
+#include "kestrel/threads/Lock.h"
 
 namespace kestrel {
 

@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "kestrel/Lock.h"
 #include "kestrel/Metric.h"
-#include "kestrel/Runnable.h"
-#include "kestrel/Thread.h"
+#include "kestrel/threads/Lock.h"
+#include "kestrel/threads/Runnable.h"
+#include "kestrel/threads/Thread.h"
 
 namespace kestrel {
 

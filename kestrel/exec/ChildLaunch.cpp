@@ -1,4 +1,4 @@
-#include "kestrel/ChildLaunch.h"
+#include "kestrel/exec/ChildLaunch.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -10,7 +10,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "kestrel/PipeSignal.h"
+#include "kestrel/exec/PipeSignal.h"
 
 namespace kestrel {
 

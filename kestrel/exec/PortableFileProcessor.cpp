@@ -1,4 +1,4 @@
-#include "kestrel/PortableFileProcessor.h"
+#include "kestrel/exec/PortableFileProcessor.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -6,9 +6,9 @@
 #include <utility>
 
 #include "kestrel/BlockProcessor.h"
-#include "kestrel/Deadline.h"
-#include "kestrel/PortableFile.h"
+#include "kestrel/exec/PortableFile.h"
 #include "kestrel/log/Logger.h"
+#include "kestrel/threads/Deadline.h"
 
 namespace kestrel {
 

@@ -1,4 +1,4 @@
-#include "kestrel/ChildWatch.h"
+#include "kestrel/exec/ChildWatch.h"
 
 #include <cerrno>
 #include <cstddef>

@@ -8,11 +8,11 @@
 #include <sys/types.h>
 #include <vector>
 
-#include "kestrel/EnvironmentBuilder.h"
-#include "kestrel/Lock.h"
-#include "kestrel/Runnable.h"
-#include "kestrel/SimpleExec.h"
-#include "kestrel/ThreadAnnotations.h"
+#include "kestrel/exec/EnvironmentBuilder.h"
+#include "kestrel/exec/SimpleExec.h"
+#include "kestrel/threads/Lock.h"
+#include "kestrel/threads/Runnable.h"
+#include "kestrel/threads/ThreadAnnotations.h"
 
 namespace kestrel {
 

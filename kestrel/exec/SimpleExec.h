@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "kestrel/PortableFile.h"
+#include "kestrel/exec/PortableFile.h"
 
 namespace kestrel {
 

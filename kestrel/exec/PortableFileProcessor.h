@@ -6,9 +6,9 @@
 #include <atomic>
 #include <memory>
 
-#include "kestrel/Lock.h"
-#include "kestrel/PortableSelector.h"
-#include "kestrel/ThreadAnnotations.h"
+#include "kestrel/exec/PortableSelector.h"
+#include "kestrel/threads/Lock.h"
+#include "kestrel/threads/ThreadAnnotations.h"
 
 namespace kestrel {
 

@@ -1,4 +1,4 @@
-#include "kestrel/ShellCommandLineParser.h"
+#include "kestrel/exec/ShellCommandLineParser.h"
 
 #include <cstddef>
 

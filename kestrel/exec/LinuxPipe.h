@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "kestrel/PortableFile.h"
+#include "kestrel/exec/PortableFile.h"
 
 namespace kestrel {
 

@@ -2,7 +2,7 @@
 // reported on standard error; the caller goes on as if it had succeeded. Not recursive.
 #pragma once
 
-#include "kestrel/ThreadAnnotations.h"
+#include "kestrel/threads/ThreadAnnotations.h"
 
 namespace kestrel {
 

@@ -1,4 +1,4 @@
-#include "kestrel/EnvironmentBuilder.h"
+#include "kestrel/exec/EnvironmentBuilder.h"
 
 #include <algorithm>
 #include <array>

@@ -1,9 +1,9 @@
-#include "kestrel/FileTie.h"
+#include "kestrel/exec/FileTie.h"
 
 #include <cerrno>
 
-#include "kestrel/PortableFile.h"
-#include "kestrel/PortableFileProcessor.h"
+#include "kestrel/exec/PortableFile.h"
+#include "kestrel/exec/PortableFileProcessor.h"
 #include "kestrel/log/Logger.h"
 
 namespace kestrel {

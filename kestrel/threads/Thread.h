@@ -6,9 +6,9 @@
 #include <pthread.h>
 #include <string>
 
-#include "kestrel/Lock.h"
-#include "kestrel/Runnable.h"
-#include "kestrel/SelfDestructingObject.h"
+#include "kestrel/exec/SelfDestructingObject.h"
+#include "kestrel/threads/Lock.h"
+#include "kestrel/threads/Runnable.h"
 
 namespace kestrel {
 

@@ -1,12 +1,12 @@
-#include "kestrel/LinuxSelector.h"
+#include "kestrel/exec/LinuxSelector.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <new>
 
-#include "kestrel/Deadline.h"
-#include "kestrel/ThreadGroup.h"
 #include "kestrel/log/Logger.h"
+#include "kestrel/threads/Deadline.h"
+#include "kestrel/threads/ThreadGroup.h"
 
 namespace kestrel {
 

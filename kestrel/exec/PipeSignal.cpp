@@ -1,4 +1,4 @@
-#include "kestrel/PipeSignal.h"
+#include "kestrel/exec/PipeSignal.h"
 
 #include <csignal>
 

@@ -1,4 +1,4 @@
-#include "kestrel/SelfDestructingObject.h"
+#include "kestrel/exec/SelfDestructingObject.h"
 
 namespace kestrel {
 
