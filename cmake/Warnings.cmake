@@ -21,6 +21,12 @@ target_compile_options(
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(tracemill_flags INTERFACE -Wthread-safety)
 endif()
+# Archives list the symbols of the machine code. gcc-ar would list those of the code for linking as one, which has inline
+# functions that the machine code lacks: a test program, linked without, looks for them in every member in vain, twice.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  set(CMAKE_CXX_ARCHIVE_CREATE_IPO "<CMAKE_AR> --plugin /dev/null cr <TARGET> <LINK_FLAGS> <OBJECTS>")
+  set(CMAKE_CXX_ARCHIVE_FINISH_IPO "<CMAKE_RANLIB> --plugin /dev/null <TARGET>")
+endif()
 # Files over 2 GiB and times beyond 2038 on 32-bit boards.
 target_compile_definitions(tracemill_flags INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 
