@@ -32,7 +32,7 @@ struct RowBatch {
 class RowQueue {
  public:
   // `timePrecision` is the number of digits of the times.
-  explicit RowQueue(int timePrecision) : text_(timePrecision) {}
+  explicit RowQueue(int timePrecision) : timePrecision_(timePrecision) {}
   RowQueue(const RowQueue&) = delete;
   RowQueue& operator=(const RowQueue&) = delete;
   // Writes what is left. Errors are lost: whoever wants to know of them calls finish().
@@ -62,7 +62,7 @@ class RowQueue {
   void _writeOwn();
   void _rethrowFailure() KESTREL_REQUIRES(lock_);
 
-  SampleRowText text_;                     // the thread's while it runs
+  int timePrecision_;
   kestrel::JsomWriter* writer_ = nullptr;  // given to the thread when it begins
   std::unique_ptr<RowBatch> batch_ = std::make_unique<RowBatch>();
 
