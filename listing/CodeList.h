@@ -12,7 +12,7 @@ namespace listing {
 class Demangler;
 
 struct CodeListReply {
-  Outcome outcome = Outcome::NoPerfMap;  // Named, NoPerfMap or Failed
+  Outcome outcome = Outcome::NoPerfMap;  // Named, NoPerfMap, OldPerfMap or Failed
   std::string file;
   std::vector<std::string> searched;
 };

@@ -50,7 +50,7 @@ std::vector<std::string> _split(std::string_view text) {
 Outcome _outcomeOf(const std::string& text) {
   int number = -1;
   std::from_chars(text.data(), text.data() + text.size(), number);
-  return number >= 0 && number <= static_cast<int>(Outcome::Restricted)
+  return number >= 0 && number <= static_cast<int>(Outcome::OldPerfMap)
              ? static_cast<Outcome>(number)
              : Outcome::Failed;
 }
