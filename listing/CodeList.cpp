@@ -37,7 +37,7 @@ class MapSearch {
  public:
   explicit MapSearch(CodeListReply& reply) : reply_(reply) {}
 
-  // Of several that there are, the last one is told.
+  // Of several that there are, the first one is told.
   std::optional<RegularFile> tryBelow(const std::string& root, const std::string& name,
                                       std::int64_t begin = INT64_MIN) {
     reply_.searched.push_back(root == "/" ? name : root + name);
@@ -46,7 +46,7 @@ class MapSearch {
       reply_.outcome = Outcome::OldPerfMap;
       return std::nullopt;
     }
-    if (file) {
+    if (file && reply_.file.empty()) {
       reply_.file = reply_.searched.back();
     }
     return file;

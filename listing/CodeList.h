@@ -13,7 +13,7 @@ class Demangler;
 
 struct CodeListReply {
   Outcome outcome = Outcome::NoPerfMap;  // Named, NoPerfMap, OldPerfMap or Failed
-  std::string file;
+  std::string file;                      // the perf map, or else the first jitdump file
   std::vector<std::string> searched;
 };
 

@@ -51,7 +51,7 @@ enum class Outcome {
 struct Result {
   Outcome outcome = Outcome::Failed;
   std::string list;  // path of the list file, in the work directory; empty if none
-  std::string file;  // the ELF file used, or the perf map; empty if none
+  std::string file;  // the ELF file used, the perf map or a jitdump file; empty if none
   std::string
       symbolsFrom;  // what has the names: path of a file, ".gnu_debugdata" or ".dynsym" of `file`
   std::vector<std::string>
