@@ -280,15 +280,15 @@ class ListingRun {
     }
     const bool hasList = ::access(job.newList.c_str(), R_OK) == 0;
     if (!job.source.empty()) {
+      // First of all where it is wanted: once it is in the cache, another run may take it away.
+      if (hasList && _link(job.newList, job.index)) {
+        result.list = _listPath(job.index);
+      }
       // A server that was not there today may have the symbols tomorrow.
       const bool mayChange =
           outcome == Outcome::Failed || (job.fetchSymbols && !result.symbolsFrom.starts_with('/'));
-      const std::string kept =
-          mayChange
-              ? ""
-              : cache_.store(job.source, {outcome, result.symbolsFrom, hasList ? job.newList : ""});
-      if (hasList && _link(kept.empty() ? job.newList : kept, job.index)) {
-        result.list = _listPath(job.index);
+      if (!mayChange) {
+        cache_.store(job.source, {outcome, result.symbolsFrom, hasList ? job.newList : ""});
       }
       ::unlink(job.newList.c_str());
     } else if (hasList) {
