@@ -31,15 +31,19 @@ endif()
 target_compile_definitions(tracemill_flags INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 
 # tracemill_layer(NAME SOURCES ... HEADERS ... LINKS ...): one static library whose headers are found from the root of
-# the project and must each compile on their own. Other projects know it as tracemill::NAME.
+# the project and must each compile on their own. Other projects know it as tracemill::NAME; those that are OWN are not
+# installed: they need libraries that the others do not, and only this project's programs use them.
 function(tracemill_layer name)
-  cmake_parse_arguments(arg "" "" "SOURCES;HEADERS;LINKS" ${ARGN})
+  cmake_parse_arguments(arg "OWN" "" "SOURCES;HEADERS;LINKS" ${ARGN})
   add_library(${name} STATIC ${arg_SOURCES})
   target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${arg_HEADERS})
   target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
   target_link_libraries(${name} PUBLIC ${arg_LINKS} PRIVATE $<BUILD_INTERFACE:tracemill_flags>)
   target_compile_features(${name} PUBLIC cxx_std_20)
   set_target_properties(${name} PROPERTIES VERIFY_INTERFACE_HEADER_SETS ON)
+  if(arg_OWN)
+    return()
+  endif()
   install(
     TARGETS ${name}
     EXPORT tracemill

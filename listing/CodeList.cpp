@@ -37,10 +37,16 @@ class MapSearch {
  public:
   explicit MapSearch(CodeListReply& reply) : reply_(reply) {}
 
-  std::optional<RegularFile> tryBelow(const std::string& root, const std::string& name) {
+  // Of several that there are, the first one is told.
+  std::optional<RegularFile> tryBelow(const std::string& root, const std::string& name,
+                                      std::int64_t begin = INT64_MIN) {
     reply_.searched.push_back(root == "/" ? name : root + name);
     std::optional<RegularFile> file = RegularFile::openBelow(root, name);
-    if (file) {
+    if (file && file->changed() < begin) {
+      reply_.outcome = Outcome::OldPerfMap;
+      return std::nullopt;
+    }
+    if (file && reply_.file.empty()) {
       reply_.file = reply_.searched.back();
     }
     return file;
@@ -58,13 +64,14 @@ std::optional<RegularFile> _findMap(const File& file, const Options& options,
     const std::string process = "/proc/" + id;
     const std::string ownId = _innermostId(process);
     if (!ownId.empty()) {
-      if (auto map = search.tryBelow(process + "/root", "/tmp/perf-" + ownId + ".map")) {
+      if (auto map =
+              search.tryBelow(process + "/root", "/tmp/perf-" + ownId + ".map", file.begin)) {
         return map;
       }
     }
   }
   for (const std::string& root : options.sysroots) {
-    if (auto map = search.tryBelow(root, "/tmp/perf-" + id + ".map")) {
+    if (auto map = search.tryBelow(root, "/tmp/perf-" + id + ".map", file.begin)) {
       return map;
     }
   }
@@ -84,7 +91,8 @@ CodeListReply writeCodeList(const File& file, const Options& options, Demangler&
     MapSearch search(reply);
     for (const std::string& root : options.sysroots) {
       if (const std::optional<RegularFile> dump = search.tryBelow(root, name)) {
-        const std::vector<Symbol> more = parseJitDump(dumps.emplace_back(dump->readText(MAX_MAP)));
+        const std::vector<Symbol> more =
+            parseJitDump(dumps.emplace_back(dump->readText(MAX_MAP)), file.lastTime);
         symbols.insert(symbols.end(), more.begin(), more.end());
         break;
       }

@@ -12,8 +12,8 @@ namespace listing {
 class Demangler;
 
 struct CodeListReply {
-  Outcome outcome = Outcome::NoPerfMap;  // Named, NoPerfMap or Failed
-  std::string file;
+  Outcome outcome = Outcome::NoPerfMap;  // Named, NoPerfMap, OldPerfMap or Failed
+  std::string file;                      // the perf map, or else the first jitdump file
   std::vector<std::string> searched;
 };
 

@@ -15,6 +15,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t MAX_LIST = std::size_t{64} << 20;
+constexpr char BRING_VDSO[] =
+    "Read the recording where it was made, or bring that machine's ~/.debug.";
 constexpr std::string_view DATABASE = "/var/lib/dpkg/info";
 
 // Where one and the same file is named: /lib is a link to /usr/lib since some release, and lists
@@ -105,20 +107,22 @@ std::string Cures::of(const File& file, const Result& result) const {
       return _ofStripped(file, result);
     case Outcome::NotFound:
       if (file.kind == File::Kind::Vdso) {
-        return "Read the recording where it was made, or bring that machine's ~/.debug.";
+        return BRING_VDSO;
       }
       if (file.name.ends_with(" (deleted)")) {
         return "It was removed while it ran; record before it is replaced, or keep copies with perf buildid-cache --add.";
       }
       return "Read the recording where the file is, or name the root of a copy of that machine's files with --sysroot.";
     case Outcome::BuildIdDiffers:
-      return "The file was changed since (it has " + hexText(result.foundBuildId) +
-             "): record again, or name the root of files as they were with --sysroot.";
+      return file.kind == File::Kind::Vdso
+                 ? BRING_VDSO
+                 : "Record again, or name the root of the files as they were with --sysroot.";
     case Outcome::NotElf:
       return {};
     case Outcome::Failed:
       return "Raise --listing-timeout if it is very large.";
     case Outcome::NoPerfMap:
+    case Outcome::OldPerfMap:
       return "Run the program so that it writes /tmp/perf-" + std::to_string(file.pid) +
              ".map (node --perf-basic-prof, python3.12 -X perf, java with -XX:+DumpPerfMapAtExit).";
     case Outcome::Restricted:

@@ -56,14 +56,29 @@ class SymbolSources {
       _settle(symbols, demangler);
     }
     reply.outcome = symbols.empty() ? Outcome::NoSymbols : Outcome::Named;
-    running_->addPltEntries(symbols);
-    sortByStart(symbols);
+    _addPltEntries(symbols);
     return symbols;
   }
 
   ElfFile& fileOfLines() { return separate_ ? *separate_ : *running_; }
 
  private:
+  // Some linkers have symbols for the entries (`NAME$plt`): those are the names.
+  void _addPltEntries(std::vector<Symbol>& symbols) {
+    const std::size_t count = symbols.size();
+    running_->addPltEntries(symbols);
+    const auto entries = symbols.begin() + static_cast<std::ptrdiff_t>(count);
+    const auto hasSymbol = [&symbols, entries](const Symbol& entry) {
+      const auto symbol =
+          std::lower_bound(symbols.begin(), entries, entry.start,
+                           [](const Symbol& a, std::uint64_t start) { return a.start < start; });
+      return symbol != entries && symbol->start == entry.start && symbol->end > symbol->start &&
+             !symbol->isLabel;
+    };
+    symbols.erase(std::remove_if(entries, symbols.end(), hasSymbol), symbols.end());
+    sortByStart(symbols);
+  }
+
   static void _settle(std::vector<Symbol>& symbols, Demangler& demangler) {
     completeSizes(symbols);
     chooseAliases(symbols, demangler);

@@ -27,6 +27,12 @@ struct File {
   std::vector<std::pair<std::uint64_t, std::uint64_t>> ranges;
   // PerfMap: mapped files `jit-PID.dump` of that process, which name its code, too.
   std::vector<std::string> jitDumps;
+  // PerfMap: what the dumps say of times behind this one is not of the recording; nanoseconds on
+  // the clock of the dumps.
+  std::uint64_t lastTime = UINT64_MAX;
+  // PerfMap: when the process had not begun yet, nanoseconds since 1970: a map of that time is
+  // another process's.
+  std::int64_t begin = INT64_MIN;
   std::uint64_t samples = 0;  // heavier files are listed first
 };
 
@@ -38,13 +44,14 @@ enum class Outcome {
   NotElf,
   Failed,  // cannot be read, crashed or took too long
   NoPerfMap,
-  Restricted  // kernel: the list hides its addresses
+  Restricted,  // kernel: the list hides its addresses
+  OldPerfMap   // older than the process
 };
 
 struct Result {
   Outcome outcome = Outcome::Failed;
   std::string list;  // path of the list file, in the work directory; empty if none
-  std::string file;  // the ELF file used, or the perf map; empty if none
+  std::string file;  // the ELF file used, the perf map or a jitdump file; empty if none
   std::string
       symbolsFrom;  // what has the names: path of a file, ".gnu_debugdata" or ".dynsym" of `file`
   std::vector<std::string>

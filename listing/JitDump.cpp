@@ -13,6 +13,7 @@ namespace {
 constexpr std::uint64_t MAGIC = 0x4A695444;
 constexpr std::uint64_t SWAPPED_MAGIC = 0x4454694A;
 constexpr std::size_t RECORD_HEADER_SIZE = 16;
+constexpr std::uint64_t TICKS = 1;  // flag: times are of the processor's own counter
 enum : std::uint64_t { CODE_LOAD = 0, CODE_MOVE = 1 };
 
 class DumpReader {
@@ -49,7 +50,7 @@ class DumpReader {
 
 }  // namespace
 
-std::vector<Symbol> parseJitDump(std::string_view bytes) {
+std::vector<Symbol> parseJitDump(std::string_view bytes, std::uint64_t lastTime) {
   const std::uint64_t magic = ByteCursor(bytes, true).number(4);
   if (magic != MAGIC && magic != SWAPPED_MAGIC) {
     return {};
@@ -58,17 +59,20 @@ std::vector<Symbol> parseJitDump(std::string_view bytes) {
   ByteCursor dump(bytes, isBigEndian);
   dump.number(8);  // magic and version
   const std::uint64_t headerSize = dump.number(4);
+  dump.take(4 + 4 + 4 + 8);  // machine, padding, process, time
+  const bool hasTicks = (dump.number(8) & TICKS) != 0;
   ByteCursor records(bytes.substr(std::min<std::size_t>(headerSize, bytes.size())), isBigEndian);
   DumpReader reader(isBigEndian);
   while (records.left() >= RECORD_HEADER_SIZE) {
     const std::uint64_t id = records.number(4);
     const std::uint64_t size = records.number(4);
-    records.number(8);  // time
+    const std::uint64_t time = records.number(8);
     if (size < RECORD_HEADER_SIZE) {
       break;
     }
     const std::string_view body = records.take(size - RECORD_HEADER_SIZE);
-    if (records.isOk() && (id == CODE_LOAD || id == CODE_MOVE)) {
+    const bool isTooLate = time > lastTime && !hasTicks;
+    if (records.isOk() && !isTooLate && (id == CODE_LOAD || id == CODE_MOVE)) {
       reader.read(id, body);
     }
   }

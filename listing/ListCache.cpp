@@ -83,7 +83,7 @@ std::optional<ListCache::Entry> ListCache::find(const std::string& source) {
   int outcome = -1;
   const char* const end = std::from_chars(rest.data(), rest.data() + rest.size(), outcome).ptr;
   const std::string_view tail = rest.substr(static_cast<std::size_t>(end - rest.data()));
-  if (outcome < 0 || outcome > static_cast<int>(Outcome::Restricted) || tail.size() < 7) {
+  if (outcome < 0 || outcome > static_cast<int>(Outcome::OldPerfMap) || tail.size() < 7) {
     return std::nullopt;
   }
   Entry entry;

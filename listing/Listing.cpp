@@ -50,7 +50,7 @@ std::vector<std::string> _split(std::string_view text) {
 Outcome _outcomeOf(const std::string& text) {
   int number = -1;
   std::from_chars(text.data(), text.data() + text.size(), number);
-  return number >= 0 && number <= static_cast<int>(Outcome::Restricted)
+  return number >= 0 && number <= static_cast<int>(Outcome::OldPerfMap)
              ? static_cast<Outcome>(number)
              : Outcome::Failed;
 }
@@ -280,15 +280,15 @@ class ListingRun {
     }
     const bool hasList = ::access(job.newList.c_str(), R_OK) == 0;
     if (!job.source.empty()) {
+      // First of all where it is wanted: once it is in the cache, another run may take it away.
+      if (hasList && _link(job.newList, job.index)) {
+        result.list = _listPath(job.index);
+      }
       // A server that was not there today may have the symbols tomorrow.
       const bool mayChange =
           outcome == Outcome::Failed || (job.fetchSymbols && !result.symbolsFrom.starts_with('/'));
-      const std::string kept =
-          mayChange
-              ? ""
-              : cache_.store(job.source, {outcome, result.symbolsFrom, hasList ? job.newList : ""});
-      if (hasList && _link(kept.empty() ? job.newList : kept, job.index)) {
-        result.list = _listPath(job.index);
+      if (!mayChange) {
+        cache_.store(job.source, {outcome, result.symbolsFrom, hasList ? job.newList : ""});
       }
       ::unlink(job.newList.c_str());
     } else if (hasList) {

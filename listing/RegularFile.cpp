@@ -1,6 +1,7 @@
 #include "listing/RegularFile.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <fcntl.h>
@@ -124,21 +125,20 @@ bool RegularFile::read(std::uint64_t offset, void* bytes, std::size_t size) cons
 
 std::string RegularFile::readText(std::size_t limit) const {
   std::string text;
-  // The kernel hands out its lists a page at a time whatever is asked for; large files of disks
-  // come in large pieces.
-  constexpr std::size_t PIECE = 1 << 20;
+  text.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(size_, limit)));
+  // The kernel hands out its lists a page at a time whatever is asked for: no piece is made ready
+  // anew for each.
+  std::array<char, 1 << 16> piece;
   while (text.size() < limit) {
-    const std::size_t held = text.size();
-    const std::size_t wanted = std::min(PIECE, limit - held);
-    text.resize(held + wanted);
     ssize_t count;
     do {
-      count = ::pread(descriptor_, text.data() + held, wanted, static_cast<off_t>(held));
+      count = ::pread(descriptor_, piece.data(), std::min(piece.size(), limit - text.size()),
+                      static_cast<off_t>(text.size()));
     } while (count < 0 && errno == EINTR);
-    text.resize(held + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     if (count <= 0) {
       break;
     }
+    text.append(piece.data(), static_cast<std::size_t>(count));
   }
   return text;
 }

@@ -23,6 +23,8 @@ class RegularFile {
 
   int descriptor() const { return descriptor_; }  // stays this object's
   std::uint64_t size() const { return size_; }    // when it was opened
+  // Of the last change when it was opened, nanoseconds since 1970.
+  std::int64_t changed() const { return changed_; }
   // Path, size and time of the last change: what tells one content from the next where there is no
   // build id.
   std::string identity() const;

@@ -70,7 +70,10 @@ struct Bundle {
 
   static constexpr int VERSION = 1;
   static constexpr const char* MANIFEST = "tracemill-bundle.json";
-  static constexpr std::uint64_t MOST_BYTES = std::uint64_t{64} << 30;  // unpacked
+  // Unpacked: at most this, and at most so many times the bundle's own size and a little more.
+  static constexpr std::uint64_t MOST_BYTES = std::uint64_t{64} << 30;
+  static constexpr std::uint64_t MOST_TIMES = 256;
+  static constexpr std::uint64_t LITTLE_MORE = std::uint64_t{64} << 20;
   static constexpr std::size_t MOST_ENTRIES = 1000000;
 
   // Into `folder`, which is made. With `recordingOnly`, what is below recording/ and nothing else.

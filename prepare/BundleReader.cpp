@@ -55,6 +55,11 @@ class Unpacking {
       archive_read_free(archive_);
       _refuseOthers();
     }
+    std::error_code error;
+    const std::uintmax_t size = fs::file_size(path, error);
+    if (!error && size < (Bundle::MOST_BYTES - Bundle::LITTLE_MORE) / Bundle::MOST_TIMES) {
+      mostBytes_ = size * Bundle::MOST_TIMES + Bundle::LITTLE_MORE;
+    }
   }
   ~Unpacking() { archive_read_free(archive_); }
   Unpacking(const Unpacking&) = delete;
@@ -158,12 +163,16 @@ class Unpacking {
     if (!isFolder && archive_entry_filetype(entry_) != AE_IFREG) {
       _refuse("holds something that is neither file nor folder, " + _shown(name));
     }
-    const la_int64_t size = archive_entry_size(entry_);
     if (isFolder) {
       return;
     }
-    if (size < 0 || static_cast<std::uint64_t>(size) > Bundle::MOST_BYTES - bytes_) {
-      _refuse("holds more than 64 GiB, up to " + _shown(name));
+    if (archive_entry_sparse_count(entry_) > 0) {
+      _refuse("holds a file with holes, " + _shown(name));
+    }
+    const la_int64_t size = archive_entry_size(entry_);
+    if (size < 0 || static_cast<std::uint64_t>(size) > mostBytes_ - bytes_) {
+      _refuse("holds more than " + std::to_string(mostBytes_ >> 20) + " MiB, up to " +
+              _shown(name) + ", which is too much for its size");
     }
     bytes_ += static_cast<std::uint64_t>(size);
     if (entries_ == 1 && static_cast<std::uint64_t>(size) > LARGEST_MANIFEST) {
@@ -261,6 +270,7 @@ class Unpacking {
   std::vector<char> block_;
   std::size_t entries_ = 0;
   std::uint64_t bytes_ = 0;
+  std::uint64_t mostBytes_ = Bundle::MOST_BYTES;
 };
 
 }  // namespace

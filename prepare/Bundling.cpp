@@ -6,6 +6,7 @@
 #include "listing/Layout.h"
 #include "listing/RegularFile.h"
 #include "prepare/PrepareError.h"
+#include "prepare/RunTimeCode.h"
 
 namespace prepare {
 
@@ -22,12 +23,6 @@ std::string byBuildId(const listing::BuildId& id) {
   return hex.size() > 2 ? "/.build-id/" + hex.substr(0, 2) + '/' + hex.substr(2) : "";
 }
 
-bool isJitDump(const std::string& name) {
-  const std::string base = name.substr(name.rfind('/') + 1);
-  return base.size() > 9 && base.starts_with("jit-") && base.ends_with(".dump") &&
-         base.find_first_not_of("0123456789", 4) == base.size() - 5;
-}
-
 class HitFiles {
  public:
   HitFiles(BundleWriter& bundle, const listing::Options& options)
@@ -38,8 +33,9 @@ class HitFiles {
     if (file.kind == MappedFile::Kind::MODULE) {
       _addBelowRoot(file.path);
     } else if (file.kind == MappedFile::Kind::PERF_MAP) {
+      // Jitdump files that name the code are added by their own names.
       const std::string& map = hit.listing.file;
-      _count(map.empty() ||
+      _count(!map.ends_with(".map") ||
              bundle_.addFile("root/tmp/perf-" + std::to_string(file.pid) + ".map", map));
     } else if (file.kind == MappedFile::Kind::VDSO || file.kind == MappedFile::Kind::VDSO_32) {
       _addVdso(hit);
@@ -160,7 +156,7 @@ std::size_t addHitFiles(BundleWriter& bundle, const Names& names,
     files.add(hit);
   }
   for (const MappedFile& file : mapped.all()) {
-    if (file.kind == MappedFile::Kind::FILE && isJitDump(file.name)) {
+    if (file.kind == MappedFile::Kind::FILE && RunTimeCode::isJitDump(file.name)) {
       files.addJitDump(file.name);
     }
   }

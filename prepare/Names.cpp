@@ -64,6 +64,9 @@ void Names::find(const std::function<void(std::size_t, std::size_t)>& progress) 
     }
     listing::File file = recorded_.fileOf(*hit.file);
     file.samples = hit.samples + hit.callers;
+    if (file.kind == listing::File::Kind::PerfMap) {
+      preparation_.runTimeCode().describe(file, recording_, recorded_.isThisMachine());
+    }
     wanted.push_back(std::move(file));
     owners.push_back(&hit);
   }

@@ -56,13 +56,26 @@ void Preparation::onMap(const recordings::MapRecord& map) {
   const recordings::KernelImage& kernel = processes_.kernel();
   const std::uint64_t startBefore = kernel.start;
   processes_.onMap(map);
+  runTimeCode_.onMap(map);
   if (kernel.start != startBefore) {
     rules_.reserved = {STACKS, {kernel.start, kernel.farthestEnd - 1}};
   }
 }
 
-void Preparation::onComm(const recordings::CommRecord& comm) { processes_.onComm(comm); }
-void Preparation::onFork(const recordings::TaskRecord& task) { processes_.onFork(task); }
+void Preparation::onComm(const recordings::CommRecord& comm) {
+  processes_.onComm(comm);
+  if (comm.isExec) {
+    runTimeCode_.onBegin(comm.pid);
+  }
+}
+
+void Preparation::onFork(const recordings::TaskRecord& task) {
+  processes_.onFork(task);
+  if (task.pid != task.parentPid && !task.isMadeByPerf) {
+    runTimeCode_.onBegin(task.pid);
+  }
+}
+
 void Preparation::onExit(const recordings::TaskRecord& task) { processes_.onExit(task); }
 
 Preparation::Task& Preparation::_taskOf(const recordings::Sample& sample) {
@@ -241,6 +254,7 @@ void Preparation::_addBranches(Task& task, const recordings::Sample& sample) {
 }
 
 void Preparation::onSample(std::uint32_t event, const recordings::Sample& sample) {
+  runTimeCode_.onSample(sample.time);
   Task& task = _taskOf(sample);
   _countName(task);
   const Mode mode = _modeOf(sample.misc);

@@ -14,6 +14,7 @@
 #include "prepare/AddressCounts.h"
 #include "prepare/Placement.h"
 #include "prepare/PlainRecording.h"
+#include "prepare/RunTimeCode.h"
 #include "prepare/StackDumps.h"
 #include "recordings/Processes.h"
 #include "recordings/Recording.h"
@@ -81,6 +82,7 @@ class Preparation : public recordings::RecordVisitor {
   // Null unless there were stack dumps.
   const StackDumps* stackDumps() const { return stackDumps_.get(); }
   const recordings::Processes& processes() const { return processes_; }
+  const RunTimeCode& runTimeCode() const { return runTimeCode_; }
   // By the pid that they have in the plain recording.
   const std::map<std::uint32_t, PlainProcess>& plainProcesses() const { return plainProcesses_; }
   const std::map<std::uint32_t, SampledThread>& threads() const { return threads_; }
@@ -149,6 +151,7 @@ class Preparation : public recordings::RecordVisitor {
   Settings settings_;
   PlacementRules rules_;
   recordings::Processes processes_;
+  RunTimeCode runTimeCode_;
   std::map<std::uint32_t, PlainProcess> plainProcesses_;
   std::map<std::uint32_t, SampledThread> threads_;
   PreparationCounts counts_;

@@ -14,13 +14,15 @@ using recordings::MappedFile;
 
 namespace {
 
-constexpr std::size_t LINES_OF_NAMELESS = 8;
+constexpr std::size_t LINES_OF_REASONS = 8;
 constexpr std::size_t LINES_OF_MOVED = 1000;
 
 struct Reason {
   const char* word;
   const char* text;
 };
+
+constexpr Reason STRIPPED{"stripped", "stripped, and no debug file was found"};
 
 Reason reasonFor(Outcome outcome, MappedFile::Kind kind) {
   switch (outcome) {
@@ -31,11 +33,13 @@ Reason reasonFor(Outcome outcome, MappedFile::Kind kind) {
     case Outcome::BuildIdDiffers:
       return {"changed", "the file was changed since: its build id differs"};
     case Outcome::NoSymbols:
-      return {"stripped", "stripped, and no debug file was found"};
+      return STRIPPED;
     case Outcome::NotElf:
       return {"not-elf", "is no ELF file"};
     case Outcome::NoPerfMap:
       return {"no-perf-map", "code that was made at run time, without a perf map"};
+    case Outcome::OldPerfMap:
+      return {"old-perf-map", "the perf map is older than the process: it is another one's"};
     case Outcome::Restricted:
       return {"restricted", "the kernel's list hides its addresses"};
     case Outcome::Failed:
@@ -113,6 +117,22 @@ void addCounts(kestrel::JsomWriter& json, const char* key, const NamedCounts& co
   json.endObject();
 }
 
+// The first few; each with what would help.
+template <typename Entry>
+void addReasons(std::ostream& out, const char* title, const std::vector<Entry>& entries) {
+  for (std::size_t i = 0; i < std::min(entries.size(), LINES_OF_REASONS); ++i) {
+    const Entry& entry = entries[i];
+    char count[32];
+    std::snprintf(count, sizeof count, "%10llu", static_cast<unsigned long long>(entry.samples));
+    out << (i == 0 ? title : "") << (i == 0 ? "\n" : "") << count << "  "
+        << (entry.name.empty() ? "" : entry.name + ": ") << entry.text
+        << (entry.cure.empty() ? "" : " -> " + entry.cure) << "\n";
+  }
+  if (entries.size() > LINES_OF_REASONS) {
+    out << "            and " << entries.size() - LINES_OF_REASONS << " more, see quality.json\n";
+  }
+}
+
 }  // namespace
 
 Quality::Quality(const recordings::Recording& recording, const recordings::WalkCounts& walk,
@@ -125,6 +145,9 @@ Quality::Quality(const recordings::Recording& recording, const recordings::WalkC
       clock_(recording.header(), walk.firstTime) {
   _countNames();
   _explain();
+  if (const StackDumps* const dumps = preparation.stackDumps()) {
+    chainEnds_ = explainChainEnds(*dumps, preparation.processes().files());
+  }
   _judge();
 }
 
@@ -237,7 +260,12 @@ void Quality::_explainFile(const HitFile& hit) {
   if (hit.listing.outcome == Outcome::Named && without == 0) {
     return;
   }
-  const Reason reason = reasonFor(hit.listing.outcome, hit.file->kind);
+  // Of a file that exports a few functions, the others are missing.
+  const Reason reason = hit.listing.outcome == Outcome::Named &&
+                                hit.listing.symbolsFrom == ".dynsym" &&
+                                hit.file->kind == MappedFile::Kind::FILE
+                            ? STRIPPED
+                            : reasonFor(hit.listing.outcome, hit.file->kind);
   std::string text = reason.text;
   if (hit.listing.outcome == Outcome::BuildIdDiffers) {
     text += " (recorded " + recordings::hexText(names_.recorded().buildIdOf(*hit.file)) +
@@ -252,20 +280,31 @@ void Quality::_judge() {
   const PreparationCounts& counts = preparation_.counts();
   const double named = userSamples_.named * shareOf(userSamples_.all, counts.samples()) +
                        kernelSamples_.named * shareOf(kernelSamples_.all, counts.samples());
-  const std::uint64_t callers = userCallers_.all + kernelCallers_.all;
-  const double mappedCallers = shareOf(userCallers_.mapped + kernelCallers_.mapped, callers);
   if (counts.samples() == 0) {
     judgement_ = "There are no samples, so there is nothing to see.";
   } else if (named < 0.9) {
     judgement_ = "Fit for totals by library only: too many samples have no function.";
-  } else if (callers == 0) {
-    judgement_ = "Fit for totals by function; there are no call chains.";
-  } else if (mappedCallers < 0.95) {
-    judgement_ =
-        "Fit for totals by function; call chains cannot be trusted, too many end in code without frame pointers.";
   } else {
-    judgement_ = "Fit for totals by function and for call chains.";
+    judgement_ = "Fit for totals by function" + _judgementOfChains();
   }
+}
+
+std::string Quality::_judgementOfChains() const {
+  const std::uint64_t callers = userCallers_.all + kernelCallers_.all;
+  std::uint64_t early = 0;
+  for (const ChainEnd& end : chainEnds_) {
+    early += end.samples;
+  }
+  if (callers == 0) {
+    return "; there are no call chains.";
+  }
+  if (shareOf(early, preparation_.counts().samples()) > 0.05) {
+    return "; call chains cannot be trusted, too many end before the outermost function.";
+  }
+  if (shareOf(userCallers_.mapped + kernelCallers_.mapped, callers) < 0.95) {
+    return "; call chains cannot be trusted, too many end in code without frame pointers.";
+  }
+  return " and for call chains.";
 }
 
 std::string Quality::json() const {
@@ -331,6 +370,17 @@ std::string Quality::json() const {
     }
     json.endObject();
   }
+  members.array("chainEnds");
+  for (const ChainEnd& end : chainEnds_) {
+    json.startObject();
+    members.text("reason", end.reason)
+        .text("text", end.text)
+        .text("name", end.name)
+        .number("samples", end.samples)
+        .text("cure", end.cure);
+    json.endObject();
+  }
+  json.endArray();
   members.array("damage");
   for (const recordings::Damage& damage : walk_.damages) {
     json.startObject();
@@ -416,18 +466,8 @@ std::string Quality::text() const {
   if (const auto wall = clock_.wallOfFirstSample()) {
     line("first sample", wallText(*wall));
   }
-  for (std::size_t i = 0; i < std::min(nameless_.size(), LINES_OF_NAMELESS); ++i) {
-    const Nameless& nameless = nameless_[i];
-    char count[32];
-    std::snprintf(count, sizeof count, "%10llu", static_cast<unsigned long long>(nameless.samples));
-    out << (i == 0 ? "without a name, in samples:\n" : "") << count << "  "
-        << (nameless.name.empty() ? "" : nameless.name + ": ") << nameless.text
-        << (nameless.cure.empty() ? "" : " -> " + nameless.cure) << "\n";
-  }
-  if (nameless_.size() > LINES_OF_NAMELESS) {
-    out << "            and " << nameless_.size() - LINES_OF_NAMELESS
-        << " more, see quality.json\n";
-  }
+  addReasons(out, "without a name, in samples:", nameless_);
+  addReasons(out, "call chains that end early, in samples:", chainEnds_);
   out << judgement_ << "\n";
   return out.str();
 }

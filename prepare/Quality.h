@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "prepare/ChainEnds.h"
 #include "prepare/Names.h"
 #include "prepare/Preparation.h"
 #include "prepare/WallClock.h"
@@ -46,6 +47,7 @@ class Quality {
   void _explain();
   void _explainFile(const HitFile& hit);
   void _judge();
+  std::string _judgementOfChains() const;
 
   const recordings::Recording& recording_;
   const recordings::WalkCounts& walk_;
@@ -60,6 +62,7 @@ class Quality {
   };
   std::map<std::uint32_t, FileCounts> samplesOfFile_;  // as counted, by MappedFile::index
   std::vector<Nameless> nameless_;
+  std::vector<ChainEnd> chainEnds_;
   std::string judgement_;
 };
 

@@ -59,6 +59,7 @@ class StackDumps::Worker {
   void unwind(StackDump& dump) {
     dump.frames.clear();
     dump.end = unwinding::End::Broken;
+    dump.lastFile = unwinding::NO_FILE;
     unwinding::UserState state;
     if (!unwinding::setRegisters(owner_.machine_, dump.abi, owner_.mask_, dump.registers, state)) {
       return;
@@ -66,6 +67,7 @@ class StackDumps::Worker {
     state.stack = dump.stack;
     const Maps maps(dump.maps);
     dump.end = unwinder_.unwind(state, maps, owner_.mostFrames_, dump.frames);
+    dump.lastFile = unwinder_.lastFile();
   }
 
  private:
@@ -116,6 +118,7 @@ void StackDumps::unwind(const std::vector<StackDump*>& dumps) {
   threads.clear();
   for (const StackDump* const dump : dumps) {
     ++ends_[static_cast<std::size_t>(dump->end)];
+    ++endsByFile_[{dump->end, dump->lastFile}];
   }
 }
 

@@ -6,8 +6,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "listing/Options.h"
@@ -27,6 +29,7 @@ struct StackDump {
   // What came of it: addresses, innermost first.
   std::vector<std::uint64_t> frames;
   unwinding::End end = unwinding::End::Broken;
+  unwinding::FileId lastFile = unwinding::NO_FILE;  // of the last address
 };
 
 class StackDumps {
@@ -47,6 +50,10 @@ class StackDumps {
 
   // How many chains ended in each way, by unwinding::End.
   const std::array<std::uint64_t, 7>& ends() const { return ends_; }
+  // The same, by the file that the last address was in (recordings::MappedFile::index).
+  const std::map<std::pair<unwinding::End, unwinding::FileId>, std::uint64_t>& endsByFile() const {
+    return endsByFile_;
+  }
 
  private:
   class Worker;
@@ -57,6 +64,7 @@ class StackDumps {
   unwinding::FrameFiles files_;
   std::vector<std::unique_ptr<Worker>> workers_;
   std::array<std::uint64_t, 7> ends_{};
+  std::map<std::pair<unwinding::End, unwinding::FileId>, std::uint64_t> endsByFile_;
 };
 
 }  // namespace prepare

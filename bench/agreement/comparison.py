@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import re
 from collections import Counter
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
 from dataclasses import dataclass, field
 from enum import Enum, auto
 
@@ -121,6 +121,12 @@ class Comparison:
         """Whether perf's address of an entry tells nothing: the library need not begin with a page."""
         return UNALIGNED_NAMES.fullmatch(self.libraries[place]) is not None
 
+    def is_same(self, mine: int, other: int) -> bool:
+        """Whether an entry of perf and one of the document may be the same: by their addresses if those tell."""
+        if self.is_unaligned(mine >> LOW_BITS):
+            return self.naming(mine >> LOW_BITS, other >> LOW_BITS)[0] is True
+        return is_near(mine, other)
+
     def is_kernel(self, place: int, ip: int = 0) -> bool:
         library = self.libraries[place]
         if library == "[vsyscall]":
@@ -178,13 +184,14 @@ class Comparison:
         return Difference(f"{what}: missing", self.libraries[place], self.readable_names[place][0], "", "")
 
 
-def aligned(theirs: tuple[int, ...], ours: tuple[int, ...]) -> Iterator[tuple[int | None, int | None]]:
-    """Pairs of entries that are at the same place in a page, in order; entries without a partner alone."""
+def is_near(mine: int, other: int) -> bool:
+    """Whether entries are at the same place in a page: unwinders may show the call or the address behind it."""
+    return (mine - other + 1) & LOW_MASK <= 2
 
-    def same(mine: int, other: int) -> bool:
-        # Unwinders may show the call or the address behind it.
-        return (mine - other + 1) & LOW_MASK <= 2
 
+def aligned(theirs: tuple[int, ...], ours: tuple[int, ...],
+            same: Callable[[int, int], bool] = is_near) -> Iterator[tuple[int | None, int | None]]:
+    """Pairs of entries that are the same, in order; entries without a partner alone."""
     i = j = 0
     while i < len(theirs) and j < len(ours):
         if same(theirs[i], ours[j]):
@@ -245,7 +252,9 @@ def _chain_pairs(comparison: Comparison, theirs: tuple[int, ...], own: int, ours
                  most: int) -> list[tuple[int | None, int | None]]:
     """What perf's entries are called (a place), and what the document's are (a mapkey)."""
     is_cut = len(ours) >= most
-    if theirs and theirs[0] == own:
+    is_own = theirs and (theirs[0] == own or
+                         (comparison.is_unaligned(own >> LOW_BITS) and theirs[0] >> LOW_BITS == own >> LOW_BITS))
+    if is_own:
         theirs = theirs[1:]
     if begins_with_ip and ours and (ours[0] ^ own) & LOW_MASK == 0:
         ours = ours[1:]
@@ -253,7 +262,7 @@ def _chain_pairs(comparison: Comparison, theirs: tuple[int, ...], own: int, ours
     if len(theirs) == len(ours) and not any([(mine ^ other) & LOW_MASK and not comparison.is_unaligned(mine >> LOW_BITS)
                                              for mine, other in zip(theirs, ours)]):
         return [(mine >> LOW_BITS, other >> LOW_BITS) for mine, other in zip(theirs, ours)]
-    pairs = list(aligned(theirs, ours))
+    pairs = list(aligned(theirs, ours, comparison.is_same))
     if is_cut:
         # What perf has behind the last entry that the document had room for.
         while pairs and pairs[-1][1] is None:

@@ -23,6 +23,7 @@ SCHEMA = ROOT / "share" / "tracemill-quality.schema.json"
 DEMO = ROOT / "examples" / "demo"
 PAGE = ROOT / "docs" / "no-functions.md"
 SOURCE = ROOT / "prepare" / "Quality.cpp"
+CHAIN_SOURCE = ROOT / "prepare" / "ChainEnds.cpp"
 # Objects whose members are all required; of arrays the first item is changed.
 OBJECTS = ([], ["recording"], ["samples"], ["names"], ["names", "samples"], ["names", "callers"],
            ["names", "samples", "user"], ["nameless", 0])
@@ -111,8 +112,8 @@ class SourceTest(unittest.TestCase):
         self.assertEqual(schema["required"], list(schema["properties"]))
 
     def test_the_page_explains_each_that_is_given(self):
-        source = SOURCE.read_text(encoding="utf-8")
-        given = set(re.findall(r'(?:return |Reason|push_back\(\s*)\{"([a-z-]+)",', source))
+        source = SOURCE.read_text(encoding="utf-8") + CHAIN_SOURCE.read_text(encoding="utf-8")
+        given = set(re.findall(r'(?:return |Reason(?: [A-Z]+)?|push_back\(\s*)\{"([a-z-]+)",', source))
         self.assertGreaterEqual(len(given), 9)
         explained = re.findall(r"^\| `([a-z-]+)` \|", PAGE.read_text(encoding="utf-8"), re.MULTILINE)
         self.assertEqual(set(explained), given)

@@ -53,17 +53,19 @@ std::string number(std::uint64_t value, int size) {
 }
 
 // As perf's jitdump-specification.txt has it, little-endian.
-std::string record(unsigned id, const std::string& body) {
-  return number(id, 4) + number(16 + body.size(), 4) + number(0, 8) + body;
+std::string record(unsigned id, const std::string& body, std::uint64_t time = 0) {
+  return number(id, 4) + number(16 + body.size(), 4) + number(time, 8) + body;
 }
-std::string dumpHeader() {
+std::string dumpHeader(std::uint64_t flags = 0) {
   return number(0x4A695444, 4) + number(1, 4) + number(40, 4) + number(62, 4) + number(0, 4) +
-         number(7, 4) + number(0, 16);
+         number(7, 4) + number(0, 8) + number(flags, 8);
 }
 std::string load(std::uint64_t address, std::uint64_t size, std::uint64_t index,
-                 const std::string& name) {
-  return record(0, number(7, 4) + number(7, 4) + number(address, 8) + number(address, 8) +
-                       number(size, 8) + number(index, 8) + name + '\0' + "code");
+                 const std::string& name, std::uint64_t time = 0) {
+  return record(0,
+                number(7, 4) + number(7, 4) + number(address, 8) + number(address, 8) +
+                    number(size, 8) + number(index, 8) + name + '\0' + "code",
+                time);
 }
 
 TEST(JitDumpTest, FunctionsWhereTheyWereLoadedAndMoved) {
@@ -89,6 +91,15 @@ TEST(JitDumpTest, ACutFileHasWhatIsWhole) {
   EXPECT_EQ(parseJitDump(dump).size(), 2U);
 }
 
+TEST(JitDumpTest, WhatIsLoadedBehindTheLastSampleIsLeftOut) {
+  const std::string records =
+      load(0x1000, 0x10, 1, "while", 5000) + load(0x1000, 0x10, 2, "afterwards", 5001);
+  EXPECT_EQ(parseJitDump(dumpHeader() + records, 5000).size(), 1U);
+  EXPECT_EQ(parseJitDump(dumpHeader() + records).size(), 2U);
+  // Times that are no times of the recording.
+  EXPECT_EQ(parseJitDump(dumpHeader(1) + records, 5000).size(), 2U);
+}
+
 TEST(JitDumpTest, NoOtherFile) { EXPECT_TRUE(parseJitDump("1000 20 name\n").empty()); }
 
 TEST(CodeListTest, MapAndDumpBelowARoot) {
@@ -112,6 +123,26 @@ TEST(CodeListTest, MapAndDumpBelowARoot) {
   file.jitDumps.clear();
   EXPECT_EQ(writeCodeList(file, options, demangler, root.file("none")).outcome, Outcome::NoPerfMap);
   EXPECT_FALSE(root.has("none"));
+}
+
+// A number comes again: the map is of the process before.
+TEST(CodeListTest, AMapFromBeforeTheProcessIsNotUsed) {
+  TempDir root;
+  ASSERT_EQ(::system(("mkdir " + root.path() + "/tmp").c_str()), 0);
+  root.write("tmp/perf-7.map", "1000 10 one\n");
+  ASSERT_EQ(::system(("touch -d @1000 " + root.path() + "/tmp/perf-7.map").c_str()), 0);
+  File file;
+  file.kind = File::Kind::PerfMap;
+  file.pid = 7;
+  Options options;
+  options.sysroots = {root.path()};
+  Demangler demangler(Demangler::Style::Names);
+  file.begin = 1'000'000'000'001;
+  EXPECT_EQ(writeCodeList(file, options, demangler, root.file("none")).outcome,
+            Outcome::OldPerfMap);
+  EXPECT_FALSE(root.has("none"));
+  file.begin = 1'000'000'000'000;
+  EXPECT_EQ(writeCodeList(file, options, demangler, root.file("list")).outcome, Outcome::Named);
 }
 
 }  // namespace

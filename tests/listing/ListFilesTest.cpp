@@ -114,6 +114,49 @@ TEST_F(ListFilesTest, StrippedOnesHaveWhatTheyExport) {
   EXPECT_THAT(functionsOf(result), Not(Contains(Key("static_function"))));
 }
 
+// Some linkers have symbols for the entries, which perf shows.
+TEST_F(ListFilesTest, ASymbolOfAPltEntryIsItsName) {
+  run("cp $F/functions $T/bin/program");
+  const auto before = functionsOf(list());
+  run("a=$(grep -m1 @plt $T/work/0.list | cut -c1-16) && "
+      "p=$(grep -m1 ' [.]plt$' $T/work/0.list | cut -c1-16) && "
+      "objcopy --add-symbol 'own$plt'=.plt:$((0x$a-0x$p)),function,local $F/functions $T/bin/program");
+  const auto after = functionsOf(list());
+  EXPECT_THAT(after, Contains(Key("own$plt")));
+  EXPECT_EQ(after.size(), before.size());
+}
+
+// fixtures/arm_functions, made of arm_functions.c by arm-linux-gnueabihf-gcc -shared -nostdlib
+// -fPIC -O1 -fno-unwind-tables -Wl,--build-id=sha1,-z,max-page-size=4096; names and addresses as nm
+// and objdump -d print them. The lowest bit, which tells Thumb, and $a, $d and $t are left out.
+TEST_F(ListFilesTest, ArmAndThumbFunctionsAndPltEntries) {
+  run("cp " SOURCES "/arm_functions $T/bin/program");
+  const Result result = list();
+  EXPECT_EQ(result.outcome, Outcome::Named);
+  EXPECT_EQ(temp.read("work/0.list"),
+            "00000000000001d4 t .plt\n"
+            "00000000000001e8 t second_import@plt\n"
+            "00000000000001f4 t first_import@plt\n"
+            "0000000000000200 t arm_static\n"
+            "0000000000000210 t thumb_static\n"
+            "000000000000021c t arm_global\n"
+            "000000000000022c t thumb_global\n"
+            "0000000000000242 t [unknown]\n");
+}
+
+// Functions with sizes, and bytes between them that belong to none.
+TEST_F(ListFilesTest, GapsHaveNoName) {
+  temp.write(
+      "gap.s",
+      ".globl first, second\n.text\n.skip 8\nfirst:\n.skip 16\n.size first, 16\n.type first, %function\n"
+      ".skip 48\nsecond:\n.skip 8\n.size second, 8\n.type second, %function\n.skip 8\n");
+  run("cd $T && as -o gap.o gap.s && ld -e 0 -Ttext=0x10000 -o bin/program gap.o");
+  list();
+  EXPECT_EQ(temp.read("work/0.list"),
+            "0000000000010008 t first\n0000000000010018 t [unknown]\n"
+            "0000000000010048 t second\n0000000000010050 t [unknown]\n");
+}
+
 TEST_F(ListFilesTest, ADebugFileBesideIt) {
   run("cd $T/bin && objcopy --only-keep-debug $F/functions program.debug && strip -o program $F/functions && "
       "objcopy --add-gnu-debuglink=program.debug program");

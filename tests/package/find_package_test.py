@@ -45,6 +45,37 @@ def check_headers(prefix):
                 sys.exit(f"find_package_test: {header.name} has {line.strip()}")
 
 
+LINKS_ALL = """cmake_minimum_required(VERSION 3.25)
+project(whole LANGUAGES CXX)
+find_package(tracemill REQUIRED)
+add_executable(whole main.cpp)
+target_link_libraries(whole PRIVATE {libraries})
+# A library that others bring, too, comes twice.
+target_link_options(whole PRIVATE -Wl,--allow-multiple-definition)
+set_target_properties(whole PROPERTIES LINK_LIBRARY_OVERRIDE "WHOLE_ARCHIVE,{overridden}")
+"""
+
+
+def check_libraries(prefix, folder, configure):
+    """Every library has all that it needs: each object of it is linked. And there are no headers of others."""
+    targets = next(prefix.rglob("tracemill-targets.cmake")).read_text()
+    names = re.findall(r"add_library\(tracemill::(\w+) STATIC", targets)
+    if not names:
+        sys.exit("find_package_test: no libraries were installed")
+    folder.mkdir()
+    (folder / "main.cpp").write_text("int main() {}\n")
+    libraries = [f"tracemill::{name}" for name in names]
+    text = LINKS_ALL.format(libraries=" ".join(libraries), overridden=",".join(libraries))
+    (folder / "CMakeLists.txt").write_text(text)
+    run(*configure, "-S", folder, "-B", folder / "build")
+    run(configure[0], "--build", folder / "build")
+    headers = {path.parts[0] for path in ((path.relative_to(prefix / "include" / "tracemill"))
+                                          for path in prefix.rglob("*.h"))}
+    without = headers - {name.removeprefix("tracemill_") for name in names}
+    if without:
+        sys.exit(f"find_package_test: headers without their library: {sorted(without)}")
+
+
 def main(arguments):
     source, build, cmake, generator, compiler, flags, build_type = arguments
     with tempfile.TemporaryDirectory() as name:
@@ -65,6 +96,7 @@ def main(arguments):
         ]
         run(*configure)
         run(cmake, "--build", folder / "build")
+        check_libraries(folder / "prefix", folder / "all", [cmake, *configure[5:]])
         recording = Path(source) / "examples" / "demo" / "demo.perf.data"
         counts = json.loads(run(folder / "build" / "reader", recording))
         if counts != EXPECTED:

@@ -8,8 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "prepare/Prepare.h"
 #include "tests/faults/SmallDisk.h"
+#include "tests/prepare/PrepareCommand.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/recordings/RecordingFile.h"
 
@@ -17,24 +17,6 @@ using testing::HasSubstr;
 using testing::Not;
 
 namespace {
-
-struct Ending {
-  int status = -1;
-  std::string err;
-};
-
-// In this process, with what it prints to standard error.
-Ending prepareWith(std::vector<std::string> words) {
-  words.insert(words.begin(), "tracemill-prepare");
-  std::vector<char*> pointers;
-  for (std::string& word : words) {
-    pointers.push_back(word.data());
-  }
-  pointers.push_back(nullptr);
-  testing::internal::CaptureStderr();
-  const int status = prepare::run(static_cast<int>(words.size()), pointers.data());
-  return {status, testing::internal::GetCapturedStderr()};
-}
 
 std::string outputOf(const std::string& command) {
   std::string text;

@@ -207,6 +207,20 @@ class AgreeTest(unittest.TestCase):
         entries = self.result(made)["entries"]["all"]
         self.assertEqual([2, 2, 2], [entries[name] for name in ("total", "present", "same_function")])
 
+    def test_libraries_that_begin_anywhere_are_found_in_chains_of_other_lengths(self) -> None:
+        """perf prints addresses in the file, of which only the library can be compared; and it prints the
+        sample's own address, and one that is in no map, in front of a caller that both have."""
+        made = self.small()
+        jitted = "/tmp/jitted-10-1.so"
+        made["libraries"]["data"].append([4, 10, jitted, 0x1000, 4096])
+        made["functions"]["data"][4][4] = [4]
+        made["samples"]["data"] = [[4, 0x3010, 104, 0.003000300, 0, 10, 10, [[0x3010, 104], [0x1855, 104], [0x1020, 101]]]]
+        self.perf_says(f"app 10/10 [000] 5.003000400: cpu-clock:   3010 three ({jitted})\n",
+                       f"10 \n\t  99 three ({jitted})\n\t 7777 [unknown] ([unknown])\n"
+                       f"\t  33 three ({jitted})\n\t 20 main (/bin/app)\n\n")
+        entries = self.result(made)["entries"]["all"]
+        self.assertEqual([2, 2, 2], [entries[name] for name in ("total", "present", "same_function")])
+
     def test_names_are_compared_without_choosing_a_demangler(self) -> None:
         made = self.small()
         self.write("samples", (self.folder / "samples").read_text(encoding="utf-8").replace("_Z3onev", "_Z3oneSi"))

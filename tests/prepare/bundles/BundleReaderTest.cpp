@@ -182,8 +182,39 @@ TEST_F(BundleReaderTest, MoreThanReasonIsRefusedBeforeItIsWritten) {
                                (MANIFEST + std::string(512 - (sizeof MANIFEST - 1), '\0')) +
                                tarHeader("root/large", std::uint64_t{64} << 30) +
                                std::string(4096, 'x'));
-  EXPECT_THAT(refusal(), HasSubstr("holds more than 64 GiB, up to 'root/large'"));
+  EXPECT_THAT(refusal(), HasSubstr("holds more than 65 MiB, up to 'root/large'"));
   EXPECT_FALSE(temp_.has("unpacked/root"));
+}
+
+// Zeros take next to no room in it: 70 MiB of them make 2 KB.
+TEST_F(BundleReaderTest, SmallArchivesOfVeryLargeFilesAreRefused) {
+  ArchiveFile(path()).begin().add("root/zeros", std::string(std::size_t{70} << 20, '\0'));
+  EXPECT_THAT(refusal(), HasSubstr("up to 'root/zeros', which is too much for its size"));
+  EXPECT_FALSE(temp_.has("unpacked/root/zeros"));
+}
+
+TEST_F(BundleReaderTest, FilesWithHolesAreRefused) {
+  archive* const made = archive_write_new();
+  archive_write_set_format_pax(made);
+  archive_write_open_filename(made, path().c_str());
+  archive_entry* const entry = archive_entry_new();
+  const auto add = [&](const char* name, const std::string& content, std::int64_t size) {
+    archive_entry_clear(entry);
+    archive_entry_set_pathname(entry, name);
+    archive_entry_set_filetype(entry, AE_IFREG);
+    archive_entry_set_size(entry, size);
+    if (size != static_cast<std::int64_t>(content.size())) {
+      archive_entry_sparse_add_entry(entry, size - 512, 512);
+    }
+    ASSERT_EQ(ARCHIVE_OK, archive_write_header(made, entry));
+    archive_write_data(made, content.data(), content.size());
+  };
+  const std::string manifest = MANIFEST;
+  add(Bundle::MANIFEST, manifest, static_cast<std::int64_t>(manifest.size()));
+  add("root/holes", std::string(1 << 20, '\0'), 1 << 20 | 512);
+  archive_entry_free(entry);
+  archive_write_free(made);
+  EXPECT_THAT(refusal(), HasSubstr("holds a file with holes, 'root/holes'"));
 }
 
 TEST_F(BundleReaderTest, ANameIsShownWithoutWhatSteersATerminal) {
