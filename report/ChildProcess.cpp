@@ -15,6 +15,12 @@ extern char** environ;
 
 namespace report {
 
+namespace {
+
+constexpr int PIPE_SIZE = 1 << 20;  // bytes; what the kernel allows everyone
+
+}  // namespace
+
 ChildProcess::ChildProcess(const std::vector<std::string>& arguments, Output output) {
   int ends[2] = {-1, -1};
   posix_spawn_file_actions_t actions;
@@ -23,6 +29,8 @@ ChildProcess::ChildProcess(const std::vector<std::string>& arguments, Output out
     if (pipe2(ends, O_CLOEXEC) != 0) {
       throw ReportError(std::string("Cannot make a pipe: ") + std::strerror(errno) + ".");
     }
+    // The fewer waits for each other the better; where that much is not allowed, it stays as it is.
+    fcntl(ends[0], F_SETPIPE_SZ, PIPE_SIZE);
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
   } else if (output == Output::TO_STANDARD_ERROR) {
     posix_spawn_file_actions_adddup2(&actions, STDERR_FILENO, STDOUT_FILENO);

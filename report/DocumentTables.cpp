@@ -64,7 +64,7 @@ void parseSample(ondemand::array values, ProfileBuilder& builder, std::vector<ui
   const uint32_t cpu = row.take32();
   const uint32_t pidkey = row.take32();
   row.take();  // the tid once more
-  chain.clear();
+  chain.assign(1, mapkey);
   bool isFirst = true;
   for (ondemand::array pair : row.take().get_array()) {
     RowCursor entry(pair, "samples");
@@ -79,12 +79,8 @@ void parseSample(ondemand::array values, ProfileBuilder& builder, std::vector<ui
     }
     isFirst = false;
   }
-  uint32_t stack = StackTree::ROOT;
-  for (auto caller = chain.rbegin(); caller != chain.rend(); ++caller) {
-    stack = builder.addCall(stack, *caller);
-  }
   builder.noteTimeDigits(digits);
-  builder.addSample(time, builder.addCall(stack, mapkey), pidkey, cpu);
+  builder.addSample(time, builder.addChain(chain), pidkey, cpu);
 }
 
 void parseLibrary(RowCursor& row, ProfileBuilder& builder) {

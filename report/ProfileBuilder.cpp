@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <numeric>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 namespace report {
@@ -60,6 +61,22 @@ std::string_view fileNameOf(std::string_view path) {
   const std::size_t slash = path.rfind('/');
   return slash == std::string_view::npos || slash + 1 == path.size() ? path
                                                                      : path.substr(slash + 1);
+}
+
+uint32_t ProfileBuilder::addChain(const std::vector<uint64_t>& mapkeys) {
+  auto next = mapkeys.rbegin();
+  std::size_t depth = 0;
+  while (depth < lastChain_.size() && next != mapkeys.rend() && lastChain_[depth].mapkey == *next) {
+    ++depth;
+    ++next;
+  }
+  lastChain_.resize(depth);
+  uint32_t stack = depth == 0 ? StackTree::ROOT : lastChain_.back().stack;
+  for (; next != mapkeys.rend(); ++next) {
+    stack = addCall(stack, *next);
+    lastChain_.push_back({*next, stack});
+  }
+  return stack;
 }
 
 void ProfileBuilder::addSample(int64_t time, uint32_t stack, uint32_t pidkey, uint32_t cpu) {
@@ -176,37 +193,45 @@ void ProfileBuilder::_buildThreads(Profile& profile) {
   }
 }
 
-void ProfileBuilder::_sortSamples(Profile& profile) {
+void ProfileBuilder::_sortSamples() {
+  if (std::is_sorted(samples_.times.begin(), samples_.times.end())) {
+    return;  // as what was prepared is
+  }
   std::vector<uint32_t> order(samples_.size());
   std::iota(order.begin(), order.end(), 0);
   std::stable_sort(order.begin(), order.end(), [this](uint32_t left, uint32_t right) {
     return samples_.times[left] < samples_.times[right];
   });
   // One column after the other, so that there is never more than one twice.
-  const auto sorted = [&order](auto& column) {
-    auto result = column;
-    for (std::size_t i = 0; i < order.size(); ++i) {
-      result[i] = column[order[i]];
+  const auto sort = [&order](auto& column) {
+    std::decay_t<decltype(column)> result;
+    result.reserve(column.size());
+    for (const uint32_t sample : order) {
+      result.push_back(column[sample]);
     }
-    column = {};
-    column.shrink_to_fit();
-    return result;
+    column = std::move(result);
   };
-  profile.samples.times = sorted(samples_.times);
-  profile.samples.stacks = sorted(samples_.stacks);
-  profile.samples.threads = sorted(samples_.threads);
-  profile.samples.cpus = sorted(samples_.cpus);
-  const std::size_t timed = order.size() - static_cast<std::size_t>(timelessCount_);
-  const int64_t last = timed == 0 ? 0 : profile.samples.times[timed - 1];
-  std::fill(profile.samples.times.begin() + static_cast<std::ptrdiff_t>(timed),
-            profile.samples.times.end(), last);
+  sort(samples_.times);
+  sort(samples_.stacks);
+  sort(samples_.threads);
+  sort(samples_.cpus);
+}
+
+// Samples without a time stand at the end, at the time of the last one that has one.
+void ProfileBuilder::_placeTimeless() {
+  std::vector<int64_t>& times = samples_.times;
+  const std::size_t timed = times.size() - static_cast<std::size_t>(timelessCount_);
+  const int64_t last = timed == 0 ? 0 : times[timed - 1];
+  std::fill(times.begin() + static_cast<std::ptrdiff_t>(timed), times.end(), last);
 }
 
 Profile ProfileBuilder::build() {
   Profile profile;
   _buildStacks(profile);
   _buildThreads(profile);
-  _sortSamples(profile);
+  _sortSamples();
+  _placeTimeless();
+  profile.samples = std::move(samples_);
   profile.files = std::move(files_);
   profile.timeDigits = timeDigits_;
   profile.timelessCount = timelessCount_;

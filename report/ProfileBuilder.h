@@ -20,6 +20,8 @@ class ProfileBuilder {
   uint32_t addCall(uint32_t stack, uint64_t mapkey) {
     return stacks_.intern(stack, mapkeys_.indexOf(mapkey));
   }
+  // A whole chain, innermost call first. What it begins with like the one before is not looked up.
+  uint32_t addChain(const std::vector<uint64_t>& mapkeys);
   void addSample(int64_t time, uint32_t stack, uint32_t pidkey, uint32_t cpu);
   void noteTimeDigits(uint32_t digits);
   std::size_t sampleCount() const { return samples_.size(); }
@@ -40,14 +42,21 @@ class ProfileBuilder {
     uint64_t reference = 0;  // a library's process, a function's first map
   };
 
+  struct Call {
+    uint64_t mapkey;
+    uint32_t stack;
+  };
+
   uint32_t _libraryOf(Profile& profile, uint64_t mapkey);
   uint32_t _frameOf(Profile& profile, uint64_t mapkey);
   void _buildStacks(Profile& profile);
   void _buildThreads(Profile& profile);
-  void _sortSamples(Profile& profile);
+  void _sortSamples();
+  void _placeTimeless();
 
   KeyIndex mapkeys_;
-  StackTree stacks_;  // of indices in mapkeys_
+  StackTree stacks_;             // of indices in mapkeys_
+  std::vector<Call> lastChain_;  // outermost call first
   SampleColumns samples_;
   std::vector<uint32_t> threadKeys_;
   std::unordered_map<uint32_t, uint32_t> threadOfKey_;

@@ -1,9 +1,11 @@
 #include "report/formats/PprofWriter.h"
 
+#include <algorithm>
 #include <numeric>
 #include <ostream>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "report/Columns.h"
 #include "report/QualityFacts.h"
@@ -33,12 +35,34 @@ class StringTable {
   std::unordered_map<std::string, int64_t> numbers_;
 };
 
+// The program that most samples fell into; the first library where there is no program.
+std::size_t mainProgram(const Profile& profile) {
+  std::vector<std::size_t> counts(profile.libraries.size(), 0);
+  for (const uint32_t stack : profile.samples.stacks) {
+    const uint32_t library = profile.frames[profile.stacks.frame(stack)].library;
+    counts[library] += profile.libraries[library].kind == LibraryKind::PROGRAM;
+  }
+  return static_cast<std::size_t>(std::max_element(counts.begin(), counts.end()) - counts.begin());
+}
+
+void addMapping(pprof::Profile& result, StringTable& strings, const Profile& profile,
+                std::size_t library) {
+  pprof::Mapping& mapping = *result.add_mapping();
+  mapping.set_id(library + 1);
+  mapping.set_filename(strings.of(profile.libraries[library].name));
+  mapping.set_has_functions(true);
+}
+
 void addFunctions(pprof::Profile& result, StringTable& strings, const Profile& profile) {
+  // Those who read it take the first mapping for the main program (profile.proto).
+  const std::size_t main = mainProgram(profile);
+  if (main < profile.libraries.size()) {
+    addMapping(result, strings, profile, main);
+  }
   for (std::size_t i = 0; i < profile.libraries.size(); ++i) {
-    pprof::Mapping& mapping = *result.add_mapping();
-    mapping.set_id(i + 1);
-    mapping.set_filename(strings.of(profile.libraries[i].name));
-    mapping.set_has_functions(true);
+    if (i != main) {
+      addMapping(result, strings, profile, i);
+    }
   }
   for (std::size_t i = 0; i < profile.frames.size(); ++i) {
     const Frame& frame = profile.frames[i];

@@ -73,6 +73,31 @@ TEST(ProfileBuilderTest, AKeyThatNoTableHas) {
   EXPECT_EQ(profile.threads[0].pid, NONE);
 }
 
+TEST(ProfileBuilderTest, AChainThatBeginsLikeTheOneBefore) {
+  using Keys = std::vector<uint64_t>;
+  ProfileBuilder builder;
+  // Innermost first: longer, shorter, elsewhere, the outermost alone, empty, and the first again.
+  const std::vector<Keys> chains = {{3, 2, 1}, {4, 3, 2, 1}, {2, 1}, {3, 5, 1}, {1}, {}, {3, 2, 1}};
+  for (const Keys& chain : chains) {
+    uint32_t expected = StackTree::ROOT;
+    for (auto key = chain.rbegin(); key != chain.rend(); ++key) {
+      expected = builder.addCall(expected, *key);
+    }
+    EXPECT_EQ(builder.addChain(chain), expected);
+  }
+}
+
+TEST(ProfileBuilderTest, SamplesThatAreSortedStayAsTheyAre) {
+  ProfileBuilder builder;
+  uint32_t cpu = 0;
+  for (const int64_t time : {int64_t{10}, int64_t{20}, int64_t{20}, ProfileBuilder::NO_TIME}) {
+    builder.addSample(time, builder.addChain({7}), 5, ++cpu);
+  }
+  const Profile profile = builder.build();
+  EXPECT_EQ(profile.samples.times, (std::vector<int64_t>{10, 20, 20, 20}));
+  EXPECT_EQ(profile.samples.cpus, (std::vector<uint32_t>{1, 2, 3, 4}));
+}
+
 TEST(ProfileBuilderTest, SamplesAreSortedByTime) {
   ProfileBuilder builder;
   for (const int64_t time : {30, 10, 20}) {

@@ -3,6 +3,7 @@
 import gzip
 import json
 import os
+import re
 import shutil
 import stat
 import subprocess
@@ -236,6 +237,10 @@ class ReportTest(unittest.TestCase):
         text = subprocess.run(command, input=gzip.decompress(path.read_bytes()), capture_output=True, check=True)
         values = [int(line.split()[1]) for line in text.stdout.decode().splitlines() if line.startswith("  value:")]
         self.assertEqual(sum(values), 500)
+        # The first mapping is the main program (profile.proto of pprof).
+        strings = re.findall(r'^string_table: "(.*)"$', text.stdout.decode(), re.M)
+        first = re.search(r"^mapping \{[^}]*?filename: (\d+)", text.stdout.decode(), re.M)
+        self.assertEqual(strings[int(first.group(1))], "/usr/bin/app")
 
     def test_pprof_is_read_by_go(self):
         go = shutil.which("go")

@@ -1,6 +1,7 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 import type { Profile } from '../src/data/profile';
+import { changeOf } from '../src/model/compare';
 import {
   type FlameTree,
   flameFromLeaves,
@@ -292,4 +293,18 @@ test('a recording without samples shows nothing, and nothing breaks', () => {
   assert.equal(profile.duration, 0);
   const tree = flameFromLeaves(profile, selection.own, null, { least: 0.1, focus: [] });
   assert.equal(tree.frames.length, 1);
+});
+
+test('changes by samples are of shares, by time of samples a second', () => {
+  // 600 samples now; before, every second of them, in one second (see profileOf).
+  const profile = profileOf(
+    SAMPLES,
+    SAMPLES.filter((_, i) => i % 2 === 0),
+  );
+  const state = stateOf({ time: [0, 2] });
+  const selection = select(profile, state);
+  const bySamples = changeOf(profile, selection, state, 30, 60);
+  assert.ok(Math.abs(bySamples - (3000 / selection.count - 20)) < 1e-9);
+  // 30 in two seconds are 15 a second; 60 - 15 of 300 are missing.
+  assert.equal(changeOf(profile, selection, { ...state, norm: 'time' }, 30, 60), -15);
 });

@@ -50,6 +50,7 @@ test('the state survives the address', () => {
     order: 'leaf',
     by: 'thread',
     focus: [-3, 17, 4],
+    norm: 'time',
     search: '/a+b/i',
     selected: 'lib!f',
     sort: '-own',

@@ -121,6 +121,8 @@ export class Profile {
   /** Bits: the node's frame (1), library (2), source file (4) is the first of its kind on its path. */
   readonly stackFirsts: Uint8Array;
   readonly baseline: Baseline | null;
+  /** How many samples have a stack as theirs. */
+  readonly stackCounts: Uint32Array;
 
   // Samples, ordered by time.
   readonly count: number;
@@ -156,6 +158,10 @@ export class Profile {
     this.stackParents = new Uint32Array(nodes);
     this.stackEnds = new Uint32Array(nodes);
     this.linkStacks(columns.stackDepths);
+    this.stackCounts = new Uint32Array(nodes);
+    for (let sample = 0, { stacks } = this; sample < stacks.length; ++sample) {
+      ++this.stackCounts[stacks[sample]];
+    }
     this.stackFirsts = this.findFirsts(columns.stackDepths);
     this.baseline =
       columns.facts.baseline === undefined || columns.stackBaseline === null

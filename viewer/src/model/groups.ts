@@ -1,7 +1,7 @@
 // The selected samples by process or thread: for graphs beside each other, and as folded stacks.
 
 import type { Profile } from '../data/profile';
-import { forEachSample, type Selection } from './selection';
+import { countThreads, forEachSample, type Selection } from './selection';
 
 export interface Group {
   title: string;
@@ -18,7 +18,7 @@ export function groupsOf(
   const count = by === 'process' ? profile.processes.length : profile.threadTids.length;
   const groupOf = (thread: number) => (by === 'process' ? profile.processOfThread[thread] : thread);
   const ends = new Uint32Array(count + 1);
-  selection.byThread.forEach((samples, thread) => {
+  countThreads(profile, selection).forEach((samples, thread) => {
     ends[groupOf(thread) + 1] += samples;
   });
   for (let group = 0; group < count; ++group) {

@@ -1,7 +1,8 @@
 // Samples by row and by time, for the heat map and the curve over it.
 
+import type { Numbers } from '../data/columns';
 import type { Profile } from '../data/profile';
-import { forEachSample, type Masks } from './selection';
+import { forEachSample, type Masks, passMasks } from './selection';
 import type { Range, State } from './state';
 
 export interface HeatRow {
@@ -23,25 +24,26 @@ export interface HeatMap {
 
 interface Rows {
   rows: HeatRow[];
-  rowOf: (sample: number) => number;
+  /** By sample, what its row goes by: its thread, or its CPU + 1. */
+  keys: Numbers;
+  rowOfKey: Uint32Array;
 }
 
 const idText = (id: number | null): string => (id === null ? 'unknown' : String(id));
 
 function processRows(profile: Profile): Rows {
-  const { threads, processOfThread } = profile;
   return {
     rows: profile.processes.map((process, number) => ({
       title: profile.processTitle(number),
       filter: { pids: [idText(process.pid)] },
       count: 0,
     })),
-    rowOf: (sample) => processOfThread[threads[sample]],
+    keys: profile.threads,
+    rowOfKey: profile.processOfThread,
   };
 }
 
 function threadRows(profile: Profile): Rows {
-  const { threads } = profile;
   return {
     rows: profile.threadNames.map((_, thread) => {
       const tid = profile.threadTids[thread];
@@ -51,12 +53,12 @@ function threadRows(profile: Profile): Rows {
         count: 0,
       };
     }),
-    rowOf: (sample) => threads[sample],
+    keys: profile.threads,
+    rowOfKey: Uint32Array.from(profile.threadNames, (_, thread) => thread),
   };
 }
 
 function cpuRows(profile: Profile): Rows {
-  const { cpus } = profile;
   const rowOfCpu = new Uint32Array((profile.cpuNumbers.at(-1) ?? 0) + 2);
   profile.cpuNumbers.forEach((cpu, row) => {
     rowOfCpu[cpu === null ? 0 : cpu + 1] = row;
@@ -67,7 +69,8 @@ function cpuRows(profile: Profile): Rows {
       filter: { cpus: [idText(cpu)] },
       count: 0,
     })),
-    rowOf: (sample) => rowOfCpu[cpus[sample]],
+    keys: profile.cpus,
+    rowOfKey: rowOfCpu,
   };
 }
 
@@ -93,6 +96,30 @@ function sortRows(map: HeatMap, byCount: boolean): HeatMap {
   return { ...map, rows: order.map((row) => map.rows[row]), cells };
 }
 
+/** Adds the samples from `first` to `last` that pass to their rows' cells of one column. */
+function fillColumn(
+  profile: Profile,
+  passing: ReturnType<typeof passMasks>,
+  [first, last]: [number, number],
+  keys: Numbers,
+  cellOfKey: Uint32Array,
+  cells: Uint32Array,
+): void {
+  if (passing === null) {
+    for (let sample = first; sample < last; ++sample) {
+      ++cells[cellOfKey[keys[sample]]];
+    }
+    return;
+  }
+  const { stacks, threads, cpus } = profile;
+  for (let sample = first; sample < last; ++sample) {
+    cells[cellOfKey[keys[sample]]] +=
+      passing.stacks[stacks[sample]] &
+      passing.threads[threads[sample]] &
+      passing.cpus[cpus[sample]];
+  }
+}
+
 /** Samples that pass the masks, whatever the selected time, in `columns` columns over `range`. */
 export function heatMap(
   profile: Profile,
@@ -101,27 +128,30 @@ export function heatMap(
   range: Range,
   columns: number,
 ): HeatMap {
-  const { rows, rowOf } =
+  const { rows, keys, rowOfKey } =
     kind === 'processes'
       ? processRows(profile)
       : kind === 'threads'
         ? threadRows(profile)
         : cpuRows(profile);
-  const counts = new Uint32Array(rows.length);
   const cells = new Uint32Array(rows.length * columns);
   const sums = new Uint32Array(columns);
-  const scale = columns / (range[1] - range[0]);
-  const { times } = profile;
-  const last = profile.firstAt(range[1]);
-  forEachSample(profile, masks, profile.firstAt(range[0]), last, (sample) => {
-    const row = rowOf(sample);
-    const column = Math.min(columns - 1, ((times[sample] - range[0]) * scale) | 0);
-    ++cells[row * columns + column];
-    ++sums[column];
-    ++counts[row];
-  });
+  const passing = passMasks(profile, masks);
+  // Samples are ordered by time: a column's are beside each other, and no sample's time is looked at.
+  const cellOfKey = rowOfKey.map((row) => row * columns);
+  const width = (range[1] - range[0]) / columns;
+  let first = profile.firstAt(range[0]);
+  for (let column = 0; column < columns; ++column) {
+    const last = profile.firstAt(column + 1 < columns ? range[0] + (column + 1) * width : range[1]);
+    fillColumn(profile, passing, [first, last], keys, cellOfKey, cells.subarray(column));
+    first = last;
+  }
   rows.forEach((row, number) => {
-    row.count = counts[number];
+    for (let column = 0; column < columns; ++column) {
+      const count = cells[number * columns + column];
+      row.count += count;
+      sums[column] += count;
+    }
   });
   return sortRows({ rows, columns, cells, sums, largest: largestOf(cells) }, kind !== 'cpus');
 }

@@ -1,6 +1,7 @@
-// Which samples count under the filters, added up by stack. One pass over the samples, one over the
-// stacks: that is what a new selection costs.
+// Which samples count under the filters, added up by stack. A pass over the fewer of the samples inside and
+// outside the selected time, one over the stacks: that is what a new selection costs.
 
+import type { Numbers } from '../data/columns';
 import { Kind, type Profile } from '../data/profile';
 import type { State } from './state';
 
@@ -21,7 +22,6 @@ export interface Selection {
   /** By stack: samples whose stack it is, and samples whose stack it or one below it is. */
   own: Uint32Array;
   total: Uint32Array;
-  byThread: Uint32Array;
   /** Of the recording that this one is compared with; filters of time, thread and CPU do not apply. */
   baselineOwn: Uint32Array | null;
   baselineTotal: Uint32Array | null;
@@ -105,6 +105,22 @@ export function masksOf(profile: Profile, state: State): Masks {
   };
 }
 
+/** The masks with ones where all pass, for loops without questions; null where there is no mask. */
+export function passMasks(
+  profile: Profile,
+  masks: Masks,
+): { [name in keyof Masks]: Uint8Array } | null {
+  if (masks.threads === null && masks.cpus === null && masks.stacks === null) {
+    return null;
+  }
+  const ones = (length: number) => new Uint8Array(length).fill(1);
+  return {
+    threads: masks.threads ?? ones(profile.threadTids.length),
+    cpus: masks.cpus ?? ones((profile.cpuNumbers.at(-1) ?? 0) + 2),
+    stacks: masks.stacks ?? ones(profile.stackFrames.length),
+  };
+}
+
 /** Calls `use` with each sample from `first` to `last` that passes the masks. */
 export function forEachSample(
   profile: Profile,
@@ -135,17 +151,75 @@ export function totalsOf(profile: Profile, own: Uint32Array): Uint32Array {
   return total;
 }
 
+/** Adds `step` to the stack of each sample from `first` to `last`. */
+function addSamples(
+  stacks: Numbers,
+  first: number,
+  last: number,
+  step: number,
+  counts: Uint32Array,
+): void {
+  for (let sample = first; sample < last; ++sample) {
+    counts[stacks[sample]] += step;
+  }
+}
+
+/** Samples from `first` to `last` by stack. Of a larger part those outside are taken off: they are fewer. */
+function countStacks(profile: Profile, first: number, last: number): Uint32Array {
+  const { stacks, stackCounts, count } = profile;
+  if (last - first <= count / 2) {
+    const counts = new Uint32Array(stackCounts.length);
+    addSamples(stacks, first, last, 1, counts);
+    return counts;
+  }
+  const counts = stackCounts.slice();
+  addSamples(stacks, 0, first, -1, counts);
+  addSamples(stacks, last, count, -1, counts);
+  return counts;
+}
+
+/** Samples from `first` to `last` that pass, by stack. */
+function countPassing(profile: Profile, masks: Masks, first: number, last: number): Uint32Array {
+  if (masks.threads === null && masks.cpus === null) {
+    const counts = countStacks(profile, first, last);
+    for (let node = 0; masks.stacks !== null && node < counts.length; ++node) {
+      counts[node] *= masks.stacks[node];
+    }
+    return counts;
+  }
+  const counts = new Uint32Array(profile.stackCounts.length);
+  const { stacks, threads, cpus } = profile;
+  const passing = passMasks(profile, masks)!;
+  for (let sample = first; sample < last; ++sample) {
+    if ((passing.threads[threads[sample]] & passing.cpus[cpus[sample]]) === 1) {
+      counts[stacks[sample]] += passing.stacks[stacks[sample]];
+    }
+  }
+  return counts;
+}
+
+/** Selected samples by thread. */
+export function countThreads(profile: Profile, selection: Selection): Uint32Array {
+  const counts = new Uint32Array(profile.threadTids.length);
+  const { first, last } = selection;
+  const { stacks, threads, cpus } = profile;
+  const passing = passMasks(profile, selection.masks);
+  for (let sample = first; sample < last; ++sample) {
+    counts[threads[sample]] +=
+      passing === null
+        ? 1
+        : passing.threads[threads[sample]] &
+          passing.cpus[cpus[sample]] &
+          passing.stacks[stacks[sample]];
+  }
+  return counts;
+}
+
 export function select(profile: Profile, state: State): Selection {
   const masks = masksOf(profile, state);
   const first = state.time === null ? 0 : profile.firstAt(state.time[0]);
   const last = state.time === null ? profile.count : profile.firstAt(state.time[1]);
-  const own = new Uint32Array(profile.stackFrames.length);
-  const byThread = new Uint32Array(profile.threadTids.length);
-  const { stacks, threads } = profile;
-  forEachSample(profile, masks, first, last, (sample) => {
-    ++own[stacks[sample]];
-    ++byThread[threads[sample]];
-  });
+  const own = countPassing(profile, masks, first, last);
   const total = totalsOf(profile, own);
   const baselineOwn = profile.baseline === null ? null : new Uint32Array(profile.baseline.counts);
   if (baselineOwn !== null && masks.stacks !== null) {
@@ -161,7 +235,6 @@ export function select(profile: Profile, state: State): Selection {
     count: total[0],
     own,
     total,
-    byThread,
     baselineOwn,
     baselineTotal,
     baselineCount: baselineTotal === null ? 0 : baselineTotal[0],

@@ -24,6 +24,8 @@ export interface State {
   by: 'all' | 'process' | 'thread';
   focus: number[]; // frames from the graph's root to the box that fills it
   search: string;
+  /** What changes against another recording are shares of: all samples, or the time. */
+  norm: 'samples' | 'time';
   // The tables.
   selected: string; // key of the function whose callers and callees are shown
   sort: string; // a column, with '-' in front for descending
@@ -46,6 +48,7 @@ export const INITIAL: State = {
   by: 'all',
   focus: [],
   search: '',
+  norm: 'samples',
   selected: '',
   sort: '',
   filter: '',
@@ -66,6 +69,7 @@ const CHOICES = {
   clock: ['clock', ['start', 'recorded', 'wall']],
   order: ['order', ['root', 'leaf']],
   by: ['by', ['all', 'process', 'thread']],
+  norm: ['norm', ['samples', 'time']],
 } as const;
 const TEXTS = { q: 'search', sel: 'selected', sort: 'sort', has: 'filter' } as const;
 

@@ -2,7 +2,7 @@
 
 import type { Profile } from '../data/profile';
 import { outermostNodes } from './flame';
-import type { Selection } from './selection';
+import { countThreads, type Selection } from './selection';
 
 export interface Row {
   /** A frame, library, file or thread. */
@@ -78,12 +78,13 @@ export interface ThreadRow {
 }
 
 export function threadRows(profile: Profile, selection: Selection): ThreadRow[] {
+  const byThread = countThreads(profile, selection);
   const byProcess = new Uint32Array(profile.processes.length);
-  selection.byThread.forEach((count, thread) => {
+  byThread.forEach((count, thread) => {
     byProcess[profile.processOfThread[thread]] += count;
   });
   const rows: ThreadRow[] = [];
-  selection.byThread.forEach((count, thread) => {
+  byThread.forEach((count, thread) => {
     const process = profile.processOfThread[thread];
     if (count > 0) {
       rows.push({ thread, process, count, processCount: byProcess[process] });

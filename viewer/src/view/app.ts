@@ -18,9 +18,10 @@ import { h, iconButton } from './dom';
 import { FilterBar } from './filterBar';
 import { FlameView } from './flameView';
 import { type ClockFacts, formatSeconds, plural, shortened } from './format';
+import { FunctionsView } from './functionsView';
 import { helpDialog } from './help';
 import type { Page, View } from './page';
-import { FilesView, FunctionsView, LibrariesView, ProcessesView } from './tableViews';
+import { FilesView, LibrariesView, ProcessesView } from './tableViews';
 import { TimeView } from './timeView';
 
 const TITLES: Record<Tab, string> = {

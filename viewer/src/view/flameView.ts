@@ -1,6 +1,7 @@
 // The flame graph of what is selected.
 
 import { KIND_NAMES, type Kind, type Profile } from '../data/profile';
+import { changeOf } from '../model/compare';
 import { type FlameTree, flameFromLeaves, flameFromRoot, joinGroups } from '../model/flame';
 import { foldedStacks, type Group, groupsOf } from '../model/groups';
 import { countMatches, matcherOf, type Search, searchFrames } from '../model/search';
@@ -11,6 +12,7 @@ import { choice, h, iconButton, saveFile } from './dom';
 import { BOX_HEIGHT, type Box, FONT, layOut, NameFitter } from './flameLayout';
 import { flamePicture } from './flamePicture';
 import { formatChange, formatCount, formatShare, plural, shortened } from './format';
+import { normChoice } from './normChoice';
 import type { Page, View } from './page';
 
 const ORDERS = [
@@ -22,8 +24,8 @@ const GROUPS = [
   ['process', 'By process'],
   ['thread', 'By thread'],
 ] as const;
-/** Boxes narrower than this many pixels are not drawn. */
-const NARROWEST = 0.5;
+/** Boxes narrower than this many pixels are not drawn: they would be mixed into one. */
+const NARROWEST = 1;
 
 export class FlameView implements View {
   readonly element: HTMLElement;
@@ -166,6 +168,7 @@ export class FlameView implements View {
     this.tools.replaceChildren(
       choice('Order', ORDERS, state.order, (order) => this.page.show({ order, focus: [] })),
       choice('Groups', GROUPS, state.by, (by) => this.page.show({ by, focus: [] })),
+      ...normChoice(this.page),
       this.searchField,
       this.searchResult,
       h('span', { class: 'spring' }),
@@ -349,11 +352,11 @@ export class FlameView implements View {
     return boxColour(theme, profile.frameKind(frame) as Kind, profile.frameNames[frame]);
   }
 
-  /** Percentage points of all samples that a box has more than before. */
+  /** How much more a box has than before. */
   private changeOf(box: number): number {
-    const { selection } = this.page;
-    const now = this.tree!.values[box] / Math.max(1, selection.count);
-    return 100 * (now - this.tree!.baselines[box] / Math.max(1, selection.baselineCount));
+    const { profile, selection, state } = this.page;
+    const { values, baselines } = this.tree!;
+    return changeOf(profile, selection, state, values[box], baselines[box]);
   }
 
   private boxAt(event: MouseEvent): number {

@@ -4,7 +4,6 @@
 import uPlot from 'uplot';
 import { type HeatMap, heatMap, secondsMap } from '../model/heat';
 import type { Range, State } from '../model/state';
-import { heatPixels } from './colours';
 import { choice, h, iconButton } from './dom';
 import {
   digitsFor,
@@ -15,15 +14,11 @@ import {
   plural,
   shortened,
 } from './format';
+import { GUTTER, HeatPicture, SECOND_ROWS } from './heatPicture';
 import type { Page, View } from './page';
-import { toggled } from './page';
 
-const GUTTER = 190; // pixels for the rows' names
 const RIGHT = 16;
 const CURVE_HEIGHT = 84;
-const ROW_HEIGHT = 18;
-const SECOND_ROWS = 50; // a row is 20 ms
-const SECOND_ROW_HEIGHT = 4;
 const CELL = 2; // pixels of a column
 const SMALLEST_ZOOM = 1e-6;
 
@@ -42,17 +37,11 @@ export class TimeView implements View {
   readonly element: HTMLElement;
   private readonly tools = h('div', { class: 'tools' });
   private readonly curve = h('div', { class: 'curve' });
-  private readonly rows = h('div', { class: 'heat-rows' });
-  private readonly canvas = h('canvas', {
-    class: 'heat',
-    tabindex: '0',
-    role: 'application',
-    'aria-label':
-      'Heat map of samples over time. Left and right move a mark, with shift they select a time; enter keeps it; w and s zoom; a and d move.',
-  });
   private readonly shade = h('div', { class: 'shade', hidden: true });
   private readonly mark = h('div', { class: 'mark', hidden: true });
   private readonly tip = h('div', { class: 'tip', hidden: true });
+  private readonly picture: HeatPicture;
+  private readonly canvas: HTMLCanvasElement;
   private plot: uPlot | null = null;
   private map: HeatMap | null = null;
   private drawn = '';
@@ -60,13 +49,14 @@ export class TimeView implements View {
   private markStart: number | null = null;
 
   constructor(private readonly page: Page) {
-    const heat = h('div', { class: 'heat-box' }, this.rows, this.canvas, this.shade, this.mark);
+    this.picture = new HeatPicture(page, [this.shade, this.mark]);
+    this.canvas = this.picture.canvas;
     this.element = h(
       'section',
       { class: 'time', 'aria-label': 'Time' },
       this.tools,
       this.curve,
-      h('div', { class: 'heat-scroll' }, heat),
+      this.picture.element,
       this.tip,
     );
     this.canvas.addEventListener('pointerdown', (event) => this.startDrag(event));
@@ -118,9 +108,9 @@ export class TimeView implements View {
           ? secondsMap(profile, selection.masks, this.range, SECOND_ROWS)
           : heatMap(profile, selection.masks, rows, this.range, columns);
       this.drawCurve(width);
-      this.drawHeat(width);
+      this.picture.show(this.map, rows === 'seconds', width);
     }
-    this.drawRowNames();
+    this.picture.drawPressed();
     this.drawShade();
   }
 
@@ -262,87 +252,6 @@ export class TimeView implements View {
     this.plot.over.addEventListener('dblclick', () => this.page.show({ time: null }));
   }
 
-  private get rowHeight(): number {
-    return this.rowKind === 'seconds' ? SECOND_ROW_HEIGHT : ROW_HEIGHT;
-  }
-
-  private get rowCount(): number {
-    return this.rowKind === 'seconds' ? SECOND_ROWS : (this.map?.rows.length ?? 0);
-  }
-
-  private drawHeat(width: number): void {
-    const map = this.map!;
-    const { canvas } = this;
-    const ratio = devicePixelRatio;
-    // Browsers refuse larger ones; further rows are those with the fewest samples.
-    const rowCount = Math.min(this.rowCount, Math.floor(30000 / (this.rowHeight * ratio)));
-    const height = Math.max(1, rowCount) * this.rowHeight;
-    canvas.style.width = `${width}px`;
-    canvas.style.height = `${height}px`;
-    canvas.style.left = `${GUTTER}px`;
-    canvas.width = Math.round(width * ratio);
-    canvas.height = Math.round(height * ratio);
-    canvas.parentElement!.style.height = `${height}px`;
-    const context = canvas.getContext('2d')!;
-    context.clearRect(0, 0, canvas.width, canvas.height);
-    if (rowCount === 0 || map.columns === 0) {
-      return;
-    }
-    const pixels = heatPixels(this.page.theme);
-    const image = new ImageData(map.columns, rowCount);
-    const target = new Uint32Array(image.data.buffer);
-    // By the root, so that rare samples are seen beside frequent ones.
-    const scale = 255 / Math.sqrt(Math.max(1, map.largest));
-    for (let cell = 0; cell < target.length; ++cell) {
-      const count = map.cells[cell];
-      target[cell] = count === 0 ? 0 : pixels[Math.min(255, (Math.sqrt(count) * scale) | 0)];
-    }
-    const small = new OffscreenCanvas(map.columns, rowCount);
-    small.getContext('2d')!.putImageData(image, 0, 0);
-    context.imageSmoothingEnabled = false;
-    context.drawImage(small, 0, 0, canvas.width, canvas.height);
-    if (this.rowKind !== 'seconds') {
-      context.fillStyle = getComputedStyle(this.element).getPropertyValue('--surface').trim();
-      for (let row = 1; row <= rowCount; ++row) {
-        context.fillRect(0, Math.round((row * ROW_HEIGHT - 1) * ratio), canvas.width, ratio);
-      }
-    }
-  }
-
-  private drawRowNames(): void {
-    const { state } = this.page;
-    if (this.rowKind === 'seconds') {
-      const labels = ['1 s', '0.8', '0.6', '0.4', '0.2', '0'];
-      this.rows.replaceChildren(
-        ...labels.map((label, i) => {
-          const span = h('span', { class: 'second-label' }, label);
-          span.style.top = `${(i * SECOND_ROWS * SECOND_ROW_HEIGHT) / 5 - (i === 0 ? 0 : i === 5 ? 13 : 7)}px`;
-          return span;
-        }),
-      );
-      return;
-    }
-    const seen = this.map!.rows.slice(0, 1500);
-    this.rows.replaceChildren(
-      ...seen.map((row) => {
-        const [[field, [value]]] = Object.entries(row.filter);
-        const current = state[field as 'pids' | 'tids' | 'cpus'];
-        const button = h(
-          'button',
-          {
-            type: 'button',
-            class: 'row-name',
-            'aria-pressed': String(current.includes(value)),
-            title: `${shortened(row.title, 300)}: ${plural(row.count, 'sample')}. Click to show only these`,
-            onclick: () => this.page.show({ [field]: toggled(current, value) }),
-          },
-          shortened(row.title, 60),
-        );
-        return button;
-      }),
-    );
-  }
-
   private drawShade(): void {
     const { time } = this.page.state;
     const [from, to] = this.range;
@@ -430,12 +339,12 @@ export class TimeView implements View {
       return;
     }
     const box = this.canvas.getBoundingClientRect();
-    const row = Math.floor((event.clientY - box.top) / this.rowHeight);
+    const row = this.picture.rowAt(event);
     const column = Math.min(
       map.columns - 1,
       Math.floor(((event.clientX - box.left) / box.width) * map.columns),
     );
-    if (row < 0 || row >= this.rowCount || column < 0) {
+    if (row === null || column < 0) {
       return;
     }
     const { state, clock } = this.page;

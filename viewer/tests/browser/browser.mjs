@@ -1,12 +1,12 @@
-// Debian's Chromium, headless, with an empty profile; and what its pages are held against.
+// Debian's Chromium or Firefox, headless, with an empty profile; and what its pages are held against.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { mkdtempSync, readFileSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
-import { chromium } from 'playwright-core';
+import { chromium, firefox } from 'playwright-core';
 
-const ARGUMENTS = [
+const CHROMIUM_ARGUMENTS = [
   '--no-sandbox', // tests may run as root
   '--disable-gpu',
   '--disable-quic',
@@ -18,6 +18,8 @@ const ARGUMENTS = [
 
 export const settings = {
   chromium: process.env.CHROMIUM ?? '/usr/bin/chromium',
+  /** Firefox in Chromium's place, where it is named: as it is installed, through WebDriver BiDi. */
+  firefox: process.env.FIREFOX ?? '',
   report: process.env.TRACEMILL_REPORT ?? '../build/release/bin/tracemill-report',
   python: process.env.PYTHON ?? 'python3',
   tools: process.env.REPORT_TESTS ?? '../tests/report',
@@ -27,16 +29,30 @@ export function temporaryFolder() {
   return mkdtempSync(join(tmpdir(), 'tracemill-page-'));
 }
 
-export async function startBrowser(options = {}) {
+const CONTEXT = {
+  viewport: { width: 1400, height: 900 },
+  colorScheme: 'light',
+  timezoneId: 'UTC',
+  acceptDownloads: true,
+};
+
+async function startFirefox(options) {
+  const browser = await firefox.launch({
+    channel: 'moz-firefox',
+    executablePath: settings.firefox,
+    headless: true,
+  });
+  const context = await browser.newContext({ ...CONTEXT, ...options });
+  return { context, close: () => browser.close() };
+}
+
+async function startChromium(options) {
   const folder = temporaryFolder();
   const context = await chromium.launchPersistentContext(folder, {
     executablePath: settings.chromium,
     headless: true,
-    args: ARGUMENTS,
-    viewport: { width: 1400, height: 900 },
-    colorScheme: 'light',
-    timezoneId: 'UTC',
-    acceptDownloads: true,
+    args: CHROMIUM_ARGUMENTS,
+    ...CONTEXT,
     ...options,
   });
   return {
@@ -46,6 +62,10 @@ export async function startBrowser(options = {}) {
       rmSync(folder, { recursive: true, force: true, maxRetries: 5 });
     },
   };
+}
+
+export function startBrowser(options = {}) {
+  return settings.firefox === '' ? startChromium(options) : startFirefox(options);
 }
 
 /** Opens a page as a file, and keeps what must not happen: errors, and requests beside the file. */
@@ -85,13 +105,42 @@ export function makePage(document, page, ...options) {
   execFileSync(settings.report, parameters, { encoding: 'utf8' });
 }
 
+/** Clicks, and returns what the page then saves. */
+async function savedBy(page, click) {
+  if (settings.firefox === '') {
+    const [file] = await Promise.all([page.waitForEvent('download'), click()]);
+    return readFileSync(await file.path());
+  }
+  // WebDriver BiDi has no downloads: what is saved is taken before the browser gets it.
+  await page.evaluate(() => {
+    HTMLAnchorElement.prototype.click = () => {};
+    globalThis.saved = new Promise((done) => {
+      URL.createObjectURL = (blob) => {
+        blob.arrayBuffer().then((content) => done(Array.from(new Uint8Array(content))));
+        return 'blob:saved';
+      };
+    });
+  });
+  await click();
+  return Buffer.from(await page.evaluate(() => globalThis.saved));
+}
+
 /** What the browser saves when a button is clicked. */
-export async function download(page, button) {
-  const [file] = await Promise.all([
-    page.waitForEvent('download'),
+export function download(page, button) {
+  return savedBy(page, () =>
     page.getByRole('button', { name: button, exact: true }).first().click(),
-  ]);
-  return readFileSync(await file.path());
+  );
+}
+
+/** One step back in what was shown. */
+export function goBack(page) {
+  return page.evaluate(
+    () =>
+      new Promise((done) => {
+        addEventListener('popstate', () => setTimeout(done), { once: true });
+        history.back();
+      }),
+  );
 }
 
 /** The rows of a table by the columns' names, read from what it saves as CSV. */

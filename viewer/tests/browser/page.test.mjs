@@ -8,6 +8,7 @@ import {
   assertNoProblems,
   download,
   fileOf,
+  goBack,
   makePage,
   numbersOf,
   openPage,
@@ -208,7 +209,7 @@ pageTest('a click zooms, escape and the back button return', '', async (page) =>
   assert.ok(await page.locator('.path strong').isVisible());
   await page.keyboard.press('Escape');
   assert.equal(await page.evaluate(() => location.hash), '');
-  await page.goBack();
+  await goBack(page);
   assert.match(await page.evaluate(() => location.hash), /focus=\d+/);
 });
 
@@ -260,7 +261,7 @@ pageTest('dragging selects a time; everything follows; back undoes', '', async (
     String(time),
   );
   assert.equal(await selectedCount(page), numbersOf(DOCUMENT, { time }).count);
-  await page.goBack();
+  await goBack(page);
   assert.equal(await selectedCount(page), 4000);
 });
 
@@ -320,9 +321,9 @@ pageTest('clicks in tables filter, and show it', '#tab=libraries', async (page) 
   await page.getByRole('row', { name: /worker 101/ }).click();
   const both = { libraries: ['/usr/bin/app'], tids: ['101'] };
   assert.equal(await selectedCount(page), numbersOf(DOCUMENT, both).count);
-  await page.goBack();
-  await page.goBack();
-  await page.goBack();
+  await goBack(page);
+  await goBack(page);
+  await goBack(page);
   assert.equal(await selectedCount(page), 4000);
 });
 
