@@ -1,7 +1,5 @@
 #include "perfevents/PerfEventDataSample.h"
 
-#include <cstring>
-
 #include "kestrel/log/Logger.h"
 #include "perfevents/PerfAbi.h"
 #include "perfevents/PerfEventAttribute.h"
@@ -18,8 +16,6 @@ constexpr uint64_t LAYOUT_NO_STREAM_ID =
 constexpr uint64_t LAYOUT_WITH_PERIOD = abi::SAMPLE_IP | abi::SAMPLE_TID | abi::SAMPLE_TIME |
                                         abi::SAMPLE_CPU | abi::SAMPLE_PERIOD |
                                         abi::SAMPLE_CALLCHAIN | abi::SAMPLE_RAW;
-
-constexpr std::size_t WORD = sizeof(uint64_t);
 
 kestrel::Logger& _log() {
   static kestrel::Logger* const logger = kestrel::Logger::getLogger("PerfEventDataSample");
@@ -75,36 +71,6 @@ void PerfEventDataSample::setupGetters() {
   }
   for (const auto& getter : getters_) {
     _requireMoreBytes(getter->getMinimumSize());
-  }
-  while (fixedGetters_ < getters_.size() && getters_[fixedGetters_]->isFixedSize()) {
-    fixedBytes_ += getters_[fixedGetters_]->getMinimumSize();
-    ++fixedGetters_;
-  }
-  _planCopies();
-}
-
-// Most of a sample is copied as it stands: a loop over words, for samples by the hundred thousand.
-void PerfEventDataSample::_planCopies() {
-  while (plainGetters_ < fixedGetters_) {
-    const ValueGetter& getter = *getters_[plainGetters_];
-    unsigned char* const target = getter.plainTarget();
-    if (target == nullptr) {
-      return;
-    }
-    std::size_t size = getter.getMinimumSize();
-    std::size_t used = 1;
-    if (size < WORD && plainGetters_ + 1 < fixedGetters_) {  // the other half of the word
-      const ValueGetter& next = *getters_[plainGetters_ + 1];
-      if (next.plainTarget() == target + size) {
-        size += next.getMinimumSize();
-        used = 2;
-      }
-    }
-    if (size != WORD) {
-      return;
-    }
-    words_.push_back(target);
-    plainGetters_ += used;
   }
 }
 
@@ -175,15 +141,12 @@ void PerfEventDataSample::_warnOfUnreadParts() const {
 }
 
 // Measures the whole record before it copies anything: a record that is refused leaves the fields
-// as they were. Getters of fixed size at the front, which are nearly all, were measured once.
+// as they were.
 bool PerfEventDataSample::parseEventData(const kestrel::ByteBufferViewport& body) {
-  if (body.size() < fixedBytes_) {
-    return false;
-  }
-  const unsigned char* at = body.data() + fixedBytes_;
-  std::size_t left = body.size() - fixedBytes_;
-  for (std::size_t i = fixedGetters_; i < getters_.size(); ++i) {
-    const uint64_t size = getters_[i]->measure(at, left);
+  const unsigned char* at = body.data();
+  std::size_t left = body.size();
+  for (const auto& getter : getters_) {
+    const uint64_t size = getter->measure(at, left);
     if (size > left) {
       return false;
     }
@@ -191,12 +154,8 @@ bool PerfEventDataSample::parseEventData(const kestrel::ByteBufferViewport& body
     left -= static_cast<std::size_t>(size);
   }
   at = body.data();
-  for (unsigned char* const target : words_) {
-    std::memcpy(target, at, WORD);
-    at += WORD;
-  }
-  for (std::size_t i = plainGetters_; i < getters_.size(); ++i) {
-    at += (*getters_[i])(at);
+  for (const auto& getter : getters_) {
+    at += (*getter)(at);
   }
   return true;
 }

@@ -52,18 +52,12 @@ class PerfEventDataSample : public PerfEventData, public PerfEventDataSampleAnci
     getters_.push_back(std::make_unique<Getter>(arguments...));
   }
   void _warnOfUnreadParts() const;
-  void _planCopies();
 
   SampleValues values_;
   kestrel::ByteBufferViewport readData_;
   std::vector<uint64_t> callchain_;
   kestrel::ByteBufferViewport rawData_;
   std::vector<std::unique_ptr<ValueGetter>> getters_;  // in record order
-  std::size_t fixedGetters_ = 0;                       // how many at the front have a fixed size
-  std::size_t fixedBytes_ = 0;                         // of them together
-  // Where the 64-bit words at the front go, and how many getters they stand for.
-  std::vector<unsigned char*> words_;
-  std::size_t plainGetters_ = 0;
 };
 
 }  // namespace perfevents

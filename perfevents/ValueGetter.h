@@ -39,10 +39,6 @@ class ValueGetter {
   // The length of the stretch at `data`, of which `left` bytes exist. More than `left` when the
   // stretch does not fit, so that a caller can refuse a record before anything of it is copied.
   virtual uint64_t measure(const unsigned char* data, std::size_t left) const = 0;
-  // Whether the stretch always has its minimum size.
-  virtual bool isFixedSize() const { return false; }
-  // Where the stretch is copied to as it stands; null when it is not.
-  virtual unsigned char* plainTarget() const { return nullptr; }
 };
 
 // A getter whose stretch always has the same length.
@@ -51,7 +47,6 @@ class FixedSizeGetter : public ValueGetter {
  public:
   uint32_t getMinimumSize() const override { return SIZE; }
   uint64_t measure(const unsigned char*, std::size_t) const override { return SIZE; }
-  bool isFixedSize() const override { return true; }
 };
 
 // One unsigned number. Borrows its destination, like every getter below.
@@ -62,9 +57,6 @@ class TypedValueGetter : public FixedSizeGetter<sizeof(T)> {
   uint32_t operator()(const unsigned char* data) override {
     std::memcpy(destination_, data, sizeof(T));
     return sizeof(T);
-  }
-  unsigned char* plainTarget() const override {
-    return reinterpret_cast<unsigned char*>(destination_);
   }
 
  private:
