@@ -22,7 +22,7 @@ class MMapInfo : public RangedItem, public Pooled<MMapInfo> {
   void copy(const MMapInfo& other);
 
   uint64_t pgoff = 0;
-  uint64_t loadBias = 0;  // run-time address minus loadBias: the address inside the mapped file
+  uint64_t loadBias = 0;  // to be subtracted from a run-time address: gives that of the symbol list
   uint32_t refCount = 0;  // references made while writing samples
   MapName name;
   // Borrowed; set when the map is first resolved, reset by both copies.

@@ -93,35 +93,37 @@ MMapInfo* MMapStore::getFake(unsigned pid, unsigned long long address, const std
     return known;
   }
   KeyGenerator::next();  // kept: a key that no row shows
-  auto fake = std::make_unique<MMapInfo>();
-  _describeFake(pid, address, name, *fake);
-  return _keep(pid, std::move(fake));
+  auto madeUp = std::make_unique<MMapInfo>();
+  _describeMadeUp(pid, address, name, *madeUp);
+  return _keep(pid, std::move(madeUp));
 }
 
-void MMapStore::_describeFake(unsigned pid, unsigned long long address, const std::string& name,
-                              MMapInfo& fake) {
+void MMapStore::_describeMadeUp(unsigned pid, unsigned long long address, const std::string& name,
+                                MMapInfo& madeUp) {
   MapName::SharedText beginning = _beginningOfName(name.empty() ? std::to_string(pid) : name);
   if (_isWithin(address, settings_->interruptStart64, settings_->interruptEnd64)) {
-    fake.start = settings_->interruptStart64;
-    fake.size = settings_->interruptEnd64 - settings_->interruptStart64;
-    fake.name = MapName::ofInterrupts(std::move(beginning));
+    madeUp.start = settings_->interruptStart64;
+    madeUp.size = settings_->interruptEnd64 - settings_->interruptStart64;
+    madeUp.name = MapName::ofInterrupts(std::move(beginning));
   } else if (_isWithin(address, settings_->interruptStart32, settings_->interruptEnd32)) {
-    fake.start = settings_->interruptStart32;
-    fake.size = settings_->interruptEnd32 - settings_->interruptStart32;
-    fake.name = MapName::ofInterrupts(std::move(beginning));
+    madeUp.start = settings_->interruptStart32;
+    madeUp.size = settings_->interruptEnd32 - settings_->interruptStart32;
+    madeUp.name = MapName::ofInterrupts(std::move(beginning));
   } else {
-    fake.start = address & settings_->fakePageMask;
-    fake.size = settings_->fakePageSize;
-    fake.name = MapName::ofPage(std::move(beginning), fake.start);
+    madeUp.start = address & settings_->fakePageMask;
+    madeUp.size = settings_->fakePageSize;
+    madeUp.name = MapName::ofPage(std::move(beginning), madeUp.start);
   }
 }
 
 // Mostly the same process asks again.
 MapName::SharedText MMapStore::_beginningOfName(const std::string& process) {
-  if (recentFakeName_ == nullptr || recentFakeName_->compare(1, std::string::npos, process) != 0) {
-    recentFakeName_ = *fakeNames_.insert(std::make_shared<const std::string>("{" + process)).first;
+  if (recentBeginning_ == nullptr ||
+      recentBeginning_->compare(1, std::string::npos, process) != 0) {
+    recentBeginning_ =
+        *beginnings_.insert(std::make_shared<const std::string>("{" + process)).first;
   }
-  return recentFakeName_;
+  return recentBeginning_;
 }
 
 void MMapStore::writeLegacyJsonObject(kestrel::JsomWriter& writer, bool writeAll) const {

@@ -43,8 +43,7 @@ class MMapStore {
   // and makes another each time. Never null.
   MMapInfo* getFake(unsigned pid, unsigned long long address, const std::string& name);
 
-  // As long as this number stays, a map that get() found for an address of `pid` is found again,
-  // unless it shares its start with another.
+  // For whoever keeps what get() found: see RangedItemStore::generation().
   uint32_t generation(unsigned pid) const;
   bool sharesStart(unsigned pid, const MMapInfo& map) const;
 
@@ -65,13 +64,13 @@ class MMapStore {
   RangedItemStore* _knownStoreOf(unsigned pid) const;  // null if there is none
   MapName::SharedText _beginningOfName(const std::string& process);
   MMapInfo* _keep(unsigned pid, std::unique_ptr<MMapInfo> map);
-  void _describeFake(unsigned pid, unsigned long long address, const std::string& name,
-                     MMapInfo& fake);
+  void _describeMadeUp(unsigned pid, unsigned long long address, const std::string& name,
+                       MMapInfo& madeUp);
 
   std::map<uint32_t, std::unique_ptr<RangedItemStore>> stores_;  // key: pid
   mutable RecentlyUsed<RangedItemStore> recentStores_;
-  std::set<MapName::SharedText, MapName::ByText> fakeNames_;  // how they begin
-  MapName::SharedText recentFakeName_;
+  std::set<MapName::SharedText, MapName::ByText> beginnings_;  // of made-up names
+  MapName::SharedText recentBeginning_;
   MMapInfo kernelMap_;
   MMapInfo stackMap_;
   const PerfSettings* settings_;

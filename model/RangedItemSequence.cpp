@@ -6,8 +6,8 @@
 
 namespace {
 
-// The last of `count` places that is not above, the first one never is. Without a branch that
-// depends on the places, which a processor could not foretell.
+// The last of `count` entries that is not above, of which the first one never is. Without a branch
+// that depends on the entries, which a processor could not foretell.
 template <typename IsNotAbove>
 std::size_t _floorAmong(std::size_t count, IsNotAbove isNotAbove) {
   std::size_t floor = 0;
@@ -43,9 +43,9 @@ RangedItem* RangedItemSequence::at(std::size_t index) const {
   return (*this)[index];
 }
 
-std::size_t RangedItemSequence::indexOf(const const_iterator& place) const {
-  std::size_t before = place.index_;
-  for (std::size_t block = place.block_; block > 0; block &= block - 1) {
+std::size_t RangedItemSequence::indexOf(const const_iterator& item) const {
+  std::size_t before = item.index_;
+  for (std::size_t block = item.block_; block > 0; block &= block - 1) {
     before += counts_[block - 1];
   }
   return before;

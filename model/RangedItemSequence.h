@@ -1,7 +1,7 @@
-// Items by start, then in the order of their insertion at a place: the container behind
-// RangedItemStore. Finding a start, finding an index and inserting anywhere take logarithmic time,
-// whatever the order in which items arrive: a recording may list a million maps at random. Borrows
-// the items. One thread only.
+// Items by start, those that share theirs in the order that insertions gave them: the container
+// behind RangedItemStore. Finding a start, finding an index and inserting anywhere take logarithmic
+// time, whatever the order in which items arrive: a recording may list a million maps at random.
+// Borrows the items. One thread only.
 //
 // The items lie in blocks, which split when they are full. An entry holds its item's start, so that
 // a search does not touch the items: they must not move afterwards.
@@ -17,7 +17,7 @@
 class RangedItemSequence {
  public:
   using value_type = RangedItem*;
-  // A place: of an item, or behind the last one. Insertions move it.
+  // Any insertion makes it worthless.
   class const_iterator;
 
   std::size_t size() const { return size_; }
@@ -31,12 +31,12 @@ class RangedItemSequence {
   const_iterator end() const;
   const_iterator last() const;  // end() of an empty sequence
   const_iterator nth(std::size_t index) const;
-  std::size_t indexOf(const const_iterator& place) const;
+  std::size_t indexOf(const const_iterator& item) const;
 
   // The last item whose start is not above `address`; end() if there is none.
   const_iterator floor(uint64_t address) const;
 
-  // Inserts before the place. The start is the item's, or one that keeps the order.
+  // The start is the item's, or one that keeps the order.
   void insert(const const_iterator& before, uint64_t start, RangedItem* item);
   void append(uint64_t start, RangedItem* item);
 

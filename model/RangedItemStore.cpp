@@ -47,7 +47,7 @@ RangedItem* RangedItemStore::addRangedItem(RangedItem* item) {
   const uint64_t lastStart = items_.empty() ? 0 : items_.lastStart();
   const uint64_t start = item == nullptr ? lastStart : item->start;
   const bool isLast = start >= lastStart;
-  const Place floor = isLast ? items_.last() : items_.floor(start);
+  const Iterator floor = isLast ? items_.last() : items_.floor(start);
   const bool hasFloor = floor != items_.end();
   const bool isShared = hasFloor && floor.start() == start;
   if (isShared) {
@@ -61,14 +61,14 @@ RangedItem* RangedItemStore::addRangedItem(RangedItem* item) {
   } else if (!hasFloor) {
     items_.insert(items_.begin(), start, item);
   } else {
-    Place place = _probed(start, floor);
-    items_.insert(++place, start, item);
+    Iterator at = _probed(start, floor);
+    items_.insert(++at, start, item);
   }
   return item;
 }
 
 RangedItem* RangedItemStore::findRangedItem(unsigned long long address) const {
-  const Place floor = items_.floor(address);
+  const Iterator floor = items_.floor(address);
   if (floor == items_.end()) {
     return nullptr;
   }
@@ -77,18 +77,18 @@ RangedItem* RangedItemStore::findRangedItem(unsigned long long address) const {
 }
 
 int RangedItemStore::_findRangedItemIndex(unsigned long long address) const {
-  const Place floor = items_.floor(address);
+  const Iterator floor = items_.floor(address);
   return floor == items_.end() ? -1 : static_cast<int>(items_.indexOf(_probed(address, floor)));
 }
 
 // Only among equal starts does it matter how the floor is searched for.
-RangedItemStore::Place RangedItemStore::_probed(unsigned long long address,
-                                                const Place& floor) const {
+RangedItemStore::Iterator RangedItemStore::_probed(unsigned long long address,
+                                                   const Iterator& floor) const {
   const uint64_t start = floor.start();
   if (!isSharedStart(start)) {
     return floor;
   }
-  const Place below = start == 0 ? items_.end() : items_.floor(start - 1);
+  const Iterator below = start == 0 ? items_.end() : items_.floor(start - 1);
   const std::size_t first = below == items_.end() ? 0 : items_.indexOf(below) + 1;
   const std::size_t last = items_.indexOf(floor);
   return items_.nth(_probe(items_.size(), first, last, start == address));

@@ -1,5 +1,6 @@
-// Address ranges in ascending order of their starts, with floor look-up. Equal starts and overlaps
-// are allowed and kept; items are only ever added. Addresses and sizes are bytes. One thread only.
+// Address ranges in ascending order of their starts. An address is looked up at the last range that
+// starts at or below it, its floor. Ranges may share their start and overlap; they are only ever
+// added. Addresses and sizes are bytes. One thread only.
 #pragma once
 
 #include <cstdint>
@@ -18,29 +19,29 @@ class RangedItemStore {
   virtual ~RangedItemStore();
 
   // Inserts `item` directly behind the one that _findRangedItemIndex() gives for its start, and
-  // returns it. Its start stays as it is from now on. In constant time when starts arrive in
-  // ascending order. A null item takes the last place and is never found.
+  // returns it. The start must not change any more. Takes constant time when starts arrive in
+  // ascending order. A null item goes behind all others and is never found.
   RangedItem* addRangedItem(RangedItem* item);
-  // The item that contains `address`, or null. Only the floor item is asked: where ranges overlap,
-  // an address past the end of the floor item is not found, also when an earlier, longer item holds
-  // it. Deliberately simple.
+  // The item that contains `address`, or null. Only the floor is asked: an address past its end is
+  // not found, even if an earlier, longer item holds it. Deliberately simple.
   RangedItem* findRangedItem(unsigned long long address) const;
-  // The index of an item with the greatest start not above `address`, or -1. Among equal starts,
-  // the one that the search's probes land on: documents depend on it.
+  // The index of the floor of `address`, or -1. Of several items with that start it is the one that
+  // a halving search over all items ends on: documents depend on it.
   int _findRangedItemIndex(unsigned long long address) const;
 
   const RangedItemSequence& items() const { return items_; }
 
-  // Changes with every item that begins where another does, or inside it. As long as it stays, an
-  // item that findRangedItem() found is found again, unless it shares its start: which of several
-  // is found changes with every item that is added.
+  // For whoever keeps what findRangedItem() found. As long as this number stays, an item that was
+  // found for an address is found for it again: it changes with every item that begins inside
+  // another, or where another does. Items that share their start must not be kept at all: which of
+  // them is found can change with any item that is added.
   uint32_t generation() const { return generation_; }
   bool isSharedStart(uint64_t start) const { return sharedStarts_.count(start) != 0; }
 
  private:
-  using Place = RangedItemSequence::const_iterator;
+  using Iterator = RangedItemSequence::const_iterator;
 
-  Place _probed(unsigned long long address, const Place& floor) const;
+  Iterator _probed(unsigned long long address, const Iterator& floor) const;
 
   RangedItemSequence items_;
   bool ownsItems_;

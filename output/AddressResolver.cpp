@@ -16,7 +16,7 @@ AddressResolver::AddressResolver(std::function<void()> beforeLoading)
 
 RangedItem* AddressResolver::resolve(ThreadInfo* thread, uint64_t address) {
   const uint32_t pid = thread->pid;
-  Answer& known = _placeOf(pid, address);
+  Answer& known = _slotOf(pid, address);
   const uint32_t generation = maps_->generation(pid);
   if (known.address == address && known.pid == pid && known.generation == generation &&
       known.map != nullptr) {
@@ -42,7 +42,7 @@ RangedItem* AddressResolver::resolve(ThreadInfo* thread, uint64_t address) {
 }
 
 // Multiplicative hashing: the product's high bits depend on all bits of address and pid.
-AddressResolver::Answer& AddressResolver::_placeOf(uint32_t pid, uint64_t address) {
+AddressResolver::Answer& AddressResolver::_slotOf(uint32_t pid, uint64_t address) {
   const uint64_t product = (address + (uint64_t{pid} << 40)) * 0x9E3779B97F4A7C15U;
   return answers_[static_cast<std::size_t>(product >> (64 - ANSWER_BITS))];
 }

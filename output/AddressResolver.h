@@ -38,7 +38,7 @@ class AddressResolver {
 
   static constexpr std::size_t ANSWER_BITS = 13;  // 256 KiB in all: fits a second-level cache
 
-  Answer& _placeOf(uint32_t pid, uint64_t address);
+  Answer& _slotOf(uint32_t pid, uint64_t address);
   MMapInfo* _makeUpMap(ThreadInfo* thread, uint64_t address);
   static RangedItem* _use(const Answer& answer);
 

@@ -261,12 +261,12 @@ void PerfRecordFileReader::parseEvents(PerfEventDataListener& listener) {
   }
   const auto size = static_cast<int64_t>(header_.data.size);
   int64_t offset = 0;
-  records_.begin();
+  records_.takeStream();
   while (offset < size && _readRecord()) {
     _deliver(undecoded, listener);
     offset += records_.size();
   }
-  records_.end();
+  records_.returnStream();
   listener.onClose();
 }
 

@@ -14,7 +14,7 @@ constexpr std::size_t BLOCK_SIZE = 128 * 1024;
 
 }  // namespace
 
-void RecordStream::begin() {
+void RecordStream::takeStream() {
   _keepHeader();
   buffer_.size(BLOCK_SIZE + abi::LARGEST_EVENT_SIZE);
   readError_ = 0;
@@ -81,7 +81,7 @@ RecordStream::Outcome RecordStream::_nextAcrossBlocks() {
   return Outcome::Record;
 }
 
-void RecordStream::end() {
+void RecordStream::returnStream() {
   if (isCutOff_) {
     return;
   }

@@ -25,10 +25,10 @@ class RecordStream {
   // Borrows the stream.
   explicit RecordStream(std::istream& stream) : stream_(stream) {}
 
-  // Begins at the stream's position. Until end(), the stream belongs to this object.
-  void begin();
-  // Steps to the next record. Past the end of the stream the bytes of the header before still
-  // stand, as far as nothing is read over them, and they decide between the two failures.
+  // Begins at the stream's position. Until returnStream(), the stream belongs to this object.
+  void takeStream();
+  // Steps to the next record. A header that the stream does not have whole is completed from the
+  // one before, and that decides between the two failures.
   Outcome next() {
     const std::size_t left = filledTo_ - nextAt_;
     if (left >= abi::EVENT_HEADER_SIZE) {
@@ -43,7 +43,7 @@ class RecordStream {
   }
   // Leaves the stream as if the records had been read from it one by one: behind the last one, or
   // failed when it is cut off.
-  void end();
+  void returnStream();
 
   // The last record, its header included, and its size in bytes. At least LARGEST_EVENT_SIZE bytes
   // are there to be read from the record's start on, and they stay until the next step.

@@ -1,9 +1,10 @@
 #include "tests/app/ExpectedDocument.h"
 
+#include "tests/support/TableTexts.h"
+
 namespace {
 
 constexpr std::size_t LINE_LIMIT = 24576;
-const char* const DB_KEY = "db key for this process element used in other structs as a reference";
 
 }  // namespace
 
@@ -82,53 +83,10 @@ void ExpectedDocument::_startValue() {
   labelled_ = false;
 }
 
-ExpectedDocument& ExpectedDocument::openTable(std::string_view name,
-                                              const std::vector<std::string>& descriptions) {
+ExpectedDocument& ExpectedDocument::openTable(const std::string& name) {
   label(name).open('{').label("descriptions").open('{');
-  for (std::size_t i = 0; i + 1 < descriptions.size(); i += 2) {
-    label(descriptions[i]).quoted(descriptions[i + 1]);
+  for (const auto& [column, description] : columnsOf(name)) {
+    label(column).quoted(description);
   }
   return close('}').label("data").open('[');
-}
-
-ExpectedDocument& ExpectedDocument::openSamples() {
-  return openTable("samples", {"key", "key or reference for this sample",     //
-                               "ip", "Location of sample, program counter",   //
-                               "mapkey", "reference to map entry",            //
-                               "time", "time stamp of the sample",            //
-                               "cpu", "which core the sample was taken on",   //
-                               "pidkey", "reference to the process element",  //
-                               "tid", "tid for this sample",                  //
-                               "bt.ip", "backtrace program counter",          //
-                               "bt.mapkey", "backtrace map key"});
-}
-
-ExpectedDocument& ExpectedDocument::openLibraries() {
-  return openTable("libraries", {"key", DB_KEY,                                       //
-                                 "pidkey", "key or reference to the process",         //
-                                 "name", "name of the library or function",           //
-                                 "startAddress", "start address of this memory map",  //
-                                 "sectionSize", "length of the memory map"});
-}
-
-ExpectedDocument& ExpectedDocument::openFunctions() {
-  return openTable("functions", {"key", "key for this symbol",                               //
-                                 "name", "name of this symbol",                              //
-                                 "startAddress", "Base address of this function or symbol",  //
-                                 "sectionSize", "Size of this function or symbol",           //
-                                 "maps", "array of maps for this sample"});
-}
-
-ExpectedDocument& ExpectedDocument::openProcesses() {
-  return openTable("processes", {"key", DB_KEY,                                      //
-                                 "pid", "The process id associated with this name",  //
-                                 "tid", "The thread id",                             //
-                                 "name", "Name of the process with the pid and tid"});
-}
-
-ExpectedDocument& ExpectedDocument::openFiles() {
-  return openTable("files", {"key", "key for this symbol",                    //
-                             "name", "name of this symbol",                   //
-                             "symbols.ref", "ref to symbol using this file",  //
-                             "symbols.linenum", "ref to line number"});
 }

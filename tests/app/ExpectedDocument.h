@@ -20,15 +20,9 @@ class ExpectedDocument {
   // A quoted text of which the writer counts `counted` bytes.
   ExpectedDocument& quoted(std::string_view escaped, std::size_t counted);
   ExpectedDocument& quoted(std::string_view text) { return quoted(text, text.size() + 2); }
-  // "name":{"descriptions":{...},"data":[ with pairs of column and description.
-  ExpectedDocument& openTable(std::string_view name, const std::vector<std::string>& descriptions);
+  // "name":{"descriptions":{...},"data":[
+  ExpectedDocument& openTable(const std::string& name);
   ExpectedDocument& closeTable() { return close(']').close('}'); }
-  // The five tables' openings, with their descriptions.
-  ExpectedDocument& openSamples();
-  ExpectedDocument& openLibraries();
-  ExpectedDocument& openFunctions();
-  ExpectedDocument& openProcesses();
-  ExpectedDocument& openFiles();
 
   const std::string& text() const { return text_; }
   // Forced line feeds so far that followed exactly 24576 counted bytes.

@@ -41,18 +41,18 @@ PerfFileBuilder longRecording(unsigned rows, First first) {
 
 ExpectedDocument longDocument(unsigned rows, First first, bool indented) {
   ExpectedDocument document(indented);
-  document.open('{').openSamples();
+  document.open('{').openTable("samples");
   for (unsigned i = 0; i < rows; ++i) {
     document.open('[').value(i + 1).value(i == 0 ? first.ip : 1000 + i).value(3);
     document.value(seconds(i)).value(0ULL).value(10).value(10).open('[').open('[');
     document.value(i == 0 ? first.caller : 2000 + i).value(3);
     document.close(']').close(']').close(']');
   }
-  document.closeTable().openLibraries();
+  document.closeTable().openTable("libraries");
   document.open('[').value(3).value(10).quoted("/nowhere/wide").value(0ULL).value(WIDE_MAP);
-  document.close(']').closeTable().openFunctions().closeTable().openProcesses();
+  document.close(']').closeTable().openTable("functions").closeTable().openTable("processes");
   document.open('[').value(10).value(10).value(10).quoted("app").close(']').closeTable();
-  document.openFiles().closeTable().close('}');
+  document.openTable("files").closeTable().close('}');
   return document;
 }
 
@@ -102,7 +102,7 @@ TEST(GoldenLayoutTest, EscapedNamesCountLessThanTheirBytes) {
   PerfFileBuilder recording = recordingOf(IP_TID_TIME_CPU);
   recording.comm(10, 10, "app");
   ExpectedDocument document(false);
-  document.open('{').openSamples();
+  document.open('{').openTable("samples");
   for (unsigned i = 0; i < MAPS; ++i) {
     const uint64_t start = 0x10000 + 0x1000 * i;
     recording.mmap(10, 10, start, 0x1000, 0, "/a\"" + std::to_string(i) + "\"xy");
@@ -112,16 +112,16 @@ TEST(GoldenLayoutTest, EscapedNamesCountLessThanTheirBytes) {
   for (unsigned i = 0; i < MAPS; ++i) {
     recording.sample(at(SECOND + i * EIGHTH, 0x10000 + 0x1000 * i, 10, 10));
   }
-  document.closeTable().openLibraries();
+  document.closeTable().openTable("libraries");
   for (unsigned i = 0; i < MAPS; ++i) {
     // Counted: two quotes, one for each escape, and the "xy" behind the last of them.
     document.open('[').value(3 + i).value(10);
     document.quoted("/a\\\"" + std::to_string(i) + "\\\"xy", 2 + 2 + 2);
     document.value(0x10000 + 0x1000 * i).value(0x1000).close(']');
   }
-  document.closeTable().openFunctions().closeTable().openProcesses();
+  document.closeTable().openTable("functions").closeTable().openTable("processes");
   document.open('[').value(10).value(10).value(10).quoted("app").close(']').closeTable();
-  document.openFiles().closeTable().close('}');
+  document.openTable("files").closeTable().close('}');
 
   const ConversionResult result = Conversion(recording).run();
   EXPECT_EQ(result.status, 0);

@@ -126,7 +126,7 @@ TEST(GoldenTest, MaxBackTraceZeroWritesNoneAndResolvesNone) {
   expectGolden("no-back-trace", conversion);
 }
 
-TEST(GoldenTest, FakeMaps) {
+TEST(GoldenTest, MadeUpMaps) {
   PerfFileBuilder recording = appRecording();
   recording.comm(10, 12, "worker");
   recording.sample(at(0 * EIGHTH + SECOND, 0x12345, 10, 10));
@@ -139,7 +139,7 @@ TEST(GoldenTest, FakeMaps) {
   recording.sample(at(5 * EIGHTH + SECOND, 0x9000, 10, 10));
   recording.sample(at(6 * EIGHTH + SECOND, 0x9000, 10, 10));
   recording.sample(at(7 * EIGHTH + SECOND, 0x100, 10, 10));
-  expectGolden("fake-maps", Conversion(recording));
+  expectGolden("made-up-maps", Conversion(recording));
 }
 
 TEST(GoldenTest, InterruptPages) {

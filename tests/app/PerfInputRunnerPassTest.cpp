@@ -18,6 +18,7 @@
 #include "tests/app/Recordings.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/StreamCapture.h"
+#include "tests/support/TableTexts.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -28,13 +29,6 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
-
-const char* const SAMPLES =
-    "\"samples\":{\"descriptions\":{\"key\":\"key or reference for this sample\","
-    "\"ip\":\"Location of sample, program counter\",\"mapkey\":\"reference to map entry\","
-    "\"time\":\"time stamp of the sample\",\"cpu\":\"which core the sample was taken on\","
-    "\"pidkey\":\"reference to the process element\",\"tid\":\"tid for this sample\","
-    "\"bt.ip\":\"backtrace program counter\",\"bt.mapkey\":\"backtrace map key\"},\"data\":[";
 
 // One recording, one stream and one writer for the passes of a test.
 class PerfInputRunnerPassTest : public testing::Test {
@@ -71,7 +65,7 @@ class PerfInputRunnerPassTest : public testing::Test {
   LogCapture log_;
 };
 
-std::string document(const std::string& rows) { return std::string("{") + SAMPLES + rows + "]}}"; }
+std::string document(const std::string& rows) { return tableText("samples", rows); }
 
 }  // namespace
 

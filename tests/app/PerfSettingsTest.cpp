@@ -12,54 +12,54 @@ TEST(PerfSettingsTest, DefaultsOfSymbolResolution) {
   const PerfSettings settings;
   EXPECT_TRUE(settings.onTargetMode);
   EXPECT_FALSE(settings.freezeSymbolCache);
-  EXPECT_EQ("/", settings.symbolFileSeachPath);
-  EXPECT_EQ("./symbols", settings.symbolCacheDir);
-  EXPECT_EQ("/usr/bin/nm -nCgl --format=bsd", settings.symbolListCommand);
-  EXPECT_EQ("/proc/kallsyms", settings.kernelSymbolFile);
+  EXPECT_EQ(settings.symbolFileSeachPath, "/");
+  EXPECT_EQ(settings.symbolCacheDir, "./symbols");
+  EXPECT_EQ(settings.symbolListCommand, "/usr/bin/nm -nCgl --format=bsd");
+  EXPECT_EQ(settings.kernelSymbolFile, "/proc/kallsyms");
 }
 
 TEST(PerfSettingsTest, DefaultsOfTheOutput) {
   const PerfSettings settings;
-  EXPECT_EQ(16u, settings.maxBackTrace);
-  EXPECT_EQ(6u, settings.timePrecision);
-  EXPECT_EQ("*BlankName*", settings.blankName);
+  EXPECT_EQ(settings.maxBackTrace, 16u);
+  EXPECT_EQ(settings.timePrecision, 6u);
+  EXPECT_EQ(settings.blankName, "*BlankName*");
 }
 
 TEST(PerfSettingsTest, DefaultsOfTheInterruptVectors) {
   const PerfSettings settings;
-  EXPECT_EQ(0xFFFFFFFFFFFF0000u, settings.interruptStart64);
-  EXPECT_EQ(0xFFFFFFFFFFFFFFFFu, settings.interruptEnd64);
-  EXPECT_EQ(0xFFFF0000u, settings.interruptStart32);
-  EXPECT_EQ(0xFFFFFFFFu, settings.interruptEnd32);
+  EXPECT_EQ(settings.interruptStart64, 0xFFFFFFFFFFFF0000u);
+  EXPECT_EQ(settings.interruptEnd64, 0xFFFFFFFFFFFFFFFFu);
+  EXPECT_EQ(settings.interruptStart32, 0xFFFF0000u);
+  EXPECT_EQ(settings.interruptEnd32, 0xFFFFFFFFu);
 }
 
-TEST(PerfSettingsTest, DefaultsOfFakeMapsAndSharedLibraries) {
+TEST(PerfSettingsTest, DefaultsOfMadeUpMapsAndSharedLibraries) {
   const PerfSettings settings;
-  EXPECT_EQ(0xFFFFFFFFFFFF0000u, settings.fakePageMask);
-  EXPECT_EQ(0x10000u, settings.fakePageSize);
-  EXPECT_EQ(0x40000000u, settings.sharedLibraryBase);
+  EXPECT_EQ(settings.fakePageMask, 0xFFFFFFFFFFFF0000u);
+  EXPECT_EQ(settings.fakePageSize, 0x10000u);
+  EXPECT_EQ(settings.sharedLibraryBase, 0x40000000u);
 }
 
 TEST(PerfSettingsTest, DefaultsOfTheKernel) {
   const PerfSettings settings;
-  EXPECT_EQ(0xBF000000u, settings.kernelStartAddress);
-  EXPECT_EQ(0xCF000000u, settings.kernelEndAddress);
-  EXPECT_EQ("kernel", settings.kernelProcessName);
-  EXPECT_EQ("kernel", settings.kernelMapName);
-  EXPECT_EQ(0u, settings.kernelPid);
+  EXPECT_EQ(settings.kernelStartAddress, 0xBF000000u);
+  EXPECT_EQ(settings.kernelEndAddress, 0xCF000000u);
+  EXPECT_EQ(settings.kernelProcessName, "kernel");
+  EXPECT_EQ(settings.kernelMapName, "kernel");
+  EXPECT_EQ(settings.kernelPid, 0u);
 }
 
 TEST(PerfSettingsTest, DefaultsOfTheStackItsNameHoldsTheRange) {
   const PerfSettings settings;
-  EXPECT_EQ(0xB0000000u, settings.stackStartAddress);
-  EXPECT_EQ(0xBEFFFFFFu, settings.stackEndAddress);
-  EXPECT_EQ("{stack:b0000000-beffffff}", settings.stackMapName);
+  EXPECT_EQ(settings.stackStartAddress, 0xB0000000u);
+  EXPECT_EQ(settings.stackEndAddress, 0xBEFFFFFFu);
+  EXPECT_EQ(settings.stackMapName, "{stack:b0000000-beffffff}");
 }
 
 TEST(PerfSettingsTest, DefaultsOfTheInitProcess) {
   const PerfSettings settings;
-  EXPECT_EQ(1u, settings.initPid);
-  EXPECT_EQ("*init*", settings.initProcessName);
+  EXPECT_EQ(settings.initPid, 1u);
+  EXPECT_EQ(settings.initProcessName, "*init*");
 }
 
 TEST(PerfSettingsTest, AddressesHave64BitsAndCounts32) {
@@ -76,11 +76,11 @@ TEST(PerfSettingsTest, AddressesHave64BitsAndCounts32) {
 TEST(PerfSettingsTest, SingleInstanceKeepsWhatIsWrittenIntoIt) {
   kestrel::TestAccess::reset<PerfSettings>();
   PerfSettings* const settings = kestrel::Singleton<PerfSettings>::Instance();
-  EXPECT_EQ(16u, settings->maxBackTrace);
+  EXPECT_EQ(settings->maxBackTrace, 16u);
   settings->maxBackTrace = 3;
   EXPECT_EQ(settings, kestrel::Singleton<PerfSettings>::Instance());
-  EXPECT_EQ(3u, kestrel::Singleton<PerfSettings>::Instance()->maxBackTrace);
-  EXPECT_EQ(16u, PerfSettings().maxBackTrace);
+  EXPECT_EQ(kestrel::Singleton<PerfSettings>::Instance()->maxBackTrace, 3u);
+  EXPECT_EQ(PerfSettings().maxBackTrace, 16u);
 }
 
 }  // namespace

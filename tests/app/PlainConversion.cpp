@@ -85,7 +85,7 @@ void PlainConversion::convert(const std::vector<Event>& events) {
       _addMap(*map);
     }
   }
-  document_.open('{').openSamples();
+  document_.open('{').openTable("samples");
   for (const Event& event : events) {
     if (const auto* sample = std::get_if<SampleFields>(&event)) {
       _writeSample(*sample);
@@ -131,31 +131,31 @@ PlainMap* PlainConversion::mapAt(uint32_t pid, uint64_t address) {
   return store == maps_.end() ? nullptr : store->second.find(address);
 }
 
-PlainMap& PlainConversion::_fakeAt(uint32_t pid, uint64_t address, const std::string& process) {
+PlainMap& PlainConversion::_madeUpAt(uint32_t pid, uint64_t address, const std::string& process) {
   if (PlainMap* const known = mapAt(pid, address)) {
     return *known;
   }
-  ++tally_.fakes;
-  auto fake = std::make_unique<PlainMap>();
+  ++tally_.madeUp;
+  auto madeUp = std::make_unique<PlainMap>();
   ++nextKey_;
-  fake->key = nextKey_++;
-  fake->name = "{" + (process.empty() ? std::to_string(pid) : process);
+  madeUp->key = nextKey_++;
+  madeUp->name = "{" + (process.empty() ? std::to_string(pid) : process);
   if (address >= INTERRUPT_START_64) {
-    fake->start = INTERRUPT_START_64;
-    fake->size = NO_IP - INTERRUPT_START_64;
-    fake->name += "-interrupt}";
+    madeUp->start = INTERRUPT_START_64;
+    madeUp->size = NO_IP - INTERRUPT_START_64;
+    madeUp->name += "-interrupt}";
   } else if (INTERRUPT_START_32 <= address && address <= INTERRUPT_END_32) {
-    fake->start = INTERRUPT_START_32;
-    fake->size = INTERRUPT_END_32 - INTERRUPT_START_32;
-    fake->name += "-interrupt}";
+    madeUp->start = INTERRUPT_START_32;
+    madeUp->size = INTERRUPT_END_32 - INTERRUPT_START_32;
+    madeUp->name += "-interrupt}";
   } else {
-    fake->start = address & PAGE_MASK;
-    fake->size = PAGE_SIZE;
+    madeUp->start = address & PAGE_MASK;
+    madeUp->size = PAGE_SIZE;
     char start[32];
-    std::snprintf(start, sizeof(start), "-%" PRIx64 "}", fake->start);
-    fake->name += start;
+    std::snprintf(start, sizeof(start), "-%" PRIx64 "}", madeUp->start);
+    madeUp->name += start;
   }
-  return maps_[pid].add(std::move(fake));
+  return maps_[pid].add(std::move(madeUp));
 }
 
 PlainItem& PlainConversion::_resolve(PlainThread& thread, uint64_t address) {
@@ -177,9 +177,9 @@ PlainItem& PlainConversion::_resolve(PlainThread& thread, uint64_t address) {
     owner = &process;
   }
   tally_.foreignOwners += owner->pid != thread.pid ? 1U : 0U;
-  PlainMap& fake = _fakeAt(owner->pid, address, owner->name);
-  ++fake.uses;
-  return fake;
+  PlainMap& madeUp = _madeUpAt(owner->pid, address, owner->name);
+  ++madeUp.uses;
+  return madeUp;
 }
 
 // Which answers would be others by now, and which are one of several with their start.

@@ -29,10 +29,10 @@ struct PlainSettings {
 // What the conversion came across, to tell whether it was as wild as it should be.
 struct PlainTally {
   unsigned samples = 0;
-  unsigned fakes = 0;
+  unsigned madeUp = 0;
   unsigned functionUses = 0;
   unsigned sharedStarts = 0;   // maps that begin where the map before begins
-  unsigned foreignOwners = 0;  // fakes that another process than the thread's got
+  unsigned foreignOwners = 0;  // made-up maps that another process than the thread's got
   unsigned shadowedLater = 0;  // addresses whose map is another one at the end
   // Which of a row's values forced line feeds stood before: 0 the row itself, 1 to 7 its numbers, 8
   // the back trace, 9 to 11 an entry of it and its numbers.
@@ -61,7 +61,7 @@ class PlainConversion {
   PlainThread& _threadOf(uint32_t pid, uint32_t tid);
   void _addComm(const CommEvent& comm);
   void _addMap(const MapEvent& record);
-  PlainMap& _fakeAt(uint32_t pid, uint64_t address, const std::string& process);
+  PlainMap& _madeUpAt(uint32_t pid, uint64_t address, const std::string& process);
   PlainItem& _resolve(PlainThread& thread, uint64_t address);
   void _lookBack();
   PlainTable& _tableOf(PlainMap& map);

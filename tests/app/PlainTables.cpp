@@ -46,7 +46,7 @@ void PlainConversion::_writeText(const std::string& text) {
 }
 
 void PlainConversion::_writeLibraries() {
-  document_.openLibraries();
+  document_.openTable("libraries");
   for (const PlainMap* const fixed : {&kernelMap_, &stackMap_}) {
     if (fixed->uses > 0) {
       _writeLibrary(0, *fixed);
@@ -70,7 +70,7 @@ void PlainConversion::_writeLibrary(uint32_t pid, const PlainMap& map) {
 }
 
 void PlainConversion::_writeFunctions() {
-  document_.openFunctions();
+  document_.openTable("functions");
   for (const auto& [located, table] : tables_) {
     for (const auto& function : table.functions.items) {
       if (function->uses == 0) {
@@ -91,7 +91,7 @@ void PlainConversion::_writeFunctions() {
 }
 
 void PlainConversion::_writeProcesses() {
-  document_.openProcesses();
+  document_.openTable("processes");
   for (const auto& [tid, thread] : threads_) {
     if (thread.uses > 0) {
       document_.open('[').value(tid).value(thread.pid).value(tid);
@@ -103,7 +103,7 @@ void PlainConversion::_writeProcesses() {
 }
 
 void PlainConversion::_writeFiles() {
-  document_.openFiles();
+  document_.openTable("files");
   unsigned row = 0;
   for (const auto& [file, functions] : sources_) {
     bool isUsed = false;

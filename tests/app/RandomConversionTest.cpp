@@ -183,7 +183,7 @@ class RandomConversionTest : public testing::TestWithParam<RandomCase> {
   static void expectWildness(const PlainConversion& plain) {
     const PlainTally& tally = plain.tally();
     EXPECT_GT(tally.samples, 100U);
-    EXPECT_GT(tally.fakes, 100U);
+    EXPECT_GT(tally.madeUp, 100U);
     EXPECT_GT(tally.sharedStarts, 50U);
     EXPECT_GT(tally.functionUses, 10U);
     EXPECT_GT(tally.shadowedLater, 10U);

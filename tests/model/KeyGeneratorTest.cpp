@@ -8,19 +8,19 @@ namespace {
 
 const uint64_t COUNTER_AT_START = KeyGenerator::counter;
 
-TEST(KeyGeneratorTest, CounterStartsAtZero) { EXPECT_EQ(0u, COUNTER_AT_START); }
+TEST(KeyGeneratorTest, CounterStartsAtZero) { EXPECT_EQ(COUNTER_AT_START, 0u); }
 
 TEST(KeyGeneratorTest, NextGivesTheCounterAndThenRaisesIt) {
   KeyGenerator::counter = 41;
-  EXPECT_EQ(41u, KeyGenerator::next());
-  EXPECT_EQ(42u, KeyGenerator::counter);
-  EXPECT_EQ(42u, KeyGenerator::next());
+  EXPECT_EQ(KeyGenerator::next(), 41u);
+  EXPECT_EQ(KeyGenerator::counter, 42u);
+  EXPECT_EQ(KeyGenerator::next(), 42u);
 }
 
 TEST(KeyGeneratorTest, KeysAre64BitsWide) {
   KeyGenerator::counter = 0xFFFFFFFF;
-  EXPECT_EQ(0xFFFFFFFFu, KeyGenerator::next());
-  EXPECT_EQ(0x100000000u, KeyGenerator::next());
+  EXPECT_EQ(KeyGenerator::next(), 0xFFFFFFFFu);
+  EXPECT_EQ(KeyGenerator::next(), 0x100000000u);
 }
 
 TEST(KeyGeneratorTest, EveryConstructionOfAnItemDrawsAKeyAlsoThatOfATemporary) {
@@ -28,17 +28,17 @@ TEST(KeyGeneratorTest, EveryConstructionOfAnItemDrawsAKeyAlsoThatOfATemporary) {
   const RangedItem first;
   { const RangedItem temporary; }
   const RangedItem second;
-  EXPECT_EQ(7u, first.key);
-  EXPECT_EQ(9u, second.key);
-  EXPECT_EQ(10u, KeyGenerator::counter);
+  EXPECT_EQ(first.key, 7u);
+  EXPECT_EQ(second.key, 9u);
+  EXPECT_EQ(KeyGenerator::counter, 10u);
 }
 
 TEST(KeyGeneratorTest, MapsDrawFromTheSameCounter) {
   KeyGenerator::counter = 7;
   const RangedItem item;
   const MMapInfo map;
-  EXPECT_EQ(7u, item.key);
-  EXPECT_EQ(8u, map.key);
+  EXPECT_EQ(item.key, 7u);
+  EXPECT_EQ(map.key, 8u);
 }
 
 }  // namespace

@@ -31,37 +31,37 @@ class MMapInfoTest : public testing::Test {
 };
 
 TEST_F(MMapInfoTest, FreshMapIsEmpty) {
-  EXPECT_EQ(0u, info.pgoff);
-  EXPECT_EQ(0u, info.loadBias);
-  EXPECT_EQ(0u, info.refCount);
-  EXPECT_EQ("", info.name);
-  EXPECT_EQ(nullptr, info.symbolTable);
+  EXPECT_EQ(info.pgoff, 0u);
+  EXPECT_EQ(info.loadBias, 0u);
+  EXPECT_EQ(info.refCount, 0u);
+  EXPECT_EQ(info.name, "");
+  EXPECT_EQ(info.symbolTable, nullptr);
 }
 
 TEST_F(MMapInfoTest, CopyOfARecordTakesRangeOffsetAndName) {
   info.copy(mmapRecord(5, 6, 0x123456789A000, 0x23000, 0x4000, "/usr/lib/libx.so.1"));
-  EXPECT_EQ(0x123456789A000u, info.start);
-  EXPECT_EQ(0x23000u, info.size);
-  EXPECT_EQ(0x4000u, info.pgoff);
-  EXPECT_EQ("/usr/lib/libx.so.1", info.name);
-  EXPECT_EQ(0x1234567896000u, info.loadBias);
+  EXPECT_EQ(info.start, 0x123456789A000u);
+  EXPECT_EQ(info.size, 0x23000u);
+  EXPECT_EQ(info.pgoff, 0x4000u);
+  EXPECT_EQ(info.name, "/usr/lib/libx.so.1");
+  EXPECT_EQ(info.loadBias, 0x1234567896000u);
 }
 
 TEST_F(MMapInfoTest, SharedLibraryGetsALoadBiasAndAProgramNone) {
-  EXPECT_EQ(0x400FF000u, biasAt(0x40100000));
-  EXPECT_EQ(0u, biasAt(0x8000));
+  EXPECT_EQ(biasAt(0x40100000), 0x400FF000u);
+  EXPECT_EQ(biasAt(0x8000), 0u);
 }
 
 TEST_F(MMapInfoTest, LoadBiasBeginsAtTheSharedLibraryBase) {
-  EXPECT_EQ(0u, biasAt(0x3FFFFFFF));
-  EXPECT_EQ(0x3FFFF000u, biasAt(0x40000000));
+  EXPECT_EQ(biasAt(0x3FFFFFFF), 0u);
+  EXPECT_EQ(biasAt(0x40000000), 0x3FFFF000u);
 }
 
 TEST_F(MMapInfoTest, MapsInsideTheKernelRangeGetNoLoadBias) {
-  EXPECT_EQ(0xBEFFEFFFu, biasAt(0xBEFFFFFF));
-  EXPECT_EQ(0u, biasAt(0xBF000000));
-  EXPECT_EQ(0u, biasAt(0xCF000000));
-  EXPECT_EQ(0xCEFFF001u, biasAt(0xCF000001));
+  EXPECT_EQ(biasAt(0xBEFFFFFF), 0xBEFFEFFFu);
+  EXPECT_EQ(biasAt(0xBF000000), 0u);
+  EXPECT_EQ(biasAt(0xCF000000), 0u);
+  EXPECT_EQ(biasAt(0xCF000001), 0xCEFFF001u);
 }
 
 TEST_F(MMapInfoTest, RangesOfTheLoadBiasComeFromTheSettings) {
@@ -69,35 +69,35 @@ TEST_F(MMapInfoTest, RangesOfTheLoadBiasComeFromTheSettings) {
   settings->sharedLibraryBase = 0x10000;
   settings->kernelStartAddress = 0x30000;
   settings->kernelEndAddress = 0x40000;
-  EXPECT_EQ(0u, biasAt(0xFFFF));
-  EXPECT_EQ(0xF000u, biasAt(0x10000));
-  EXPECT_EQ(0x2EFFFu, biasAt(0x2FFFF));
-  EXPECT_EQ(0u, biasAt(0x30000));
-  EXPECT_EQ(0u, biasAt(0x40000));
-  EXPECT_EQ(0x3F001u, biasAt(0x40001));
+  EXPECT_EQ(biasAt(0xFFFF), 0u);
+  EXPECT_EQ(biasAt(0x10000), 0xF000u);
+  EXPECT_EQ(biasAt(0x2FFFF), 0x2EFFFu);
+  EXPECT_EQ(biasAt(0x30000), 0u);
+  EXPECT_EQ(biasAt(0x40000), 0u);
+  EXPECT_EQ(biasAt(0x40001), 0x3F001u);
 }
 
 TEST_F(MMapInfoTest, LoadBiasOfAnOffsetBeyondTheStartWrapsAround) {
-  EXPECT_EQ(0xFFFFFFFFC0000000u, biasAt(0x40000000, 0x80000000));
+  EXPECT_EQ(biasAt(0x40000000, 0x80000000), 0xFFFFFFFFC0000000u);
 }
 
 TEST_F(MMapInfoTest, CopyOfARecordDropsTheOldBiasAndTheSymbolTable) {
   info.loadBias = 0x77;
   info.symbolTable = &table;
   info.copy(mmapRecord(5, 5, 0x8000, 0x2000, 0x1000, "/bin/app"));
-  EXPECT_EQ(0u, info.loadBias);
-  EXPECT_EQ(nullptr, info.symbolTable);
+  EXPECT_EQ(info.loadBias, 0u);
+  EXPECT_EQ(info.symbolTable, nullptr);
 }
 
 TEST_F(MMapInfoTest, DeletedSuffixIsCutOffTheFileName) {
-  EXPECT_EQ("/lib/x.so", nameFrom("/lib/x.so (deleted)"));
-  EXPECT_EQ("/lib/x.so", nameFrom("/lib/x.so (deleted) and (deleted)"));
-  EXPECT_EQ("", nameFrom(" (deleted)"));
-  EXPECT_EQ("/lib/x.so(deleted)", nameFrom("/lib/x.so(deleted)"));
+  EXPECT_EQ(nameFrom("/lib/x.so (deleted)"), "/lib/x.so");
+  EXPECT_EQ(nameFrom("/lib/x.so (deleted) and (deleted)"), "/lib/x.so");
+  EXPECT_EQ(nameFrom(" (deleted)"), "");
+  EXPECT_EQ(nameFrom("/lib/x.so(deleted)"), "/lib/x.so(deleted)");
 }
 
 TEST_F(MMapInfoTest, FileNameKeepsEveryByte) {
-  EXPECT_EQ("/t\xC3\xA4\t\x01", nameFrom("/t\xC3\xA4\t\x01"));
+  EXPECT_EQ(nameFrom("/t\xC3\xA4\t\x01"), "/t\xC3\xA4\t\x01");
 }
 
 TEST_F(MMapInfoTest, CopyOfAMapTakesAllButKeyUseCountAndSymbolTable) {
@@ -114,14 +114,14 @@ TEST_F(MMapInfoTest, CopyOfAMapTakesAllButKeyUseCountAndSymbolTable) {
   info.refCount = 9;
   info.symbolTable = &table;
   info.copy(other);
-  EXPECT_EQ(1u, info.start);
-  EXPECT_EQ(2u, info.size);
-  EXPECT_EQ(3u, info.pgoff);
-  EXPECT_EQ(4u, info.loadBias);
-  EXPECT_EQ("/x (deleted)", info.name);  // cut for records only
-  EXPECT_EQ(9u, info.refCount);
+  EXPECT_EQ(info.start, 1u);
+  EXPECT_EQ(info.size, 2u);
+  EXPECT_EQ(info.pgoff, 3u);
+  EXPECT_EQ(info.loadBias, 4u);
+  EXPECT_EQ(info.name, "/x (deleted)");  // cut for records only
+  EXPECT_EQ(info.refCount, 9u);
   EXPECT_EQ(key, info.key);
-  EXPECT_EQ(nullptr, info.symbolTable);
+  EXPECT_EQ(info.symbolTable, nullptr);
   EXPECT_EQ(&table, other.symbolTable);
 }
 
@@ -130,7 +130,7 @@ TEST_F(MMapInfoTest, CopyOfARecordKeepsKeyAndUseCount) {
   info.refCount = 9;
   info.copy(mmapRecord(5, 5, 0x8000, 0x2000, 0, "/bin/app"));
   EXPECT_EQ(key, info.key);
-  EXPECT_EQ(9u, info.refCount);
+  EXPECT_EQ(info.refCount, 9u);
 }
 
 }  // namespace

@@ -48,55 +48,55 @@ class RangedItemStoreTest : public testing::Test {
 };
 
 TEST_F(RangedItemStoreTest, LookupInAnEmptyStoreYieldsNull) {
-  EXPECT_EQ(nullptr, store.findRangedItem(0));
-  EXPECT_EQ(nullptr, store.findRangedItem(0x1000));
-  EXPECT_EQ(nullptr, store.findRangedItem(ALL_ONES));
-  EXPECT_EQ(-1, indexOf(0x1000));
+  EXPECT_EQ(store.findRangedItem(0), nullptr);
+  EXPECT_EQ(store.findRangedItem(0x1000), nullptr);
+  EXPECT_EQ(store.findRangedItem(ALL_ONES), nullptr);
+  EXPECT_EQ(indexOf(0x1000), -1);
 }
 
 TEST_F(RangedItemStoreTest, LookupBelowTheFirstStartYieldsNull) {
   RangedItem* const first = add(0x1000, 0x100);
-  EXPECT_EQ(nullptr, store.findRangedItem(0xFFF));
-  EXPECT_EQ(-1, indexOf(0xFFF));
+  EXPECT_EQ(store.findRangedItem(0xFFF), nullptr);
+  EXPECT_EQ(indexOf(0xFFF), -1);
   EXPECT_EQ(first, store.findRangedItem(0x1000));
-  EXPECT_EQ(0, indexOf(0x1000));
+  EXPECT_EQ(indexOf(0x1000), 0);
 }
 
 TEST_F(RangedItemStoreTest, LookupBelowTheFirstOfSeveralStartsYieldsNull) {
   addStarts({0x1000, 0x2000, 0x3000, 0x4000});
-  EXPECT_EQ(nullptr, store.findRangedItem(0xFFF));
-  EXPECT_EQ(-1, indexOf(0xFFF));
+  EXPECT_EQ(store.findRangedItem(0xFFF), nullptr);
+  EXPECT_EQ(indexOf(0xFFF), -1);
 }
 
 TEST_F(RangedItemStoreTest, BothEndsOfEachRangeBelongToIt) {
   RangedItem* const first = add(0x1000, 0x100);
   RangedItem* const second = add(0x2000, 0x10);
   EXPECT_EQ(first, store.findRangedItem(0x10FF));
-  EXPECT_EQ(nullptr, store.findRangedItem(0x1100));
-  EXPECT_EQ(nullptr, store.findRangedItem(0x1FFF));
+  EXPECT_EQ(store.findRangedItem(0x1100), nullptr);
+  EXPECT_EQ(store.findRangedItem(0x1FFF), nullptr);
   EXPECT_EQ(second, store.findRangedItem(0x2000));
   EXPECT_EQ(second, store.findRangedItem(0x200F));
-  EXPECT_EQ(nullptr, store.findRangedItem(0x2010));
+  EXPECT_EQ(store.findRangedItem(0x2010), nullptr);
 }
 
 TEST_F(RangedItemStoreTest, ItemOfSizeOneHoldsItsStartOnly) {
   RangedItem* const item = add(0x1000, 1);
   EXPECT_EQ(item, store.findRangedItem(0x1000));
-  EXPECT_EQ(nullptr, store.findRangedItem(0x1001));
+  EXPECT_EQ(store.findRangedItem(0x1001), nullptr);
 }
 
 TEST_F(RangedItemStoreTest, ItemOfSizeZeroIsNeverFound) {
   add(0x1000, 0);
-  EXPECT_EQ(nullptr, store.findRangedItem(0xFFF));
-  EXPECT_EQ(nullptr, store.findRangedItem(0x1000));
-  EXPECT_EQ(nullptr, store.findRangedItem(ALL_ONES));
+  EXPECT_EQ(store.findRangedItem(0xFFF), nullptr);
+  EXPECT_EQ(store.findRangedItem(0x1000), nullptr);
+  EXPECT_EQ(store.findRangedItem(ALL_ONES), nullptr);
 }
 
 TEST_F(RangedItemStoreTest, ItemOfSizeZeroAtStartZeroIsNeverFound) {
   add(0, 0);
-  EXPECT_EQ(nullptr, store.findRangedItem(0));
-  EXPECT_EQ(nullptr, store.findRangedItem(1));
-  EXPECT_EQ(nullptr, store.findRangedItem(ALL_ONES));
+  EXPECT_EQ(store.findRangedItem(0), nullptr);
+  EXPECT_EQ(store.findRangedItem(1), nullptr);
+  EXPECT_EQ(store.findRangedItem(ALL_ONES), nullptr);
 }
 
 TEST_F(RangedItemStoreTest, RangeThatEndsAtTheLastAddressHoldsIt) {
@@ -107,21 +107,21 @@ TEST_F(RangedItemStoreTest, RangeThatEndsAtTheLastAddressHoldsIt) {
 
 TEST_F(RangedItemStoreTest, RangeThatWrapsAroundHoldsNothing) {
   add(0xFFFFFFFFFFFFF000, 0x1001);
-  EXPECT_EQ(nullptr, store.findRangedItem(0xFFFFFFFFFFFFF000));
-  EXPECT_EQ(nullptr, store.findRangedItem(ALL_ONES));
-  EXPECT_EQ(nullptr, store.findRangedItem(0));
+  EXPECT_EQ(store.findRangedItem(0xFFFFFFFFFFFFF000), nullptr);
+  EXPECT_EQ(store.findRangedItem(ALL_ONES), nullptr);
+  EXPECT_EQ(store.findRangedItem(0), nullptr);
 }
 
 TEST_F(RangedItemStoreTest, LargestSizeAtStartZeroLeavesTheLastAddressOut) {
   RangedItem* const item = add(0, ALL_ONES);
   EXPECT_EQ(item, store.findRangedItem(ALL_ONES - 1));
-  EXPECT_EQ(nullptr, store.findRangedItem(ALL_ONES));
+  EXPECT_EQ(store.findRangedItem(ALL_ONES), nullptr);
 }
 
 TEST_F(RangedItemStoreTest, LargestSizeAtStartOneReachesTheLastAddress) {
   RangedItem* const item = add(1, ALL_ONES);
   EXPECT_EQ(item, store.findRangedItem(ALL_ONES));
-  EXPECT_EQ(nullptr, store.findRangedItem(0));
+  EXPECT_EQ(store.findRangedItem(0), nullptr);
 }
 
 TEST_F(RangedItemStoreTest, AddReturnsTheItemWhetherAppendedOrInserted) {
@@ -150,88 +150,88 @@ TEST_F(RangedItemStoreTest, AddressPastTheFloorItemIsNotFoundInAnEarlierLongerIt
   RangedItem* const inner = add(0x1100, 0x10);
   EXPECT_EQ(outer, store.findRangedItem(0x10FF));
   EXPECT_EQ(inner, store.findRangedItem(0x110F));
-  EXPECT_EQ(nullptr, store.findRangedItem(0x1110));
-  EXPECT_EQ(nullptr, store.findRangedItem(0x1FFF));
+  EXPECT_EQ(store.findRangedItem(0x1110), nullptr);
+  EXPECT_EQ(store.findRangedItem(0x1FFF), nullptr);
 }
 
 TEST_F(RangedItemStoreTest, NextStartEqualToTheAddressIsTheFloor) {
   addStarts({10, 20, 30, 40, 50});
-  EXPECT_EQ(0, indexOf(10));
-  EXPECT_EQ(1, indexOf(20));
-  EXPECT_EQ(2, indexOf(30));
-  EXPECT_EQ(3, indexOf(40));
-  EXPECT_EQ(4, indexOf(50));
+  EXPECT_EQ(indexOf(10), 0);
+  EXPECT_EQ(indexOf(20), 1);
+  EXPECT_EQ(indexOf(30), 2);
+  EXPECT_EQ(indexOf(40), 3);
+  EXPECT_EQ(indexOf(50), 4);
 }
 
 TEST_F(RangedItemStoreTest, FloorOfAddressesBetweenAndAboveTheStarts) {
   addStarts({10, 20, 30, 40, 50});
-  EXPECT_EQ(-1, indexOf(9));
-  EXPECT_EQ(0, indexOf(11));
-  EXPECT_EQ(0, indexOf(19));
-  EXPECT_EQ(1, indexOf(29));
-  EXPECT_EQ(2, indexOf(39));
-  EXPECT_EQ(3, indexOf(41));
-  EXPECT_EQ(3, indexOf(49));
-  EXPECT_EQ(4, indexOf(51));
-  EXPECT_EQ(4, indexOf(ALL_ONES));
+  EXPECT_EQ(indexOf(9), -1);
+  EXPECT_EQ(indexOf(11), 0);
+  EXPECT_EQ(indexOf(19), 0);
+  EXPECT_EQ(indexOf(29), 1);
+  EXPECT_EQ(indexOf(39), 2);
+  EXPECT_EQ(indexOf(41), 3);
+  EXPECT_EQ(indexOf(49), 3);
+  EXPECT_EQ(indexOf(51), 4);
+  EXPECT_EQ(indexOf(ALL_ONES), 4);
 }
 
 TEST_F(RangedItemStoreTest, OneItemIsTheFloorOfEveryAddressFromItsStartOn) {
   add(10, 1);
-  EXPECT_EQ(-1, indexOf(9));
-  EXPECT_EQ(0, indexOf(10));
-  EXPECT_EQ(0, indexOf(ALL_ONES));
+  EXPECT_EQ(indexOf(9), -1);
+  EXPECT_EQ(indexOf(10), 0);
+  EXPECT_EQ(indexOf(ALL_ONES), 0);
 }
 
 // The probes go to high / 2 first and to (low + high) / 2 then; the indexes below are what they
 // give by hand.
 TEST_F(RangedItemStoreTest, SearchLandsOnTheFirstOfTwoEqualStarts) {
   addStarts({20, 20});
-  EXPECT_EQ(0, indexOf(20));  // probe 0 is equal
-  EXPECT_EQ(1, indexOf(21));  // probe 0 is below, the next is neither above nor equal: low = 1
+  EXPECT_EQ(indexOf(20), 0);  // probe 0 is equal
+  EXPECT_EQ(indexOf(21), 1);  // probe 0 is below, the next is neither above nor equal: low = 1
 }
 
 TEST_F(RangedItemStoreTest, SearchLandsOnTheSecondOfThreeEqualStarts) {
   addStarts({20, 20, 20});
-  EXPECT_EQ(1, indexOf(20));
-  EXPECT_EQ(2, indexOf(21));
+  EXPECT_EQ(indexOf(20), 1);
+  EXPECT_EQ(indexOf(21), 2);
 }
 
 TEST_F(RangedItemStoreTest, SearchLandsOnTheSecondOfFourEqualStarts) {
   addStarts({20, 20, 20, 20});
-  EXPECT_EQ(1, indexOf(20));
-  EXPECT_EQ(3, indexOf(21));
+  EXPECT_EQ(indexOf(20), 1);
+  EXPECT_EQ(indexOf(21), 3);
 }
 
 TEST_F(RangedItemStoreTest, SearchLandsOnTheThirdOfFiveEqualStarts) {
   addStarts({20, 20, 20, 20, 20});
-  EXPECT_EQ(2, indexOf(20));
-  EXPECT_EQ(4, indexOf(21));
+  EXPECT_EQ(indexOf(20), 2);
+  EXPECT_EQ(indexOf(21), 4);
 }
 
 TEST_F(RangedItemStoreTest, EqualStartsAfterTheProbeGiveTheFirstOfThem) {
   addStarts({10, 10, 20, 20});
-  EXPECT_EQ(1, indexOf(10));  // probe 1
-  EXPECT_EQ(1, indexOf(15));  // probe 1 is below, the next above
-  EXPECT_EQ(2, indexOf(20));  // probe 1 is below, the next equal
-  EXPECT_EQ(3, indexOf(25));
+  EXPECT_EQ(indexOf(10), 1);  // probe 1
+  EXPECT_EQ(indexOf(15), 1);  // probe 1 is below, the next above
+  EXPECT_EQ(indexOf(20), 2);  // probe 1 is below, the next equal
+  EXPECT_EQ(indexOf(25), 3);
 }
 
 TEST_F(RangedItemStoreTest, EqualStartsBelowTheProbeGiveTheFirstOfTheLowerHalf) {
   addStarts({20, 20, 30, 40, 50});
-  EXPECT_EQ(0, indexOf(20));  // probes 2, then (0 + 1) / 2
-  EXPECT_EQ(1, indexOf(25));  // probes 2, 0, then low meets high
+  EXPECT_EQ(indexOf(20), 0);  // probes 2, then (0 + 1) / 2
+  EXPECT_EQ(indexOf(25), 1);  // probes 2, 0, then low meets high
 }
 
 TEST_F(RangedItemStoreTest, EqualStartsInTheUpperHalfGiveTheOneThatTheSecondProbeMeets) {
   addStarts({10, 15, 17, 20, 20, 20, 20});
-  EXPECT_EQ(3, indexOf(20));  // probe 3
+  EXPECT_EQ(indexOf(20), 3);  // probe 3
   addStarts({30});            // eight: probe 3 again, now 7 / 2
-  EXPECT_EQ(3, indexOf(20));
+  EXPECT_EQ(indexOf(20), 3);
   addStarts({5, 6, 7});  // 5 6 7 10 15 17 20 20 20 20 30: probe 5 is 17, its next is equal
-  EXPECT_EQ(6, indexOf(20));
+  EXPECT_EQ(indexOf(20), 6);
   addStarts({1, 2, 3});  // fourteen: probes 6 (10), then (7 + 13) / 2 = 10, the second of the four
-  EXPECT_EQ(10, indexOf(20));
+  EXPECT_EQ(indexOf(20), 10);
 }
 
 TEST_F(RangedItemStoreTest, EqualStartAtTheEndIsAppended) {
@@ -279,7 +279,7 @@ TEST_F(RangedItemStoreTest, FloorSearchGivesTheGreatestStartNotAboveTheAddress) 
       const int found = owner._findRangedItemIndex(address);
       ASSERT_EQ(last < 0, found < 0) << "round " << round << " address " << address;
       if (last < 0) {
-        ASSERT_EQ(nullptr, owner.findRangedItem(address));
+        ASSERT_EQ(owner.findRangedItem(address), nullptr);
         continue;
       }
       RangedItem* const floor = owner.items()[static_cast<std::size_t>(found)];
@@ -295,7 +295,7 @@ TEST_F(RangedItemStoreTest, AHundredThousandAppendsAndInsertsStaySorted) {
   for (uint64_t i = 0; i < 100000; ++i) {
     add(i * 16, 16);
   }
-  EXPECT_EQ(100000u, store.items().size());
+  EXPECT_EQ(store.items().size(), 100000u);
   for (uint64_t i = 0; i < 100000; i += 997) {
     EXPECT_EQ(static_cast<int>(i), indexOf(i * 16 + 15));
   }
@@ -307,9 +307,9 @@ TEST(RangedItemStoreOwnershipTest, OwningStoreDeletesItsItemsThroughTheirDestruc
     RangedItemStore owner(true);
     owner.addRangedItem(new CountedItem(&deleted));
     owner.addRangedItem(new CountedItem(&deleted));
-    EXPECT_EQ(0, deleted);
+    EXPECT_EQ(deleted, 0);
   }
-  EXPECT_EQ(2, deleted);
+  EXPECT_EQ(deleted, 2);
 }
 
 TEST_F(RangedItemStoreTest, NullItemTakesTheLastPlaceAndIsNeverFound) {
@@ -343,7 +343,7 @@ TEST(RangedItemStoreOwnershipTest, BorrowingStoreLeavesItsItemsAlive) {
     RangedItemStore borrower(false);
     borrower.addRangedItem(item.get());
   }
-  EXPECT_EQ(0, deleted);
+  EXPECT_EQ(deleted, 0);
 }
 
 }  // namespace

@@ -8,23 +8,17 @@
 #include "model/ThreadStore.h"
 #include "perfevents/PerfEventDataComm.h"
 #include "tests/support/EventRecords.h"
+#include "tests/support/FreshStores.h"
 #include "tests/support/JsonText.h"
-#include "tests/support/TestAccess.h"
+#include "tests/support/TableTexts.h"
 
 namespace {
 
-const std::string BEFORE_ROWS =
-    R"({"processes":{"descriptions":{)"
-    R"("key":"db key for this process element used in other structs as a reference",)"
-    R"("pid":"The process id associated with this name",)"
-    R"("tid":"The thread id",)"
-    R"("name":"Name of the process with the pid and tid"},"data":[)";
-const std::string AFTER_ROWS = "]}}";
-
 class ThreadStoreTest : public testing::Test {
  protected:
-  ThreadStoreTest() { kestrel::TestAccess::reset<PerfSettings>(); }
+  ThreadStoreTest() { makeModelAnew(); }
 
+  static std::string expected(const std::string& rows) { return tableText("processes", rows); }
   void addComm(uint32_t pid, uint32_t tid, const std::string& name) {
     store().add(commRecord(pid, tid, name));
   }
@@ -48,15 +42,15 @@ class ThreadStoreTest : public testing::Test {
 };
 
 TEST_F(ThreadStoreTest, FreshStoreHoldsKernelAndInit) {
-  EXPECT_EQ(BEFORE_ROWS + R"([0,0,0,"kernel"],[1,1,1,"*init*"])" + AFTER_ROWS, rows(true));
-  EXPECT_EQ("kernel", store().getProcess(0)->name);
-  EXPECT_EQ("*init*", store().getProcess(1)->name);
-  EXPECT_EQ(0u, store().getProcess(0)->refCount);
+  EXPECT_EQ(rows(true), expected(R"([0,0,0,"kernel"],[1,1,1,"*init*"])"));
+  EXPECT_EQ(store().getProcess(0)->name, "kernel");
+  EXPECT_EQ(store().getProcess(1)->name, "*init*");
+  EXPECT_EQ(store().getProcess(0)->refCount, 0u);
 }
 
 TEST_F(ThreadStoreTest, NothingReferencedWritesAnEmptyDataArray) {
   addComm(5, 5, "app");
-  EXPECT_EQ(BEFORE_ROWS + AFTER_ROWS, rows(false));
+  EXPECT_EQ(rows(false), expected(""));
 }
 
 TEST_F(ThreadStoreTest, KernelAndInitTakeTheirIdsAndNamesFromTheSettings) {
@@ -65,23 +59,22 @@ TEST_F(ThreadStoreTest, KernelAndInitTakeTheirIdsAndNamesFromTheSettings) {
   settings->kernelProcessName = "vmlinux";
   settings->initPid = 3;
   settings->initProcessName = "first";
-  EXPECT_EQ(BEFORE_ROWS + R"([3,3,3,"first"],[7,7,7,"vmlinux"])" + AFTER_ROWS, rows(true));
+  EXPECT_EQ(rows(true), expected(R"([3,3,3,"first"],[7,7,7,"vmlinux"])"));
 }
 
 TEST_F(ThreadStoreTest, OnlyReferencedEntriesAreWrittenUnlessAllAre) {
   addComm(5, 5, "app");
   addComm(5, 6, "worker");
   store().getThread(5, 6)->refCount = 1;
-  EXPECT_EQ(BEFORE_ROWS + R"([6,5,6,"worker"])" + AFTER_ROWS, rows(false));
-  EXPECT_EQ(BEFORE_ROWS + R"([0,0,0,"kernel"],[1,1,1,"*init*"],[5,5,5,"app"],[6,5,6,"worker"])" +
-                AFTER_ROWS,
-            rows(true));
+  EXPECT_EQ(rows(false), expected(R"([6,5,6,"worker"])"));
+  EXPECT_EQ(rows(true),
+            expected(R"([0,0,0,"kernel"],[1,1,1,"*init*"],[5,5,5,"app"],[6,5,6,"worker"])"));
 }
 
 TEST_F(ThreadStoreTest, ReferencedKernelAndInitAreWritten) {
   store().getProcess(0)->refCount = 2;
   store().getProcess(1)->refCount = 1;
-  EXPECT_EQ(BEFORE_ROWS + R"([0,0,0,"kernel"],[1,1,1,"*init*"])" + AFTER_ROWS, rows(false));
+  EXPECT_EQ(rows(false), expected(R"([0,0,0,"kernel"],[1,1,1,"*init*"])"));
 }
 
 TEST_F(ThreadStoreTest, RowsAscendByTidAsUnsignedNumbers) {
@@ -91,50 +84,47 @@ TEST_F(ThreadStoreTest, RowsAscendByTidAsUnsignedNumbers) {
   for (const unsigned tid : {2u, 0x80000000u, 0xFFFFFFFFu}) {
     store().getThread(0, tid)->refCount = 1;
   }
-  EXPECT_EQ(BEFORE_ROWS +
-                R"([2,9,2,"first"],[2147483648,4294967294,2147483648,"middle"],)"
-                R"([4294967295,1,4294967295,"last"])" +
-                AFTER_ROWS,
-            rows(false));
+  EXPECT_EQ(rows(false), expected(R"([2,9,2,"first"],[2147483648,4294967294,2147483648,"middle"],)"
+                                  R"([4294967295,1,4294967295,"last"])"));
 }
 
 TEST_F(ThreadStoreTest, NamesAreEscapedInTheDocument) {
   addComm(5, 5, "a\"b\\c");
   store().getProcess(5)->refCount = 1;
-  EXPECT_EQ(BEFORE_ROWS + R"([5,5,5,"a\"b\\c"])" + AFTER_ROWS, rows(false));
+  EXPECT_EQ(rows(false), expected(R"([5,5,5,"a\"b\\c"])"));
 }
 
 TEST_F(ThreadStoreTest, CommCreatesAnEntryWithoutReferences) {
   addComm(5, 7, "app");
   const ThreadInfo* const thread = store().getThread(5, 7);
-  EXPECT_EQ(5u, thread->pid);
-  EXPECT_EQ(7u, thread->tid);
-  EXPECT_EQ("app", thread->name);
-  EXPECT_EQ(0u, thread->refCount);
+  EXPECT_EQ(thread->pid, 5u);
+  EXPECT_EQ(thread->tid, 7u);
+  EXPECT_EQ(thread->name, "app");
+  EXPECT_EQ(thread->refCount, 0u);
 }
 
 TEST_F(ThreadStoreTest, DeletedSuffixIsCutOffANewName) {
-  EXPECT_EQ("app", nameAfterComm("app (deleted)"));
+  EXPECT_EQ(nameAfterComm("app (deleted)"), "app");
 }
 
 TEST_F(ThreadStoreTest, DeletedSuffixIsCutOffARename) {
   addComm(5, 5, "app");
   addComm(5, 5, "other (deleted)");
-  EXPECT_EQ("other", store().getProcess(5)->name);
+  EXPECT_EQ(store().getProcess(5)->name, "other");
 }
 
 TEST_F(ThreadStoreTest, NameIsCutAtTheFirstDeletedMarkWithAllThatFollows) {
-  EXPECT_EQ("app", nameAfterComm("app (deleted) more (deleted) x"));
+  EXPECT_EQ(nameAfterComm("app (deleted) more (deleted) x"), "app");
 }
 
 TEST_F(ThreadStoreTest, NameThatIsOnlyTheDeletedMarkBecomesEmpty) {
-  EXPECT_EQ("", nameAfterComm(" (deleted)"));
+  EXPECT_EQ(nameAfterComm(" (deleted)"), "");
 }
 
 TEST_F(ThreadStoreTest, PartOfTheDeletedMarkStays) {
-  EXPECT_EQ("app (deleted", nameAfterComm("app (deleted"));
-  EXPECT_EQ("app(deleted)", nameAfterComm("app(deleted)"));
-  EXPECT_EQ("app (Deleted)", nameAfterComm("app (Deleted)"));
+  EXPECT_EQ(nameAfterComm("app (deleted"), "app (deleted");
+  EXPECT_EQ(nameAfterComm("app(deleted)"), "app(deleted)");
+  EXPECT_EQ(nameAfterComm("app (Deleted)"), "app (Deleted)");
 }
 
 TEST_F(ThreadStoreTest, SecondCommRenamesTheThreadButKeepsItsFirstPid) {
@@ -142,38 +132,38 @@ TEST_F(ThreadStoreTest, SecondCommRenamesTheThreadButKeepsItsFirstPid) {
   store().getThread(5, 7)->refCount = 3;
   addComm(9, 7, "second");
   const ThreadInfo* const thread = store().getThread(9, 7);
-  EXPECT_EQ(5u, thread->pid);
-  EXPECT_EQ("second", thread->name);
-  EXPECT_EQ(3u, thread->refCount);
+  EXPECT_EQ(thread->pid, 5u);
+  EXPECT_EQ(thread->name, "second");
+  EXPECT_EQ(thread->refCount, 3u);
 }
 
 TEST_F(ThreadStoreTest, CommNamesAThreadThatALookupCreated) {
   ThreadInfo* const thread = store().getThread(5, 7);
   addComm(9, 7, "late");
-  EXPECT_EQ("late", thread->name);
-  EXPECT_EQ(5u, thread->pid);
+  EXPECT_EQ(thread->name, "late");
+  EXPECT_EQ(thread->pid, 5u);
 }
 
 TEST_F(ThreadStoreTest, CommRenamesTheKernelsEntry) {
   addComm(0, 0, "swapper");
-  EXPECT_EQ("swapper", store().getProcess(0)->name);
+  EXPECT_EQ(store().getProcess(0)->name, "swapper");
 }
 
 TEST_F(ThreadStoreTest, LookupOfAnUnknownThreadCreatesANamelessOneThatKeepsItsPid) {
   ThreadInfo* const thread = store().getThread(5, 7);
-  ASSERT_NE(nullptr, thread);
-  EXPECT_EQ(5u, thread->pid);
-  EXPECT_EQ(7u, thread->tid);
-  EXPECT_EQ("", thread->name);
-  EXPECT_EQ(0u, thread->refCount);
+  ASSERT_NE(thread, nullptr);
+  EXPECT_EQ(thread->pid, 5u);
+  EXPECT_EQ(thread->tid, 7u);
+  EXPECT_EQ(thread->name, "");
+  EXPECT_EQ(thread->refCount, 0u);
   EXPECT_EQ(thread, store().getThread(9, 7));
-  EXPECT_EQ(5u, thread->pid);
+  EXPECT_EQ(thread->pid, 5u);
 }
 
 TEST_F(ThreadStoreTest, ProcessIsTheThreadWhoseTidIsThePid) {
   EXPECT_EQ(store().getThread(12, 12), store().getProcess(12));
-  EXPECT_EQ(12u, store().getProcess(12)->pid);
-  EXPECT_EQ(12u, store().getProcess(12)->tid);
+  EXPECT_EQ(store().getProcess(12)->pid, 12u);
+  EXPECT_EQ(store().getProcess(12)->tid, 12u);
 }
 
 TEST_F(ThreadStoreTest, ProcessOfATidThatBelongsToAnotherPidIsThatThread) {
@@ -191,7 +181,7 @@ TEST_F(ThreadStoreTest, EntriesStayWhereTheyAreWhileTheStoreGrows) {
 
 TEST_F(ThreadStoreTest, NamelessReferencedThreadIsWrittenWithAnEmptyName) {
   store().getThread(5, 7)->refCount = 1;
-  EXPECT_EQ(BEFORE_ROWS + R"([7,5,7,""])" + AFTER_ROWS, rows(false));
+  EXPECT_EQ(rows(false), expected(R"([7,5,7,""])"));
 }
 
 }  // namespace

@@ -54,9 +54,11 @@ inline void writePlainly(kestrel::JsomWriter& writer, const PlainRow& plain, int
 }
 
 // An array of these rows.
-inline std::string plainText(const std::vector<PlainRow>& rows, int timePrecision) {
+inline std::string plainText(const std::vector<PlainRow>& rows, int timePrecision,
+                             bool whitespace = false) {
   std::ostringstream out;
   kestrel::JsomWriter writer(&out);
+  writer.whitespace = whitespace;
   writer.startArray();
   for (const PlainRow& plain : rows) {
     writePlainly(writer, plain, timePrecision);

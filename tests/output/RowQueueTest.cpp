@@ -3,9 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <iterator>
-#include <ostream>
 #include <pthread.h>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -20,15 +18,11 @@
 namespace {
 
 std::string written(const std::vector<PlainRow>& plains, bool whitespace = false) {
-  std::ostringstream out;
-  kestrel::JsomWriter writer(&out);
-  writer.whitespace = whitespace;
-  writer.startArray();
-  RowQueue rows(PRECISION);
-  giveAll(rows, writer, plains);
-  rows.finish();
-  writer.endArray();
-  return out.str();
+  QueuedArray array;
+  array.writer.whitespace = whitespace;
+  array.giveAll(plains);
+  array.finish();
+  return array.whole();
 }
 
 std::size_t listThreads() {
@@ -111,244 +105,176 @@ TEST(RowQueueTest, NumbersOfRowsAroundWholeBatches) {
 
 TEST(RowQueueTest, IndentedRows) {
   const std::vector<PlainRow> plains = manyRows(3 * ROWS_IN_BATCH);
-  const std::string text = written(plains, true);
-  std::ostringstream out;
-  kestrel::JsomWriter writer(&out);
-  writer.whitespace = true;
-  writer.startArray();
-  for (const PlainRow& plain : plains) {
-    writePlainly(writer, plain, PRECISION);
-  }
-  writer.endArray();
-  EXPECT_TRUE(text == out.str());
+  EXPECT_TRUE(written(plains, true) == plainText(plains, PRECISION, true));
 }
 
 TEST(RowQueueTest, DestructionWritesWhatIsLeft) {
   for (const uint32_t count : {1U, ROWS_IN_BATCH - 1, ROWS_IN_BATCH, 6 * ROWS_IN_BATCH + 1}) {
     const std::vector<PlainRow> plains = manyRows(count);
-    std::ostringstream out;
-    kestrel::JsomWriter writer(&out);
-    writer.startArray();
-    {
-      RowQueue rows(PRECISION);
-      giveAll(rows, writer, plains);
-    }
-    writer.endArray();
-    EXPECT_TRUE(out.str() == plainText(plains, PRECISION)) << count;
+    QueuedArray array;
+    array.giveAll(plains);
+    array.destroyQueue();
+    EXPECT_TRUE(array.whole() == plainText(plains, PRECISION)) << count;
   }
 }
 
 // As when finding one of its callers throws.
 TEST(RowQueueTest, CallersOfARowThatNeverCameAreNotWritten) {
   const std::vector<PlainRow> plains = manyRows(3 * ROWS_IN_BATCH + 1);
-  std::ostringstream out;
-  kestrel::JsomWriter writer(&out);
-  writer.startArray();
-  {
-    RowQueue rows(PRECISION);
-    giveAll(rows, writer, plains);
-    rows.batch(writer).callers.push_back({1, 2});
-  }
-  writer.endArray();
-  EXPECT_TRUE(out.str() == plainText(plains, PRECISION));
+  QueuedArray array;
+  array.giveAll(plains);
+  array.queue->batch(array.writer).callers.push_back({1, 2});
+  array.destroyQueue();
+  EXPECT_TRUE(array.whole() == plainText(plains, PRECISION));
 }
 
 TEST(RowQueueTest, FinishingWithoutRowsOrTwiceDoesNothing) {
-  std::ostringstream out;
-  kestrel::JsomWriter writer(&out);
-  RowQueue rows(PRECISION);
-  rows.finish();
-  writer.startArray();
-  giveAll(rows, writer, manyRows(2 * ROWS_IN_BATCH));
-  rows.finish();
-  const std::string text = out.str();
-  rows.finish();
-  EXPECT_EQ(out.str(), text);
+  QueuedArray array;
+  array.finish();
+  array.giveAll(manyRows(2 * ROWS_IN_BATCH));
+  array.finish();
+  const std::string text = array.text();
+  array.finish();
+  EXPECT_EQ(array.text(), text);
 }
 
 TEST(RowQueueTest, TakesFurtherRowsAfterFinishing) {
-  std::ostringstream out;
-  kestrel::JsomWriter writer(&out);
-  RowQueue rows(PRECISION);
+  QueuedArray array;
   std::vector<PlainRow> all;
-  writer.startArray();
   for (const uint32_t count : {5 * ROWS_IN_BATCH, 3U, MORE_THAN_ALL_BATCHES, ROWS_IN_BATCH}) {
     const auto first = static_cast<uint32_t>(all.size() + 1);
     const std::vector<PlainRow> plains = manyRows(count, first);
-    giveAll(rows, writer, plains);
-    rows.finish();
+    array.giveAll(plains);
+    array.finish();
     all.insert(all.end(), plains.begin(), plains.end());
-    ASSERT_TRUE(out.str() + "]" == plainText(all, PRECISION)) << all.size();
+    ASSERT_TRUE(array.text() + "]" == plainText(all, PRECISION)) << all.size();
   }
 }
 
 // What is written between two uses stands there.
 TEST(RowQueueTest, WriterIsFreeAfterFinishing) {
-  std::ostringstream out;
-  kestrel::JsomWriter writer(&out);
-  RowQueue rows(PRECISION);
-  writer.startArray();
-  give(rows, writer, PlainRow());
-  rows.finish();
-  writer.appendNull();
-  give(rows, writer, PlainRow());
-  rows.finish();
-  writer.endArray();
-  EXPECT_EQ(out.str(), "[[0,0,0,0,0,0,0,[]],null,[0,0,0,0,0,0,0,[]]]");
+  QueuedArray array;
+  array.give(PlainRow());
+  array.finish();
+  array.writer.appendNull();
+  array.give(PlainRow());
+  array.finish();
+  EXPECT_EQ(array.whole(), "[[0,0,0,0,0,0,0,[]],null,[0,0,0,0,0,0,0,[]]]");
 }
 
 TEST(RowQueueTest, FewRowsStartNoThread) {
   const std::size_t before = countThreads();
-  std::ostringstream out;
-  kestrel::JsomWriter writer(&out);
-  writer.startArray();
-  RowQueue rows(PRECISION);
-  giveAll(rows, writer, manyRows(ROWS_IN_BATCH - 1));
+  QueuedArray array;
+  array.giveAll(manyRows(ROWS_IN_BATCH - 1));
   EXPECT_EQ(countThreads(), before);
-  EXPECT_EQ(out.str(), "[");
-  rows.finish();
+  EXPECT_EQ(array.text(), "[");
+  array.finish();
   EXPECT_EQ(countThreads(), before);
 }
 
 TEST(RowQueueTest, OneBatchOfRowsStartsAThreadThatEndsWithThem) {
   const std::size_t before = countThreads();
-  std::ostringstream out;
-  kestrel::JsomWriter writer(&out);
-  writer.startArray();
-  RowQueue rows(PRECISION);
+  QueuedArray array;
   for (int use = 0; use < 3; ++use) {
-    giveAll(rows, writer, manyRows(ROWS_IN_BATCH));
+    array.giveAll(manyRows(ROWS_IN_BATCH));
     EXPECT_EQ(countThreads(), before + 1);
-    giveAll(rows, writer, manyRows(5 * ROWS_IN_BATCH));
+    array.giveAll(manyRows(5 * ROWS_IN_BATCH));
     EXPECT_EQ(countThreads(), before + 1);
-    rows.finish();
+    array.finish();
     EXPECT_EQ(countThreads(), before);
   }
 }
 
 TEST(RowQueueTest, OneBatchOfCallersStartsAThread) {
   const std::size_t before = countThreads();
-  std::ostringstream out;
-  kestrel::JsomWriter writer(&out);
-  writer.startArray();
-  {
-    RowQueue rows(PRECISION);
-    give(rows, writer, plainRow(1, CALLERS_IN_BATCH - 1));
-    EXPECT_EQ(countThreads(), before);
-    give(rows, writer, plainRow(2, 1));
-    EXPECT_EQ(countThreads(), before + 1);
-  }
+  QueuedArray array;
+  array.give(plainRow(1, CALLERS_IN_BATCH - 1));
+  EXPECT_EQ(countThreads(), before);
+  array.give(plainRow(2, 1));
+  EXPECT_EQ(countThreads(), before + 1);
+  array.destroyQueue();
   EXPECT_EQ(countThreads(), before);
 }
 
 // The background has written the first batch, and waits.
 TEST(RowQueueTest, RowsThatComeAfterAPauseAreWrittenInEachUse) {
-  std::ostringstream out;
-  kestrel::JsomWriter writer(&out);
-  writer.startArray();
-  RowQueue rows(PRECISION);
+  QueuedArray array;
   std::vector<PlainRow> all;
   for (int use = 0; use < 3; ++use) {
     for (const uint32_t count : {ROWS_IN_BATCH, (BATCHES + 8) * ROWS_IN_BATCH}) {
       const auto first = static_cast<uint32_t>(all.size() + 1);
       const std::vector<PlainRow> plains = manyRows(count, first);
-      giveAll(rows, writer, plains);
+      array.giveAll(plains);
       all.insert(all.end(), plains.begin(), plains.end());
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
-    rows.finish();
+    array.finish();
   }
-  writer.endArray();
-  EXPECT_TRUE(out.str() == plainText(all, PRECISION));
+  EXPECT_TRUE(array.whole() == plainText(all, PRECISION));
 }
 
 TEST(RowQueueTest, SlowStreamGetsEveryRow) {
   const std::vector<PlainRow> plains = manyRows(MORE_THAN_ALL_BATCHES);
-  SlowBuffer buffer;
-  std::ostream out(&buffer);
-  kestrel::JsomWriter writer(&out);
-  writer.startArray();
-  RowQueue rows(PRECISION);
-  giveAll(rows, writer, plains);
-  rows.finish();
-  writer.endArray();
-  EXPECT_TRUE(buffer.text() == plainText(plains, PRECISION));
+  QueuedArray<SlowBuffer> array;
+  array.giveAll(plains);
+  array.finish();
+  EXPECT_TRUE(array.whole() == plainText(plains, PRECISION));
 }
 
 // However many rows there are, the memory they take is that of twelve batches.
 TEST(RowQueueTest, WhoeverGivesRowsWaitsForAStreamThatStandsStill) {
   const std::vector<PlainRow> plains = manyRows(MORE_THAN_ALL_BATCHES);
-  GateBuffer buffer;
-  std::ostream out(&buffer);
-  kestrel::JsomWriter writer(&out);
-  writer.startArray();
-  buffer.shut();
-  RowQueue rows(PRECISION);
-  Giver giver(rows, writer, plains);
+  QueuedArray<GateBuffer> array;
+  array.buffer.shut();
+  Giver giver(array, plains);
   const std::size_t given = giver.awaitStandstill();
   EXPECT_LT(given, BATCHES * ROWS_IN_BATCH);
   EXPECT_GE(given, (BATCHES - 1) * ROWS_IN_BATCH);
-  buffer.open();
+  array.buffer.open();
   EXPECT_EQ(giver.await(), "");
-  writer.endArray();
-  EXPECT_TRUE(buffer.text() == plainText(plains, PRECISION));
+  EXPECT_TRUE(array.whole() == plainText(plains, PRECISION));
 }
 
 TEST(RowQueueTest, DestructionWaitsForAStreamThatStandsStill) {
   const std::vector<PlainRow> plains = manyRows(5 * ROWS_IN_BATCH + 3);
-  GateBuffer buffer;
-  std::ostream out(&buffer);
-  kestrel::JsomWriter writer(&out);
-  writer.startArray();
-  buffer.shut();
-  std::thread opener;
-  {
-    RowQueue rows(PRECISION);
-    giveAll(rows, writer, plains);
-    opener = std::thread([&buffer] {
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
-      buffer.open();
-    });
-  }
+  QueuedArray<GateBuffer> array;
+  array.buffer.shut();
+  array.giveAll(plains);
+  std::thread opener([&array] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    array.buffer.open();
+  });
+  array.destroyQueue();
   opener.join();
-  writer.endArray();
-  EXPECT_TRUE(buffer.text() == plainText(plains, PRECISION));
+  EXPECT_TRUE(array.whole() == plainText(plains, PRECISION));
 }
 
 TEST(RowQueueTest, WithoutAThreadEveryRowIsWrittenAllTheSame) {
   const std::vector<PlainRow> plains = manyRows(5 * ROWS_IN_BATCH + 1);
   const std::size_t before = countThreads();
   const NoMoreThreads refused;
-  std::ostringstream out;
-  kestrel::JsomWriter writer(&out);
-  writer.startArray();
-  RowQueue rows(PRECISION);
-  giveAll(rows, writer, plains);
+  QueuedArray array;
+  array.giveAll(plains);
   EXPECT_EQ(countThreads(), before);
-  EXPECT_FALSE(out.str() == "[");  // as if it were at once, a batch at a time
-  rows.finish();
-  writer.endArray();
-  EXPECT_TRUE(out.str() == plainText(plains, PRECISION));
+  EXPECT_FALSE(array.text() == "[");  // as if it were at once, a batch at a time
+  array.finish();
+  EXPECT_TRUE(array.whole() == plainText(plains, PRECISION));
 }
 
 // The system may have a thread again later.
 TEST(RowQueueTest, ThreadIsAskedForAgainAfterARefusal) {
   const std::vector<PlainRow> plains = manyRows(9 * ROWS_IN_BATCH);
   const std::size_t before = countThreads();
-  std::ostringstream out;
-  kestrel::JsomWriter writer(&out);
-  writer.startArray();
-  RowQueue rows(PRECISION);
+  QueuedArray array;
   for (const PlainRow& plain : plains) {
     if (plain.row.number < 2 * ROWS_IN_BATCH) {
       const NoMoreThreads refused;
-      give(rows, writer, plain);
+      array.give(plain);
     } else {
-      give(rows, writer, plain);
+      array.give(plain);
     }
   }
   EXPECT_EQ(countThreads(), before + 1);
-  rows.finish();
-  writer.endArray();
-  EXPECT_TRUE(out.str() == plainText(plains, PRECISION));
+  array.finish();
+  EXPECT_TRUE(array.whole() == plainText(plains, PRECISION));
 }

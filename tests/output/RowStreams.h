@@ -10,10 +10,14 @@
 #include <exception>
 #include <functional>
 #include <mutex>
+#include <optional>
+#include <ostream>
+#include <sstream>
 #include <stdexcept>
 #include <streambuf>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "kestrel/json/JsomWriter.h"
@@ -25,23 +29,6 @@ inline constexpr uint32_t ROWS_IN_BATCH = 1024;
 inline constexpr uint32_t CALLERS_IN_BATCH = 4096;
 inline constexpr uint32_t BATCHES = 12;
 inline constexpr uint32_t MORE_THAN_ALL_BATCHES = 2 * BATCHES * ROWS_IN_BATCH;
-
-inline void give(RowQueue& rows, kestrel::JsomWriter& writer, const PlainRow& plain) {
-  RowBatch& batch = rows.batch(writer);
-  batch.callers.insert(batch.callers.end(), plain.callers.begin(), plain.callers.end());
-  batch.rows.push_back(plain.row);
-  batch.rows.back().callers = static_cast<uint32_t>(plain.callers.size());
-  if (batch.isFull()) {
-    rows.submit();
-  }
-}
-
-inline void giveAll(RowQueue& rows, kestrel::JsomWriter& writer,
-                    const std::vector<PlainRow>& plains) {
-  for (const PlainRow& plain : plains) {
-    give(rows, writer, plain);
-  }
-}
 
 // `count` rows from `first` on, most with few callers or none.
 inline std::vector<PlainRow> manyRows(uint32_t count, uint32_t first = 1) {
@@ -160,6 +147,50 @@ class ThrowingBuffer : public GateBuffer {
   bool hasThrown_ = false;
 };
 
+// A queue whose rows go into an array, on a stream of this buffer.
+template <typename Buffer = std::stringbuf>
+struct QueuedArray {
+  template <typename... Arguments>
+  explicit QueuedArray(Arguments... arguments) : buffer(arguments...) {
+    writer.startArray();
+  }
+
+  void give(const PlainRow& plain) {
+    RowBatch& batch = queue->batch(writer);
+    batch.callers.insert(batch.callers.end(), plain.callers.begin(), plain.callers.end());
+    batch.rows.push_back(plain.row);
+    batch.rows.back().callers = static_cast<uint32_t>(plain.callers.size());
+    if (batch.isFull()) {
+      queue->submit();
+    }
+  }
+  void giveAll(const std::vector<PlainRow>& plains) {
+    for (const PlainRow& plain : plains) {
+      give(plain);
+    }
+  }
+  void finish() { queue->finish(); }
+  void destroyQueue() { queue.reset(); }
+  // What was written by now.
+  std::string text() const {
+    if constexpr (std::is_same_v<Buffer, std::stringbuf>) {
+      return buffer.str();
+    } else {
+      return buffer.text();
+    }
+  }
+  // The same, when nothing comes any more.
+  std::string whole() {
+    writer.endArray();
+    return text();
+  }
+
+  Buffer buffer;
+  std::ostream out{&buffer};
+  kestrel::JsomWriter writer{&out};
+  std::optional<RowQueue> queue{PRECISION};
+};
+
 // What the action throws; empty if it throws nothing.
 inline std::string problemOf(const std::function<void()>& action) {
   try {
@@ -173,14 +204,15 @@ inline std::string problemOf(const std::function<void()>& action) {
 // Gives the rows and finishes from a thread of its own, and tells how far it has come.
 class Giver {
  public:
-  Giver(RowQueue& rows, kestrel::JsomWriter& writer, const std::vector<PlainRow>& plains)
-      : thread_([this, &rows, &writer, &plains] {
+  template <typename Buffer>
+  Giver(QueuedArray<Buffer>& array, const std::vector<PlainRow>& plains)
+      : thread_([this, &array, &plains] {
           problem_ = problemOf([&] {
             for (const PlainRow& plain : plains) {
-              give(rows, writer, plain);
+              array.give(plain);
               ++given_;
             }
-            rows.finish();
+            array.finish();
           });
         }) {}
   ~Giver() { await(); }

@@ -8,7 +8,7 @@
 #include "output/SampleInfo.h"
 #include "perfevents/PerfEventDataSample.h"
 #include "tests/support/EventRecords.h"
-#include "tests/support/TestAccess.h"
+#include "tests/support/FreshStores.h"
 
 namespace {
 
@@ -37,7 +37,7 @@ std::vector<uint64_t> chainOf(uint64_t entries) {
 
 class SampleInfoTest : public testing::Test {
  protected:
-  SampleInfoTest() { kestrel::TestAccess::reset<PerfSettings>(); }
+  SampleInfoTest() { makeModelAnew(); }
 
   void copy(SampleFields fields, uint64_t sampleType = WHOLE) {
     fields.raw = "12345678";  // a record with an empty call chain and little else is too short
@@ -53,11 +53,11 @@ class SampleInfoTest : public testing::Test {
 };
 
 TEST_F(SampleInfoTest, FreshInfoIsZero) {
-  EXPECT_EQ(0.0, info.time);
-  EXPECT_EQ(0u, info.ip);
-  EXPECT_EQ(0u, info.pid);
-  EXPECT_EQ(0u, info.tid);
-  EXPECT_EQ(0u, info.cpu);
+  EXPECT_EQ(info.time, 0.0);
+  EXPECT_EQ(info.ip, 0u);
+  EXPECT_EQ(info.pid, 0u);
+  EXPECT_EQ(info.tid, 0u);
+  EXPECT_EQ(info.cpu, 0u);
   EXPECT_THAT(info.backtrace, IsEmpty());
 }
 
@@ -69,66 +69,66 @@ TEST_F(SampleInfoTest, CopyOfARecordTakesItsValues) {
         .cpu = 3,
         .res = 9,
         .callchain = {0x10, 0x20, ALL_ONES, 0}});
-  EXPECT_EQ(0x123456789ABCDEF0u, info.ip);
-  EXPECT_EQ(0xFFFFFFFEu, info.pid);
-  EXPECT_EQ(0xFFFFFFFDu, info.tid);
-  EXPECT_EQ(2.5, info.time);
-  EXPECT_EQ(3u, info.cpu);
+  EXPECT_EQ(info.ip, 0x123456789ABCDEF0u);
+  EXPECT_EQ(info.pid, 0xFFFFFFFEu);
+  EXPECT_EQ(info.tid, 0xFFFFFFFDu);
+  EXPECT_EQ(info.time, 2.5);
+  EXPECT_EQ(info.cpu, 3u);
   EXPECT_THAT(info.backtrace, ElementsAre(0x20, ALL_ONES, 0));
 }
 
 TEST_F(SampleInfoTest, TimeIsNanosecondsOverABillionAsADouble) {
   copy({.ip = 1, .time = 1});
-  EXPECT_EQ(1e-9, info.time);
+  EXPECT_EQ(info.time, 1e-9);
   copy({.ip = 1, .time = 1234567890123456789});
-  EXPECT_EQ(1234567890123456789.0 / 1e9, info.time);
+  EXPECT_EQ(info.time, 1234567890123456789.0 / 1e9);
   copy({.ip = 1, .time = ALL_ONES});
-  EXPECT_EQ(18446744073709551615.0 / 1e9, info.time);
+  EXPECT_EQ(info.time, 18446744073709551615.0 / 1e9);
 }
 
 TEST_F(SampleInfoTest, SampleWithAnIpOfAllOnesIsAllZero) {
   copy({.ip = 1, .pid = 2, .tid = 3, .time = 4, .cpu = 5, .callchain = chainOf(3)});
   copy({.ip = ALL_ONES, .pid = 2, .tid = 3, .time = 4, .cpu = 5, .callchain = chainOf(3)});
-  EXPECT_EQ(0u, info.ip);
-  EXPECT_EQ(0u, info.pid);
-  EXPECT_EQ(0u, info.tid);
-  EXPECT_EQ(0.0, info.time);
-  EXPECT_EQ(0u, info.cpu);
+  EXPECT_EQ(info.ip, 0u);
+  EXPECT_EQ(info.pid, 0u);
+  EXPECT_EQ(info.tid, 0u);
+  EXPECT_EQ(info.time, 0.0);
+  EXPECT_EQ(info.cpu, 0u);
   EXPECT_THAT(info.backtrace, IsEmpty());
 }
 
 TEST_F(SampleInfoTest, SampleWhoseLayoutHasNoIpIsAllZero) {
   copy({.pid = 2, .tid = 3, .time = 4, .cpu = 5, .callchain = chainOf(3)}, WHOLE & ~IP);
-  EXPECT_EQ(0u, info.ip);
-  EXPECT_EQ(0u, info.pid);
-  EXPECT_EQ(0u, info.tid);
-  EXPECT_EQ(0.0, info.time);
-  EXPECT_EQ(0u, info.cpu);
+  EXPECT_EQ(info.ip, 0u);
+  EXPECT_EQ(info.pid, 0u);
+  EXPECT_EQ(info.tid, 0u);
+  EXPECT_EQ(info.time, 0.0);
+  EXPECT_EQ(info.cpu, 0u);
   EXPECT_THAT(info.backtrace, IsEmpty());
 }
 
 TEST_F(SampleInfoTest, IpJustBelowAllOnesIsASample) {
   copy({.ip = ALL_ONES - 1, .pid = 2});
-  EXPECT_EQ(ALL_ONES - 1, info.ip);
-  EXPECT_EQ(2u, info.pid);
+  EXPECT_EQ(info.ip, ALL_ONES - 1);
+  EXPECT_EQ(info.pid, 2u);
 }
 
 TEST_F(SampleInfoTest, SampleWithIpZeroKeepsItsOtherValues) {
   copy({.ip = 0, .pid = 2, .tid = 3, .time = 1'000'000'000, .cpu = 5});
-  EXPECT_EQ(0u, info.ip);
-  EXPECT_EQ(2u, info.pid);
-  EXPECT_EQ(3u, info.tid);
-  EXPECT_EQ(1.0, info.time);
-  EXPECT_EQ(5u, info.cpu);
+  EXPECT_EQ(info.ip, 0u);
+  EXPECT_EQ(info.pid, 2u);
+  EXPECT_EQ(info.tid, 3u);
+  EXPECT_EQ(info.time, 1.0);
+  EXPECT_EQ(info.cpu, 5u);
 }
 
 TEST_F(SampleInfoTest, PartsThatTheLayoutDoesNotHaveAreTheRecordsDefaults) {
   copy({.ip = 1}, IP);
-  EXPECT_EQ(1u, info.ip);
-  EXPECT_EQ(0xFFFFFFFFu, info.pid);
-  EXPECT_EQ(0xFFFFFFFFu, info.tid);
-  EXPECT_EQ(0xFFFFFFFFu, info.cpu);
-  EXPECT_EQ(0.0, info.time);
+  EXPECT_EQ(info.ip, 1u);
+  EXPECT_EQ(info.pid, 0xFFFFFFFFu);
+  EXPECT_EQ(info.tid, 0xFFFFFFFFu);
+  EXPECT_EQ(info.cpu, 0xFFFFFFFFu);
+  EXPECT_EQ(info.time, 0.0);
   EXPECT_THAT(info.backtrace, IsEmpty());
 }
 
@@ -137,9 +137,9 @@ TEST_F(SampleInfoTest, CallChainOf40EntriesYields16WithoutTheFirst) {
 }
 
 TEST_F(SampleInfoTest, CallChainsAroundTheLimit) {
-  EXPECT_EQ(15u, backtraceOf(16).size());
-  EXPECT_EQ(16u, backtraceOf(17).size());
-  EXPECT_EQ(16u, backtraceOf(18).size());
+  EXPECT_EQ(backtraceOf(16).size(), 15u);
+  EXPECT_EQ(backtraceOf(17).size(), 16u);
+  EXPECT_EQ(backtraceOf(18).size(), 16u);
 }
 
 TEST_F(SampleInfoTest, CallChainOfOneEntryYieldsAnEmptyBacktrace) {
@@ -165,14 +165,14 @@ TEST_F(SampleInfoTest, LimitOfZeroKeepsNothing) {
 }
 
 TEST_F(SampleInfoTest, LimitOfZeroEmptiesAnEarlierBacktrace) {
-  ASSERT_EQ(4u, backtraceOf(5).size());
+  ASSERT_EQ(backtraceOf(5).size(), 4u);
   settings().maxBackTrace = 0;
   EXPECT_THAT(backtraceOf(5), IsEmpty());
 }
 
 TEST_F(SampleInfoTest, LargestLimitKeepsEverythingButTheFirst) {
   settings().maxBackTrace = 0xFFFFFFFF;
-  EXPECT_EQ(99u, backtraceOf(100).size());
+  EXPECT_EQ(backtraceOf(100).size(), 99u);
 }
 
 TEST_F(SampleInfoTest, BacktraceReplacesTheEarlierOne) {
@@ -188,11 +188,11 @@ TEST_F(SampleInfoTest, CopyOfAnInfoTakesEveryMember) {
   settings().maxBackTrace = 0;  // no matter to this copy
   SampleInfo other;
   other.copy(info);
-  EXPECT_EQ(1u, other.ip);
-  EXPECT_EQ(2u, other.pid);
-  EXPECT_EQ(3u, other.tid);
-  EXPECT_EQ(4.0, other.time);
-  EXPECT_EQ(5u, other.cpu);
+  EXPECT_EQ(other.ip, 1u);
+  EXPECT_EQ(other.pid, 2u);
+  EXPECT_EQ(other.tid, 3u);
+  EXPECT_EQ(other.time, 4.0);
+  EXPECT_EQ(other.cpu, 5u);
   EXPECT_THAT(other.backtrace, ElementsAre(2, 3));
 }
 

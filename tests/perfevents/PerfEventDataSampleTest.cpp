@@ -30,20 +30,8 @@ TEST(PerfEventDataSampleTest, DefaultsBeforeTheFirstSample) {
   const Sample sample(EVERYTHING | 0x10000);
   const PerfEventDataSample& record = sample.record;
   EXPECT_EQ(record.getType(), PerfEventData::Type::Sample);
-  EXPECT_EQ(record.ip(), ALL_ONES_64);
-  EXPECT_EQ(record.getPid(), ALL_ONES_32);
-  EXPECT_EQ(record.getTid(), ALL_ONES_32);
-  EXPECT_EQ(record.time(), 0U);
-  EXPECT_EQ(record.addr(), ALL_ONES_64);
-  EXPECT_EQ(record.id(), ALL_ONES_64);
-  EXPECT_EQ(record.streamId(), ALL_ONES_64);
-  EXPECT_EQ(record.getCpu(), uint64_t{ALL_ONES_32});
-  EXPECT_EQ(record.getResource(), uint64_t{ALL_ONES_32});
-  EXPECT_EQ(record.period(), ALL_ONES_64);
-  EXPECT_EQ(record.readData().size(), 0U);
+  expectFields(record, 0, {});
   EXPECT_EQ(record.readData().data(), nullptr);
-  EXPECT_THAT(record.callchain(), IsEmpty());
-  EXPECT_EQ(record.rawData().size(), 0U);
   EXPECT_EQ(record.rawData().data(), nullptr);
   EXPECT_EQ(record.misc(), 0U);
 }
@@ -66,16 +54,7 @@ TEST(PerfEventDataSampleTest, CommonLayoutWithId) {
   EXPECT_EQ(record.misc(), 0U);
   EXPECT_TRUE(sample.parse(body, 2));
   EXPECT_EQ(record.misc(), 2U);
-  EXPECT_EQ(record.ip(), FIELDS.ip);
-  EXPECT_EQ(record.getPid(), FIELDS.pid);
-  EXPECT_EQ(record.getTid(), FIELDS.tid);
-  EXPECT_EQ(record.time(), FIELDS.time);
-  EXPECT_EQ(record.id(), FIELDS.id);
-  EXPECT_EQ(record.getCpu(), FIELDS.cpu);
-  EXPECT_EQ(record.getResource(), FIELDS.res);
-  EXPECT_EQ(record.period(), ALL_ONES_64);
-  EXPECT_EQ(record.addr(), ALL_ONES_64);
-  EXPECT_EQ(record.streamId(), ALL_ONES_64);
+  expectFields(sample.record, COMMON_WITH_ID, fields);
   EXPECT_THAT(record.callchain(), IsEmpty());
   EXPECT_EQ(record.rawData().size(), 0U);
 }
@@ -93,14 +72,7 @@ TEST(PerfEventDataSampleTest, CommonLayoutWithoutId) {
   const std::string body = sampleBody(COMMON_WITHOUT_ID, FIELDS);
   ASSERT_EQ(body.size(), 40U);
   EXPECT_TRUE(sample.parse(body));
-  EXPECT_EQ(record.ip(), FIELDS.ip);
-  EXPECT_EQ(record.getPid(), FIELDS.pid);
-  EXPECT_EQ(record.getTid(), FIELDS.tid);
-  EXPECT_EQ(record.time(), FIELDS.time);
-  EXPECT_EQ(record.id(), ALL_ONES_64);
-  EXPECT_EQ(record.getCpu(), FIELDS.cpu);
-  EXPECT_EQ(record.getResource(), FIELDS.res);
-  EXPECT_EQ(record.period(), ALL_ONES_64);
+  expectFields(sample.record, COMMON_WITHOUT_ID, FIELDS);
   EXPECT_EQ(record.rawData().size(), 4U);
 }
 
@@ -118,14 +90,7 @@ TEST(PerfEventDataSampleTest, CommonLayoutWithPeriodAndCallchain) {
   ASSERT_EQ(body.size(), 40U + 32U + 8U);
   const BodyView view(body);
   EXPECT_TRUE(sample.record.parse(view, 0));
-  EXPECT_EQ(record.ip(), FIELDS.ip);
-  EXPECT_EQ(record.getPid(), FIELDS.pid);
-  EXPECT_EQ(record.getTid(), FIELDS.tid);
-  EXPECT_EQ(record.time(), FIELDS.time);
-  EXPECT_EQ(record.id(), ALL_ONES_64);
-  EXPECT_EQ(record.getCpu(), FIELDS.cpu);
-  EXPECT_EQ(record.getResource(), FIELDS.res);
-  EXPECT_EQ(record.period(), FIELDS.period);
+  expectFields(sample.record, COMMON_WITH_PERIOD, FIELDS);
   EXPECT_THAT(record.callchain(), ElementsAreArray(FIELDS.callchain)) << "markers included";
   EXPECT_EQ(record.rawData().data(), view.data() + 76);
   EXPECT_EQ(record.rawData().size(), 4U);
@@ -144,11 +109,7 @@ TEST(PerfEventDataSampleTest, IpTidTimeIsBuiltDynamically) {
   EXPECT_THAT(log.lines(), ElementsAre(UNCOMMON));
   EXPECT_EQ(sample.record.getRequiredMinimumSize(), 24U);
   EXPECT_TRUE(sample.parse(sampleBody(0x7, FIELDS)));
-  EXPECT_EQ(sample.record.ip(), FIELDS.ip);
-  EXPECT_EQ(sample.record.getPid(), FIELDS.pid);
-  EXPECT_EQ(sample.record.getTid(), FIELDS.tid);
-  EXPECT_EQ(sample.record.time(), FIELDS.time);
-  EXPECT_EQ(sample.record.getCpu(), uint64_t{ALL_ONES_32});
+  expectFields(sample.record, 0x7, FIELDS);
 }
 
 TEST(PerfEventDataSampleTest, EveryPartIsReadInTheKernelsOrder) {
@@ -161,46 +122,11 @@ TEST(PerfEventDataSampleTest, EveryPartIsReadInTheKernelsOrder) {
 
   const BodyView view(sampleBody(EVERYTHING, FIELDS));
   EXPECT_TRUE(sample.record.parse(view, 0));
-  EXPECT_EQ(record.ip(), FIELDS.ip);
-  EXPECT_EQ(record.getPid(), FIELDS.pid);
-  EXPECT_EQ(record.getTid(), FIELDS.tid);
-  EXPECT_EQ(record.time(), FIELDS.time);
-  EXPECT_EQ(record.addr(), FIELDS.addr);
-  EXPECT_EQ(record.id(), FIELDS.id);
-  EXPECT_EQ(record.streamId(), FIELDS.streamId);
-  EXPECT_EQ(record.getCpu(), FIELDS.cpu);
-  EXPECT_EQ(record.getResource(), FIELDS.res);
-  EXPECT_EQ(record.period(), FIELDS.period);
+  expectFields(sample.record, EVERYTHING, FIELDS);
   EXPECT_EQ(record.readData().data(), view.data() + 64);
   EXPECT_EQ(bytesOf(record.readData()), FIELDS.readBlock);
   EXPECT_THAT(record.callchain(), ElementsAreArray(FIELDS.callchain));
   EXPECT_EQ(bytesOf(record.rawData()), "raw!");
-}
-
-TEST(PerfEventDataSampleTest, EachFixedPartAloneGoesToItsOwnField) {
-  struct Part {
-    uint64_t bit;
-    uint64_t (PerfEventDataSample::*value)() const;
-    uint64_t expected;
-  };
-  const Part parts[] = {
-      {PERF_SAMPLE_IP, &PerfEventDataSample::ip, FIELDS.ip},
-      {PERF_SAMPLE_TIME, &PerfEventDataSample::time, FIELDS.time},
-      {PERF_SAMPLE_ADDR, &PerfEventDataSample::addr, FIELDS.addr},
-      {PERF_SAMPLE_ID, &PerfEventDataSample::id, FIELDS.id},
-      {PERF_SAMPLE_STREAM_ID, &PerfEventDataSample::streamId, FIELDS.streamId},
-      {PERF_SAMPLE_CPU, &PerfEventDataSample::getCpu, FIELDS.cpu},
-      {PERF_SAMPLE_CPU, &PerfEventDataSample::getResource, FIELDS.res},
-      {PERF_SAMPLE_PERIOD, &PerfEventDataSample::period, FIELDS.period},
-      {PERF_SAMPLE_IDENTIFIER, &PerfEventDataSample::id, FIELDS.identifier},
-  };
-  for (const Part& part : parts) {
-    Sample sample(part.bit);
-    EXPECT_EQ(sample.record.getRequiredMinimumSize(), 8U) << part.bit;
-    EXPECT_FALSE(sample.parse(std::string(7, 'x'))) << part.bit;
-    EXPECT_TRUE(sample.parse(sampleBody(part.bit, FIELDS))) << part.bit;
-    EXPECT_EQ((sample.record.*part.value)(), part.expected) << part.bit;
-  }
 }
 
 TEST(PerfEventDataSampleTest, AncillaryAccessorsWidenCpuAndResource) {
@@ -232,10 +158,7 @@ TEST(PerfEventDataSampleTest, IdentifierComesFirstAndIsKeptAsId) {
   ASSERT_EQ(body.size(), 24U);
   EXPECT_FALSE(sample.parse(body.substr(0, 23)));
   EXPECT_TRUE(sample.parse(body));
-  EXPECT_EQ(sample.record.id(), FIELDS.identifier);
-  EXPECT_EQ(sample.record.ip(), FIELDS.ip);
-  EXPECT_EQ(sample.record.getPid(), FIELDS.pid);
-  EXPECT_EQ(sample.record.getTid(), FIELDS.tid);
+  expectFields(sample.record, 0x10000 | 0x3, FIELDS);
 }
 
 TEST(PerfEventDataSampleTest, LayoutWithIdentifierIsNeverACommonOne) {
@@ -356,17 +279,6 @@ TEST(PerfEventDataSampleTest, BitsBeyondTheIdentifierAreNotLookedAt) {
   EXPECT_EQ(sample.record.getRequiredMinimumSize(), 8U);
   EXPECT_TRUE(sample.parse(sampleBody(0x1, FIELDS)));
   EXPECT_EQ(sample.record.ip(), FIELDS.ip);
-}
-
-TEST(PerfEventDataSampleTest, FieldsKeepTheLastSampleUntilTheNext) {
-  Sample sample(0x7);
-  EXPECT_TRUE(sample.parse(sampleBody(0x7, {.ip = 1, .pid = 2, .tid = 3, .time = 4})));
-  EXPECT_TRUE(sample.parse(sampleBody(0x7, {.ip = 5, .pid = 6, .tid = 7, .time = 8})));
-  EXPECT_EQ(sample.record.ip(), 5U);
-  EXPECT_EQ(sample.record.getPid(), 6U);
-  EXPECT_EQ(sample.record.getTid(), 7U);
-  EXPECT_EQ(sample.record.time(), 8U);
-  EXPECT_EQ(sample.record.addr(), ALL_ONES_64);
 }
 
 }  // namespace

@@ -70,7 +70,7 @@ Outcome expectSameWalk(const std::string& bytes, std::size_t from = 0,
   stream.seekg(static_cast<std::streamoff>(from));
   PlainReader plain(plainStream);
   RecordStream records_(stream);
-  records_.begin();
+  records_.takeStream();
   Outcome last = Outcome::Record;
   for (std::size_t i = 0; i < records && last == Outcome::Record; ++i) {
     last = plain.next();
@@ -91,7 +91,7 @@ Outcome expectSameWalk(const std::string& bytes, std::size_t from = 0,
       EXPECT_EQ(records_.misc(), misc);
     }
   }
-  records_.end();
+  records_.returnStream();
   EXPECT_EQ(stream.fail(), plainStream.fail());
   EXPECT_EQ(stream.good(), plainStream.good());
   if (!plainStream.fail()) {
@@ -185,13 +185,13 @@ TEST(RecordStreamTest, SecondWalkSeesTheSameRecords) {
   for (int walk = 0; walk < 2; ++walk) {
     stream.clear();
     stream.seekg(0);
-    records.begin();
+    records.takeStream();
     std::string seen;
     while (seen.size() < bytes.size() && records.next() == Outcome::Record) {
       seen.append(records.record(), records.record() + records.size());
     }
     EXPECT_TRUE(seen == bytes) << walk;
-    records.end();
+    records.returnStream();
     EXPECT_TRUE(stream.good());
   }
 }
@@ -202,18 +202,18 @@ TEST(RecordStreamTest, SecondWalkStillHasTheHeaderOfTheLastRecord) {
   const std::string cut = Body().u32(2).u16(0).u16(0x0204).str().substr(0, 7);
   std::istringstream stream(recordOf(0x118, 1) + recordOf(0x10, 2) + cut);
   RecordStream records(stream);
-  records.begin();
+  records.takeStream();
   EXPECT_EQ(static_cast<int>(records.next()), static_cast<int>(Outcome::Record));
   EXPECT_EQ(static_cast<int>(records.next()), static_cast<int>(Outcome::Record));
-  records.end();
-  records.begin();
+  records.returnStream();
+  records.takeStream();
   EXPECT_EQ(static_cast<int>(records.next()), static_cast<int>(Outcome::Garbled));
 }
 
 TEST(RecordStreamTest, TheLargestRecordsSpaceCanBeReadFromEveryRecordsStart) {
   std::istringstream stream(filler(2 * BLOCK));
   RecordStream records(stream);
-  records.begin();
+  records.takeStream();
   unsigned sum = 0;
   while (records.next() == Outcome::Record) {
     sum += records.record()[65534];  // an address sanitizer would object
@@ -263,20 +263,20 @@ TEST(RecordStreamTest, AReadThatFailsIsToldWithItsReason) {
   FailingBuffer buffer(filler(BLOCK), EIO);
   std::istream stream(&buffer);
   RecordStream records(stream);
-  records.begin();
+  records.takeStream();
   EXPECT_EQ(records.readError(), 0);
   while (records.next() == Outcome::Record) {
   }
   errno = 0;  // whatever happens since
   EXPECT_EQ(records.readError(), EIO);
-  records.end();
+  records.returnStream();
   EXPECT_TRUE(stream.bad());
 }
 
 TEST(RecordStreamTest, TheEndOfAFileIsNoReadError) {
   std::istringstream stream(filler(BLOCK).substr(0, BLOCK - 1));
   RecordStream records(stream);
-  records.begin();
+  records.takeStream();
   while (records.next() == Outcome::Record) {
   }
   EXPECT_EQ(records.readError(), 0);

@@ -2,8 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <linux/perf_event.h>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "perfevents/PerfEventAttribute.h"
 #include "perfevents/PerfEventDataSample.h"
@@ -59,4 +62,27 @@ inline std::string callchainBody(uint64_t count, const std::vector<uint64_t>& ad
     body.u64(address);
   }
   return body.str();
+}
+
+// What the record has of the layout's parts is these values, what it does not have its defaults.
+inline void expectFields(const perfevents::PerfEventDataSample& record, uint64_t layout,
+                         const SampleFields& fields) {
+  const auto ifHas = [layout](uint64_t part, uint64_t value, uint64_t otherwise) {
+    return (layout & part) != 0 ? value : otherwise;
+  };
+  EXPECT_EQ(record.ip(), ifHas(PERF_SAMPLE_IP, fields.ip, ALL_ONES_64));
+  EXPECT_EQ(record.getPid(), ifHas(PERF_SAMPLE_TID, fields.pid, ALL_ONES_32));
+  EXPECT_EQ(record.getTid(), ifHas(PERF_SAMPLE_TID, fields.tid, ALL_ONES_32));
+  EXPECT_EQ(record.time(), ifHas(PERF_SAMPLE_TIME, fields.time, 0));
+  EXPECT_EQ(record.addr(), ifHas(PERF_SAMPLE_ADDR, fields.addr, ALL_ONES_64));
+  EXPECT_EQ(record.id(), ifHas(PERF_SAMPLE_ID, fields.id,
+                               ifHas(PERF_SAMPLE_IDENTIFIER, fields.identifier, ALL_ONES_64)));
+  EXPECT_EQ(record.streamId(), ifHas(PERF_SAMPLE_STREAM_ID, fields.streamId, ALL_ONES_64));
+  EXPECT_EQ(record.getCpu(), ifHas(PERF_SAMPLE_CPU, fields.cpu, ALL_ONES_32));
+  EXPECT_EQ(record.getResource(), ifHas(PERF_SAMPLE_CPU, fields.res, ALL_ONES_32));
+  EXPECT_EQ(record.period(), ifHas(PERF_SAMPLE_PERIOD, fields.period, ALL_ONES_64));
+  EXPECT_EQ(bytesOf(record.readData()), (layout & PERF_SAMPLE_READ) != 0 ? fields.readBlock : "");
+  EXPECT_EQ(record.callchain(),
+            (layout & PERF_SAMPLE_CALLCHAIN) != 0 ? fields.callchain : std::vector<uint64_t>());
+  EXPECT_EQ(bytesOf(record.rawData()), (layout & PERF_SAMPLE_RAW) != 0 ? fields.raw : "");
 }

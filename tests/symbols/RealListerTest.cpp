@@ -10,10 +10,10 @@
 #include "symbols/SourceFileStore.h"
 #include "symbols/SymbolCache.h"
 #include "symbols/SymbolTableStore.h"
+#include "tests/support/FreshStores.h"
 #include "tests/support/JsonText.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"
-#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -23,10 +23,7 @@ using testing::Not;
 class RealListerTest : public testing::Test {
  protected:
   RealListerTest() {
-    kestrel::TestAccess::reset<PerfSettings>();
-    kestrel::TestAccess::reset<SourceFileStore>();
-    kestrel::TestAccess::reset<SymbolCache>();
-    kestrel::TestAccess::reset<SymbolTableStore>();
+    makeStoresAnew();
     PerfSettings* const settings = kestrel::Singleton<PerfSettings>::Instance();
     settings->symbolCacheDir = temp.file("cache");
     settings->symbolListCommand = LISTER " -nCgl --format=bsd";
@@ -54,11 +51,11 @@ TEST_F(RealListerTest, CProgram) {
   SymbolTable* const table = tableOf("c_plain");
   FunctionInfo* const hot = table->findFunction("hot_function");
   FunctionInfo* const cold = table->findFunction("cold_function");
-  ASSERT_NE(nullptr, hot);
-  ASSERT_NE(nullptr, cold);
-  ASSERT_NE(nullptr, table->findFunction("main"));
-  EXPECT_EQ(nullptr, table->findFunction("helper"));       // local: not listed
-  EXPECT_EQ(nullptr, table->findFunction("hot_counter"));  // data
+  ASSERT_NE(hot, nullptr);
+  ASSERT_NE(cold, nullptr);
+  ASSERT_NE(table->findFunction("main"), nullptr);
+  EXPECT_EQ(table->findFunction("helper"), nullptr);       // local: not listed
+  EXPECT_EQ(table->findFunction("hot_counter"), nullptr);  // data
   EXPECT_EQ(hot->start + hot->size, cold->start);
   EXPECT_EQ(hot, table->getFunction(hot->start + 1, &map));
   EXPECT_EQ(cold, table->getFunction(cold->start, &map));
@@ -68,7 +65,7 @@ TEST_F(RealListerTest, CProgram) {
 TEST_F(RealListerTest, CProgramWithDebugInformationHasItsSourceFile) {
   SymbolTable* const table = tableOf("c_debug");
   const FunctionInfo* const hot = table->findFunction("hot_function");
-  ASSERT_NE(nullptr, hot);
+  ASSERT_NE(hot, nullptr);
   const std::string files = filesOf(table);
   EXPECT_THAT(files, HasSubstr("\"/fixtures/hot.c\",[["));
   EXPECT_THAT(files, HasSubstr("[" + std::to_string(hot->key) + ",0]"));  // lines are always 0
@@ -77,9 +74,9 @@ TEST_F(RealListerTest, CProgramWithDebugInformationHasItsSourceFile) {
 TEST_F(RealListerTest, CxxNamesAreDemangled) {
   for (const char* const fixture : {"cxx_plain", "cxx_debug"}) {
     SymbolTable* const table = tableOf(fixture);
-    EXPECT_NE(nullptr, table->findFunction("work::Engine::turn(int, char const*)")) << fixture;
-    EXPECT_NE(nullptr, table->findFunction("int work::twice<int>(int)")) << fixture;  // weak
-    EXPECT_NE(nullptr, table->findFunction("main")) << fixture;
+    EXPECT_NE(table->findFunction("work::Engine::turn(int, char const*)"), nullptr) << fixture;
+    EXPECT_NE(table->findFunction("int work::twice<int>(int)"), nullptr) << fixture;  // weak
+    EXPECT_NE(table->findFunction("main"), nullptr) << fixture;
     map.symbolTable = nullptr;
   }
 }
@@ -91,16 +88,16 @@ TEST_F(RealListerTest, CxxProgramWithDebugInformationHasItsSourceFile) {
 TEST_F(RealListerTest, SharedLibraryIsFoundBehindItsLoadBias) {
   SymbolTable* const table = tableOf("libshared.so");
   FunctionInfo* const hot = table->findFunction("hot_function");
-  ASSERT_NE(nullptr, hot);
+  ASSERT_NE(hot, nullptr);
   map.loadBias = 0x40100000;
   EXPECT_EQ(hot, table->getFunction(0x40100000 + hot->start, &map));
-  EXPECT_EQ(nullptr, table->findFunction("helper"));
+  EXPECT_EQ(table->findFunction("helper"), nullptr);
 }
 
 TEST_F(RealListerTest, StaticProgram) {
   SymbolTable* const table = tableOf("c_static");
-  EXPECT_NE(nullptr, table->findFunction("hot_function"));
-  EXPECT_NE(nullptr, table->findFunction("main"));
+  EXPECT_NE(table->findFunction("hot_function"), nullptr);
+  EXPECT_NE(table->findFunction("main"), nullptr);
   EXPECT_GT(table->items().size(), 100u);
 }
 
@@ -123,7 +120,7 @@ TEST_F(RealListerTest, FileThatIsNoProgramHasNoSymbols) {
 }
 
 TEST_F(RealListerTest, DefaultCommandIsTheOneUsedHereWithTheSystemsLister) {
-  EXPECT_EQ("/usr/bin/nm -nCgl --format=bsd", PerfSettings().symbolListCommand);
+  EXPECT_EQ(PerfSettings().symbolListCommand, "/usr/bin/nm -nCgl --format=bsd");
 }
 
 }  // namespace

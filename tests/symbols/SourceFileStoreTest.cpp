@@ -7,14 +7,9 @@
 #include "symbols/FunctionInfo.h"
 #include "symbols/SourceFileStore.h"
 #include "tests/support/JsonText.h"
+#include "tests/support/TableTexts.h"
 
 namespace {
-
-const std::string BEFORE_ROWS = R"({"files":{"descriptions":{"key":"key for this symbol",)"
-                                R"("name":"name of this symbol",)"
-                                R"("symbols.ref":"ref to symbol using this file",)"
-                                R"("symbols.linenum":"ref to line number"},"data":[)";
-const std::string AFTER_ROWS = "]}}";
 
 class SourceFileStoreTest : public testing::Test {
  protected:
@@ -22,7 +17,7 @@ class SourceFileStoreTest : public testing::Test {
     return jsonObjectText(
         [&](kestrel::JsomWriter& writer) { store.writeLegacyJsonObject(writer, writeAll); });
   }
-  static std::string table(const std::string& data) { return BEFORE_ROWS + data + AFTER_ROWS; }
+  static std::string expected(const std::string& rows) { return tableText("files", rows); }
 
   const bool countsFromZero = (KeyGenerator::counter = 0, true);
   FunctionInfo functions[4];  // keys 0 to 3
@@ -30,15 +25,15 @@ class SourceFileStoreTest : public testing::Test {
 };
 
 TEST_F(SourceFileStoreTest, WithoutSamplesTheTableHasDescriptionsAndAnEmptyDataArray) {
-  EXPECT_EQ(table(""), rows(false));
-  EXPECT_EQ(table(""), rows(true));
+  EXPECT_EQ(rows(false), expected(""));
+  EXPECT_EQ(rows(true), expected(""));
 }
 
 TEST_F(SourceFileStoreTest, FileWhoseFunctionsWereAllMissedIsAbsentEvenIfAllAreWritten) {
   store.add("/src/a.c", &functions[0]);
   store.add("/src/a.c", &functions[1]);
-  EXPECT_EQ(table(""), rows(false));
-  EXPECT_EQ(table(""), rows(true));
+  EXPECT_EQ(rows(false), expected(""));
+  EXPECT_EQ(rows(true), expected(""));
 }
 
 TEST_F(SourceFileStoreTest, FileWithOneHitFunctionListsOnlyThatUnlessAllAreWritten) {
@@ -46,8 +41,8 @@ TEST_F(SourceFileStoreTest, FileWithOneHitFunctionListsOnlyThatUnlessAllAreWritt
   store.add("/src/a.c", &functions[1]);
   store.add("/src/a.c", &functions[2]);
   functions[1].refCount = 1;
-  EXPECT_EQ(table(R"([1,"/src/a.c",[[1,0]]])"), rows(false));
-  EXPECT_EQ(table(R"([1,"/src/a.c",[[0,0],[1,0],[2,0]]])"), rows(true));
+  EXPECT_EQ(rows(false), expected(R"([1,"/src/a.c",[[1,0]]])"));
+  EXPECT_EQ(rows(true), expected(R"([1,"/src/a.c",[[0,0],[1,0],[2,0]]])"));
 }
 
 TEST_F(SourceFileStoreTest, PairsStandInTheOrderAddedNotByKeyAndDuplicatesStay) {
@@ -55,7 +50,7 @@ TEST_F(SourceFileStoreTest, PairsStandInTheOrderAddedNotByKeyAndDuplicatesStay) 
     functions[i].refCount = 1;
     store.add("/src/a.c", &functions[i]);
   }
-  EXPECT_EQ(table(R"([1,"/src/a.c",[[2,0],[0,0],[2,0]]])"), rows(false));
+  EXPECT_EQ(rows(false), expected(R"([1,"/src/a.c",[[2,0],[0,0],[2,0]]])"));
 }
 
 TEST_F(SourceFileStoreTest, PairHasTheFunctionsKeyAndLineNumber) {
@@ -64,7 +59,7 @@ TEST_F(SourceFileStoreTest, PairHasTheFunctionsKeyAndLineNumber) {
   function.refCount = 1;
   function.lineNumber = 0xFFFFFFFF;
   store.add("/src/a.c", &function);
-  EXPECT_EQ(table(R"([1,"/src/a.c",[[18446744073709551615,4294967295]]])"), rows(false));
+  EXPECT_EQ(rows(false), expected(R"([1,"/src/a.c",[[18446744073709551615,4294967295]]])"));
 }
 
 TEST_F(SourceFileStoreTest, FilesAreNumberedFromOneInTheByteOrderOfTheirNames) {
@@ -75,9 +70,9 @@ TEST_F(SourceFileStoreTest, FilesAreNumberedFromOneInTheByteOrderOfTheirNames) {
   store.add("/src/b.c", &functions[1]);
   store.add("/src/B.c", &functions[2]);
   store.add("/src/a.c", &functions[3]);
-  EXPECT_EQ(table("[1,\"/src/B.c\",[[2,0]]],[2,\"/src/a.c\",[[3,0]]],[3,\"/src/b.c\",[[1,0]]],"
-                  "[4,\"/src/\xC3\xA4.c\",[[0,0]]]"),
-            rows(false));
+  EXPECT_EQ(rows(false),
+            expected("[1,\"/src/B.c\",[[2,0]]],[2,\"/src/a.c\",[[3,0]]],[3,\"/src/b.c\",[[1,0]]],"
+                     "[4,\"/src/\xC3\xA4.c\",[[0,0]]]"));
 }
 
 TEST_F(SourceFileStoreTest, FunctionsOfAFileThatIsNamedAgainJoinTheFirstOnes) {
@@ -86,8 +81,8 @@ TEST_F(SourceFileStoreTest, FunctionsOfAFileThatIsNamedAgainJoinTheFirstOnes) {
   store.add("/src/a.c", &functions[0]);
   store.add("/src/b.c", &functions[3]);
   store.add("/src/b.c", &functions[1]);
-  EXPECT_EQ(table(R"([1,"/src/b.c",[[3,0]]])"), rows(false));
-  EXPECT_EQ(table(R"([1,"/src/b.c",[[2,0],[3,0],[1,0]]])"), rows(true));
+  EXPECT_EQ(rows(false), expected(R"([1,"/src/b.c",[[3,0]]])"));
+  EXPECT_EQ(rows(true), expected(R"([1,"/src/b.c",[[2,0],[3,0],[1,0]]])"));
 }
 
 TEST_F(SourceFileStoreTest, SkippedFilesTakeNoNumber) {
@@ -99,20 +94,20 @@ TEST_F(SourceFileStoreTest, SkippedFilesTakeNoNumber) {
   store.add("/src/b.c", &functions[1]);
   store.add("/src/c.c", &functions[0]);
   store.add("/src/d.c", &functions[2]);
-  EXPECT_EQ(table(R"([1,"/src/b.c",[[1,0]]],[2,"/src/d.c",[[2,0]]])"), rows(false));
+  EXPECT_EQ(rows(false), expected(R"([1,"/src/b.c",[[1,0]]],[2,"/src/d.c",[[2,0]]])"));
 }
 
 TEST_F(SourceFileStoreTest, FileWithAnEmptyNameIsNeverWritten) {
   functions[0].refCount = 1;
   store.add("", &functions[0]);
-  EXPECT_EQ(table(""), rows(false));
-  EXPECT_EQ(table(""), rows(true));
+  EXPECT_EQ(rows(false), expected(""));
+  EXPECT_EQ(rows(true), expected(""));
 }
 
 TEST_F(SourceFileStoreTest, FileNamesAreEscaped) {
   functions[0].refCount = 1;
   store.add("a\"b\\c", &functions[0]);
-  EXPECT_EQ(table(R"([1,"a\"b\\c",[[0,0]]])"), rows(false));
+  EXPECT_EQ(rows(false), expected(R"([1,"a\"b\\c",[[0,0]]])"));
 }
 
 TEST_F(SourceFileStoreTest, FileKeysDrawNothingFromTheKeyCounterAndAreNumberedAnewEachTime) {
@@ -120,7 +115,7 @@ TEST_F(SourceFileStoreTest, FileKeysDrawNothingFromTheKeyCounterAndAreNumberedAn
   store.add("/src/a.c", &functions[0]);
   const std::string once = rows(false);
   EXPECT_EQ(once, rows(false));
-  EXPECT_EQ(4u, KeyGenerator::counter);
+  EXPECT_EQ(KeyGenerator::counter, 4u);
 }
 
 TEST_F(SourceFileStoreTest, FunctionsHaveReferencesWhenAnyHasAUse) {

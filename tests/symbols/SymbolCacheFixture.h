@@ -17,15 +17,14 @@
 #include "app/PerfSettings.h"
 #include "kestrel/Singleton.h"
 #include "symbols/SymbolCache.h"
+#include "tests/support/FreshStores.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"
-#include "tests/support/TestAccess.h"
 
 class SymbolCacheFixture : public testing::Test {
  protected:
   SymbolCacheFixture() {
-    kestrel::TestAccess::reset<PerfSettings>();
-    settings().symbolCacheDir = temp.file("cache");
+    makeStoresAnewIn(temp.path());
     setLister("cat \"$1\"");  // a source file is its own list
   }
 
@@ -70,7 +69,7 @@ class SymbolCacheFixture : public testing::Test {
     timespec times[2] = {};
     times[0].tv_sec = times[1].tv_sec = static_cast<time_t>(time);
     times[1].tv_nsec = 999999999;
-    ASSERT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, 0));
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
   }
   void makeCacheDir() { mkdir(temp.file("cache").c_str(), 0777); }
   void writeIndex(const std::string& text) {

@@ -18,7 +18,7 @@ TEST_F(SymbolCacheIndexTest, EntryThatIsNoObjectCountsAsAbsent) {
     EXPECT_THAT(logOf(path, listPath(path)), ElementsAre(traceAsk(path), traceCreate(path),
                                                          debugCommand(path), infoCreated(path, 9)))
         << value;
-    EXPECT_EQ("{" + wholeEntry(path, 1000000000, 9) + "}", index()) << value;
+    EXPECT_EQ(index(), "{" + wholeEntry(path, 1000000000, 9) + "}") << value;
   }
 }
 
@@ -30,7 +30,7 @@ TEST_F(SymbolCacheIndexTest, MembersOfWrongTypesCountAsTheirDefaults) {
   writeIndex("{" + entry(path, "\"file\":{},\"mtime\":0,\"size\":9") + "}");
   restart();
   EXPECT_EQ(listPath(path), ask(path));
-  EXPECT_EQ(1, listerRuns());
+  EXPECT_EQ(listerRuns(), 1);
 }
 
 TEST_F(SymbolCacheIndexTest, MalformedIndexPrintsTheMessageKeepsWholeMembersAndIsRewrittenWhole) {
@@ -38,11 +38,10 @@ TEST_F(SymbolCacheIndexTest, MalformedIndexPrintsTheMessageKeepsWholeMembersAndI
   writeIndex("{\"/lib/a\":{\"file\":\"a.nm\",\"mtime\":1,\"size\":2},\"/lib/b\":{\"file\":?");
   StderrCapture errors;
   cache();
-  EXPECT_EQ("JSONData::setFromJsonString(): syntax error: missing value\n", errors.end());
+  EXPECT_EQ(errors.end(), "JSONData::setFromJsonString(): syntax error: missing value\n");
   EXPECT_EQ(listPath(path), ask(path));
-  EXPECT_EQ("{\"/lib/a\":{\"file\":\"a.nm\",\"mtime\":1,\"size\":2}," +
-                wholeEntry(path, 1000000000, 9) + "}",
-            index());
+  EXPECT_EQ(index(), "{\"/lib/a\":{\"file\":\"a.nm\",\"mtime\":1,\"size\":2}," +
+                         wholeEntry(path, 1000000000, 9) + "}");
 }
 
 TEST_F(SymbolCacheIndexTest, MalformedIndexStillServesItsWholeMembers) {
@@ -51,16 +50,16 @@ TEST_F(SymbolCacheIndexTest, MalformedIndexStillServesItsWholeMembers) {
   const std::string list = temp.write("cache/mine.nm", "");
   StderrCapture errors;
   EXPECT_EQ(list, ask(path));
-  EXPECT_EQ("JSONData::setFromJsonString(): syntax error: object key must be a string\n",
-            errors.end());
-  EXPECT_EQ(0, listerRuns());
+  EXPECT_EQ(errors.end(),
+            "JSONData::setFromJsonString(): syntax error: object key must be a string\n");
+  EXPECT_EQ(listerRuns(), 0);
 }
 
 TEST_F(SymbolCacheIndexTest, EmptyIndexFileIsAnEmptyIndex) {
   writeIndex("");
   const std::string path = source("x.so");
   EXPECT_EQ(listPath(path), ask(path));
-  EXPECT_EQ("{" + wholeEntry(path, 1000000000, 9) + "}", index());
+  EXPECT_EQ(index(), "{" + wholeEntry(path, 1000000000, 9) + "}");
 }
 
 TEST_F(SymbolCacheIndexTest, IndexThatIsNoObjectIsReplacedByOne) {
@@ -69,7 +68,7 @@ TEST_F(SymbolCacheIndexTest, IndexThatIsNoObjectIsReplacedByOne) {
     writeIndex(text);
     restart();
     EXPECT_EQ(listPath(path), ask(path)) << text;
-    EXPECT_EQ("{" + wholeEntry(path, 1000000000, 9) + "}", index()) << text;
+    EXPECT_EQ(index(), "{" + wholeEntry(path, 1000000000, 9) + "}") << text;
   }
 }
 
@@ -86,12 +85,11 @@ TEST_F(SymbolCacheIndexTest, NamesAreEscapedInTheIndex) {
   const std::string path = source("a\"b\\c.so");
   setLister("echo 1000 T f");
   ask(path);
-  EXPECT_EQ("{\"" + temp.file("a\\\"b\\\\c.so") + "\":{\"file\":\"" + listName(path) +
-                "\",\"mtime\":1000000000,\"size\":9}}",
-            index());
+  EXPECT_EQ(index(), "{\"" + temp.file("a\\\"b\\\\c.so") + "\":{\"file\":\"" + listName(path) +
+                         "\",\"mtime\":1000000000,\"size\":9}}");
   restart();
   EXPECT_EQ(listPath(path), ask(path));
-  EXPECT_EQ(1, listerRuns());
+  EXPECT_EQ(listerRuns(), 1);
 }
 
 TEST_F(SymbolCacheIndexTest, CollidingNamesShareOneListFile) {
@@ -99,21 +97,20 @@ TEST_F(SymbolCacheIndexTest, CollidingNamesShareOneListFile) {
   const std::string second = source("a_b", "1000 T second_one\n");
   const std::string list = ask(first);
   EXPECT_EQ(list, ask(second));
-  EXPECT_EQ("1000 T second_one\n", read(listPath(first)));
-  EXPECT_EQ(
-      "{" + wholeEntry(first, 1000000000, 13) + "," + wholeEntry(second, 1000000000, 18) + "}",
-      index());
+  EXPECT_EQ(read(listPath(first)), "1000 T second_one\n");
+  EXPECT_EQ(index(), "{" + wholeEntry(first, 1000000000, 13) + "," +
+                         wholeEntry(second, 1000000000, 18) + "}");
 }
 
 TEST_F(SymbolCacheIndexTest, ListThatIsAPipeIsNotServed) {
   const std::string path = source("x.so");
   writeIndex("{" + entry(path, "\"file\":\"pipe.nm\",\"mtime\":1000000000,\"size\":9") + "}");
-  ASSERT_EQ(0, mkfifo(temp.file("cache/pipe.nm").c_str(), 0666));
+  ASSERT_EQ(mkfifo(temp.file("cache/pipe.nm").c_str(), 0666), 0);
   settings().freezeSymbolCache = true;
-  EXPECT_EQ("none", ask(path));
+  EXPECT_EQ(ask(path), "none");
   settings().freezeSymbolCache = false;
   EXPECT_EQ(listPath(path), ask(path));
-  EXPECT_EQ(1, listerRuns());
+  EXPECT_EQ(listerRuns(), 1);
 }
 
 // Quadratic cost would be 64 times as much.

@@ -31,9 +31,9 @@ class SymbolCacheTest : public SymbolCacheFixture {
 // Names of list files
 
 TEST_F(SymbolCacheTest, ListNameKeepsLettersDigitsAndFullStops) {
-  EXPECT_EQ("_lib_libc_2.19.so.nm", listName("/lib/libc-2.19.so"));
-  EXPECT_EQ("azAZ09._______.nm", listName("azAZ09._-+ ~@/"));
-  EXPECT_EQ(".nm", listName(""));
+  EXPECT_EQ(listName("/lib/libc-2.19.so"), "_lib_libc_2.19.so.nm");
+  EXPECT_EQ(listName("azAZ09._-+ ~@/"), "azAZ09._______.nm");
+  EXPECT_EQ(listName(""), ".nm");
 }
 
 TEST_F(SymbolCacheTest, EveryOtherByteOfAListNameIsAnUnderscore) {
@@ -41,14 +41,14 @@ TEST_F(SymbolCacheTest, EveryOtherByteOfAListNameIsAnUnderscore) {
     const bool kept = (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') ||
                       (byte >= 'a' && byte <= 'z') || byte == '.';
     const char character = static_cast<char>(byte);
-    EXPECT_EQ(std::string(1, kept ? character : '_') + ".nm", listName(std::string(1, character)));
+    EXPECT_EQ(listName(std::string(1, character)), std::string(1, kept ? character : '_') + ".nm");
   }
 }
 
 TEST_F(SymbolCacheTest, ListNameIsAppended) {
   std::string name = "before/";
   cache().generateCacheFileName("/a", name);
-  EXPECT_EQ("before/_a.nm", name);
+  EXPECT_EQ(name, "before/_a.nm");
 }
 
 TEST_F(SymbolCacheTest, DifferentPathsMayShareAListName) {
@@ -65,17 +65,17 @@ TEST_F(SymbolCacheTest, ConstructionMakesTheCacheDirectoryWithItsParentsButNoInd
 }
 
 TEST_F(SymbolCacheTest, RelativeCacheDirectory) {
-  ASSERT_EQ(0, chdir(temp.path().c_str()));
+  ASSERT_EQ(chdir(temp.path().c_str()), 0);
   settings().symbolCacheDir = "./cache";
   const std::string path = source("x.so");
-  EXPECT_EQ("./cache/" + listName(path), ask(path));
-  EXPECT_EQ("{" + wholeEntry(path, 1000000000, 9) + "}", index());
+  EXPECT_EQ(ask(path), "./cache/" + listName(path));
+  EXPECT_EQ(index(), "{" + wholeEntry(path, 1000000000, 9) + "}");
 }
 
 TEST_F(SymbolCacheTest, ConstructionWithoutIndexPrintsNothing) {
   const StderrCapture errors;
   cache();
-  EXPECT_EQ("", errors.text());
+  EXPECT_EQ(errors.text(), "");
 }
 
 TEST_F(SymbolCacheTest, CacheDirectoryThatIsAFileIsNotFatal) {
@@ -85,7 +85,7 @@ TEST_F(SymbolCacheTest, CacheDirectoryThatIsAFileIsNotFatal) {
       logOf(path, "none"),
       ElementsAre(traceAsk(path), traceCreate(path), debugCommand(path),
                   line("WARN", "Error creating symbol output file '" + listPath(path) + "'")));
-  EXPECT_EQ("in the way", temp.read("cache"));
+  EXPECT_EQ(temp.read("cache"), "in the way");
 }
 
 // A new list
@@ -95,7 +95,7 @@ TEST_F(SymbolCacheTest, NewListIsTheListersOutputUnchanged) {
   const std::string path = source("x.so", bytes);
   EXPECT_EQ(listPath(path), ask(path));
   EXPECT_EQ(bytes, read(listPath(path)));
-  EXPECT_EQ(1, listerRuns());
+  EXPECT_EQ(listerRuns(), 1);
 }
 
 TEST_F(SymbolCacheTest, NewListIsReportedStepByStep) {
@@ -107,19 +107,19 @@ TEST_F(SymbolCacheTest, NewListIsReportedStepByStep) {
 TEST_F(SymbolCacheTest, NewListMakesAnEntryOfFileTimeAndSize) {
   const std::string path = source("x.so", "1000 T f\n2000 T g\n", 1405429210);
   ask(path);
-  EXPECT_EQ("{" + wholeEntry(path, 1405429210, 18) + "}", index());
+  EXPECT_EQ(index(), "{" + wholeEntry(path, 1405429210, 18) + "}");
 }
 
 TEST_F(SymbolCacheTest, IndexIsWrittenAfterEveryNewListInTheOrderOfTheFirstLists) {
   const std::string second = source("b.so", "1000 T f\n", 2);
   const std::string first = source("a.so", "1000 T ff\n", 3);
   ask(second);
-  EXPECT_EQ("{" + wholeEntry(second, 2, 9) + "}", index());
+  EXPECT_EQ(index(), "{" + wholeEntry(second, 2, 9) + "}");
   ask(first);
-  EXPECT_EQ("{" + wholeEntry(second, 2, 9) + "," + wholeEntry(first, 3, 10) + "}", index());
+  EXPECT_EQ(index(), "{" + wholeEntry(second, 2, 9) + "," + wholeEntry(first, 3, 10) + "}");
   touch(second, 4);
   ask(second);
-  EXPECT_EQ("{" + wholeEntry(second, 4, 9) + "," + wholeEntry(first, 3, 10) + "}", index());
+  EXPECT_EQ(index(), "{" + wholeEntry(second, 4, 9) + "," + wholeEntry(first, 3, 10) + "}");
 }
 
 TEST_F(SymbolCacheTest, TimesBefore1970AndAfter2038) {
@@ -127,8 +127,8 @@ TEST_F(SymbolCacheTest, TimesBefore1970AndAfter2038) {
   const std::string young = source("young.so", "1000 T f\n", 5000000000);
   ask(old);
   ask(young);
-  EXPECT_EQ("{" + wholeEntry(old, -86400, 9) + "," + wholeEntry(young, 5000000000, 9) + "}",
-            index());
+  EXPECT_EQ(index(),
+            "{" + wholeEntry(old, -86400, 9) + "," + wholeEntry(young, 5000000000, 9) + "}");
   restart();
   EXPECT_THAT(logOf(old, listPath(old)),
               ElementsAre(traceAsk(old), infoUpToDate(old, listPath(old))));
@@ -140,9 +140,9 @@ TEST_F(SymbolCacheTest, OtherEntriesOfTheIndexStayAsTheyAre) {
   writeIndex("{\"/lib/a\":{\"file\":\"a.nm\",\"mtime\":1,\"size\":2,\"extra\":[1,null]},\"b\":3}");
   const std::string path = source("x.so");
   ask(path);
-  EXPECT_EQ("{\"/lib/a\":{\"file\":\"a.nm\",\"mtime\":1,\"size\":2,\"extra\":[1,null]},\"b\":3," +
-                wholeEntry(path, 1000000000, 9) + "}",
-            index());
+  EXPECT_EQ(index(),
+            "{\"/lib/a\":{\"file\":\"a.nm\",\"mtime\":1,\"size\":2,\"extra\":[1,null]},\"b\":3," +
+                wholeEntry(path, 1000000000, 9) + "}");
 }
 
 // The up-to-date test
@@ -152,7 +152,7 @@ TEST_F(SymbolCacheTest, UnchangedSourceIsServedWithoutTheLister) {
   ask(path);
   EXPECT_THAT(logOf(path, listPath(path)),
               ElementsAre(traceAsk(path), infoUpToDate(path, listPath(path))));
-  EXPECT_EQ(1, listerRuns());
+  EXPECT_EQ(listerRuns(), 1);
 }
 
 TEST_F(SymbolCacheTest, UnchangedSourceIsServedInALaterRunToo) {
@@ -162,7 +162,7 @@ TEST_F(SymbolCacheTest, UnchangedSourceIsServedInALaterRunToo) {
   restart();
   EXPECT_THAT(logOf(path, listPath(path)),
               ElementsAre(traceAsk(path), infoUpToDate(path, listPath(path))));
-  EXPECT_EQ(1, listerRuns());
+  EXPECT_EQ(listerRuns(), 1);
   EXPECT_EQ(before, index());
 }
 
@@ -172,9 +172,9 @@ TEST_F(SymbolCacheTest, ChangedTimeGetsANewListAndARewrittenEntry) {
   source("x.so", "1000 T longer\n", 1000000001);
   EXPECT_THAT(logOf(path, listPath(path)), ElementsAre(traceAsk(path), traceCreate(path),
                                                        debugCommand(path), infoCreated(path, 14)));
-  EXPECT_EQ("1000 T longer\n", read(listPath(path)));
-  EXPECT_EQ("{" + wholeEntry(path, 1000000001, 14) + "}", index());
-  EXPECT_EQ(2, listerRuns());
+  EXPECT_EQ(read(listPath(path)), "1000 T longer\n");
+  EXPECT_EQ(index(), "{" + wholeEntry(path, 1000000001, 14) + "}");
+  EXPECT_EQ(listerRuns(), 2);
 }
 
 TEST_F(SymbolCacheTest, OlderTimeIsAChangeToo) {
@@ -182,7 +182,7 @@ TEST_F(SymbolCacheTest, OlderTimeIsAChangeToo) {
   ask(path);
   touch(path, 999999999);
   EXPECT_EQ(listPath(path), ask(path));
-  EXPECT_EQ(2, listerRuns());
+  EXPECT_EQ(listerRuns(), 2);
 }
 
 TEST_F(SymbolCacheTest, OnlyWholeSecondsCount) {
@@ -190,9 +190,9 @@ TEST_F(SymbolCacheTest, OnlyWholeSecondsCount) {
   ask(path);
   timespec times[2] = {};
   times[0].tv_sec = times[1].tv_sec = 1000000000;
-  ASSERT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, 0));
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
   EXPECT_EQ(listPath(path), ask(path));
-  EXPECT_EQ(1, listerRuns());
+  EXPECT_EQ(listerRuns(), 1);
 }
 
 TEST_F(SymbolCacheTest, ChangedBytesOfTheSameTimeAreNotNoticed) {
@@ -200,7 +200,7 @@ TEST_F(SymbolCacheTest, ChangedBytesOfTheSameTimeAreNotNoticed) {
   ask(path);
   source("x.so", "2000 T other\n");
   EXPECT_EQ(listPath(path), ask(path));
-  EXPECT_EQ("1000 T f\n", read(listPath(path)));
+  EXPECT_EQ(read(listPath(path)), "1000 T f\n");
 }
 
 TEST_F(SymbolCacheTest, RecordedSizeIsNotComparedWithTheList) {
@@ -208,7 +208,7 @@ TEST_F(SymbolCacheTest, RecordedSizeIsNotComparedWithTheList) {
   ask(path);
   temp.write("cache/" + listName(path), "something else\n");
   EXPECT_EQ(listPath(path), ask(path));
-  EXPECT_EQ(1, listerRuns());
+  EXPECT_EQ(listerRuns(), 1);
 }
 
 TEST_F(SymbolCacheTest, ListDeletedByHandIsMadeAgain) {
@@ -217,7 +217,7 @@ TEST_F(SymbolCacheTest, ListDeletedByHandIsMadeAgain) {
   unlink(listPath(path).c_str());
   EXPECT_THAT(logOf(path, listPath(path)), ElementsAre(traceAsk(path), traceCreate(path),
                                                        debugCommand(path), infoCreated(path, 9)));
-  EXPECT_EQ("1000 T f\n", read(listPath(path)));
+  EXPECT_EQ(read(listPath(path)), "1000 T f\n");
 }
 
 TEST_F(SymbolCacheTest, ListNameOfTheEntryIsUsedWhateverItIs) {
@@ -226,7 +226,7 @@ TEST_F(SymbolCacheTest, ListNameOfTheEntryIsUsedWhateverItIs) {
   temp.write("cache/mine.nm", "1000 T mine\n");
   const std::string list = temp.file("cache/mine.nm");
   EXPECT_THAT(logOf(path, list), ElementsAre(traceAsk(path), infoUpToDate(path, list)));
-  EXPECT_EQ(0, listerRuns());
+  EXPECT_EQ(listerRuns(), 0);
 }
 
 TEST_F(SymbolCacheTest, EntryWithoutSizeIsUpToDate) {
@@ -249,14 +249,14 @@ TEST_F(SymbolCacheTest, EntryWithoutListNameIsListedAgain) {
   const std::string path = source("x.so");
   writeIndex("{" + entry(path, "\"mtime\":1000000000,\"size\":5") + "}");
   EXPECT_EQ(listPath(path), ask(path));
-  EXPECT_EQ(1, listerRuns());
+  EXPECT_EQ(listerRuns(), 1);
 }
 
 TEST_F(SymbolCacheTest, EntryWithAnEmptyListNameIsListedAgain) {
   const std::string path = source("x.so");
   writeIndex("{" + entry(path, "\"file\":\"\",\"mtime\":1000000000,\"size\":5") + "}");
   EXPECT_EQ(listPath(path), ask(path));
-  EXPECT_EQ("{" + wholeEntry(path, 1000000000, 9) + "}", index());
+  EXPECT_EQ(index(), "{" + wholeEntry(path, 1000000000, 9) + "}");
 }
 
 // Files without symbols
@@ -266,7 +266,7 @@ TEST_F(SymbolCacheTest, SourceWithoutSymbolsLeavesAnEntryAndNoList) {
   EXPECT_THAT(logOf(path, "none"),
               ElementsAre(traceAsk(path), traceCreate(path), debugCommand(path),
                           infoCreated(path, 0), infoNoSymbols(path)));
-  EXPECT_EQ("{" + entry(path, "\"mtime\":1000000000,\"size\":0") + "}", index());
+  EXPECT_EQ(index(), "{" + entry(path, "\"mtime\":1000000000,\"size\":0") + "}");
   EXPECT_THAT(cacheFiles(), ElementsAre("symbolcache.json"));
 }
 
@@ -276,7 +276,7 @@ TEST_F(SymbolCacheTest, SourceKnownToHaveNoSymbolsIsNotListedAgain) {
   EXPECT_THAT(logOf(path, "none"), ElementsAre(traceAsk(path), infoNoSymbols(path)));
   restart();
   EXPECT_THAT(logOf(path, "none"), ElementsAre(traceAsk(path), infoNoSymbols(path)));
-  EXPECT_EQ(1, listerRuns());
+  EXPECT_EQ(listerRuns(), 1);
 }
 
 TEST_F(SymbolCacheTest, SizeZeroCountsMoreThanAListThatExists) {
@@ -291,18 +291,18 @@ TEST_F(SymbolCacheTest, EntryThatIsListedAgainAfterSizeZeroGetsItsFileLast) {
   ask(path);
   source("x.so", "1000 T f\n", 1000000001);
   EXPECT_EQ(listPath(path), ask(path));
-  EXPECT_EQ("{" +
+  EXPECT_EQ(index(),
+            "{" +
                 entry(path, "\"mtime\":1000000001,\"size\":9,\"file\":\"" + listName(path) + "\"") +
-                "}",
-            index());
+                "}");
 }
 
 TEST_F(SymbolCacheTest, SourceThatLosesItsSymbolsLosesFileAndList) {
   const std::string path = source("x.so");
   ask(path);
   source("x.so", "", 1000000001);
-  EXPECT_EQ("none", ask(path));
-  EXPECT_EQ("{" + entry(path, "\"mtime\":1000000001,\"size\":0") + "}", index());
+  EXPECT_EQ(ask(path), "none");
+  EXPECT_EQ(index(), "{" + entry(path, "\"mtime\":1000000001,\"size\":0") + "}");
   EXPECT_THAT(cacheFiles(), ElementsAre("symbolcache.json"));
 }
 
@@ -341,7 +341,7 @@ TEST_F(SymbolCacheTest, OverrideIsForItsExactNameAndCanBeReplaced) {
   const std::string first = temp.write("first", "");
   const std::string second = temp.write("second", "");
   cache().setOverride("kernel", first);
-  EXPECT_EQ("none", ask("kernel2"));
+  EXPECT_EQ(ask("kernel2"), "none");
   EXPECT_EQ(first, ask("kernel"));
   cache().setOverride("kernel", second);
   EXPECT_EQ(second, ask("kernel"));
@@ -356,7 +356,7 @@ TEST_F(SymbolCacheTest, MissingSourceIsSkippedEvenIfTheIndexHasItsEntry) {
   unlink(path.c_str());
   EXPECT_THAT(logOf(path, "none"), ElementsAre(traceAsk(path), infoNoSource(path)));
   EXPECT_EQ(before, index());
-  EXPECT_EQ(1, listerRuns());
+  EXPECT_EQ(listerRuns(), 1);
 }
 
 TEST_F(SymbolCacheTest, MissingSourceIsSkippedInFreezeModeToo) {
@@ -372,11 +372,11 @@ TEST_F(SymbolCacheTest, MissingSourceLeavesNoEntry) {
   ask(temp.file("missing"));
   EXPECT_FALSE(temp.has("cache/symbolcache.json"));
   ask(path);
-  EXPECT_EQ("{" + wholeEntry(path, 1000000000, 9) + "}", index());
+  EXPECT_EQ(index(), "{" + wholeEntry(path, 1000000000, 9) + "}");
 }
 
 TEST_F(SymbolCacheTest, DanglingLinkIsAMissingSource) {
-  ASSERT_EQ(0, symlink("nowhere", temp.file("link").c_str()));
+  ASSERT_EQ(symlink("nowhere", temp.file("link").c_str()), 0);
   EXPECT_THAT(logOf(temp.file("link"), "none"),
               ElementsAre(traceAsk(temp.file("link")), infoNoSource(temp.file("link"))));
 }
@@ -384,7 +384,7 @@ TEST_F(SymbolCacheTest, DanglingLinkIsAMissingSource) {
 TEST_F(SymbolCacheTest, FailureEmptiesTheListPathWhenTheSourceIsMissing) {
   std::string list = "what was there";
   EXPECT_FALSE(cache().getSampleDataFile("/nonexistent", list));
-  EXPECT_EQ("", list);
+  EXPECT_EQ(list, "");
 }
 
 // Freeze mode
@@ -396,14 +396,14 @@ TEST_F(SymbolCacheTest, FrozenCacheServesAListWhateverTheSourcesTime) {
   settings().freezeSymbolCache = true;
   EXPECT_THAT(logOf(path, listPath(path)),
               ElementsAre(traceAsk(path), infoFrozen(path, listPath(path))));
-  EXPECT_EQ(1, listerRuns());
+  EXPECT_EQ(listerRuns(), 1);
 }
 
 TEST_F(SymbolCacheTest, FrozenCacheSkipsASourceWithoutEntry) {
   settings().freezeSymbolCache = true;
   const std::string path = source("x.so");
   EXPECT_THAT(logOf(path, "none"), ElementsAre(traceAsk(path), infoFrozenNone(path)));
-  EXPECT_EQ(0, listerRuns());
+  EXPECT_EQ(listerRuns(), 0);
   EXPECT_THAT(cacheFiles(), IsEmpty());
 }
 
@@ -413,7 +413,7 @@ TEST_F(SymbolCacheTest, FrozenCacheSkipsASourceWhoseListWasDeleted) {
   unlink(listPath(path).c_str());
   settings().freezeSymbolCache = true;
   EXPECT_THAT(logOf(path, "none"), ElementsAre(traceAsk(path), infoFrozenNone(path)));
-  EXPECT_EQ(1, listerRuns());
+  EXPECT_EQ(listerRuns(), 1);
 }
 
 TEST_F(SymbolCacheTest, FrozenCacheSkipsASourceKnownToHaveNoSymbols) {
@@ -455,7 +455,7 @@ TEST_F(SymbolCacheTest, FrozenCacheSkipsAnEntryThatIsNoObject) {
 
 TEST_F(SymbolCacheTest, FrozenCacheSkipsANameThatReadsAsAnOptionLikeAnyOther) {
   settings().freezeSymbolCache = true;
-  ASSERT_EQ(0, chdir(temp.path().c_str()));
+  ASSERT_EQ(chdir(temp.path().c_str()), 0);
   source("-x");
   EXPECT_THAT(logOf("-x", "none"), ElementsAre(traceAsk("-x"), infoFrozenNone("-x")));
 }

@@ -13,9 +13,9 @@
 #include "symbols/SourceFileStore.h"
 #include "symbols/SymbolListProcessor.h"
 #include "symbols/SymbolTable.h"
+#include "tests/support/FreshStores.h"
 #include "tests/support/JsonText.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -37,10 +37,7 @@ void PrintTo(const Entry& entry, std::ostream* out) {
 // A base, so that it comes before the processor, which takes the store at construction.
 class FreshStores : public testing::Test {
  protected:
-  FreshStores() {
-    kestrel::TestAccess::reset<SourceFileStore>();
-    KeyGenerator::counter = 0;
-  }
+  FreshStores() { makeStoresAnew(); }
 };
 
 class SymbolListProcessorTest : public FreshStores {
@@ -96,7 +93,7 @@ class SymbolListLineTest : public SymbolListProcessorTest {
 
 TEST_F(SymbolListProcessorTest, EmptyListYieldsNothing) {
   EXPECT_THAT(parse(""), IsEmpty());
-  EXPECT_EQ(0u, KeyGenerator::counter);
+  EXPECT_EQ(KeyGenerator::counter, 0u);
 }
 
 TEST_F(SymbolListProcessorTest, ListWithOneSymbolYieldsOneEntryOfSizeOne) {
@@ -127,17 +124,17 @@ TEST_F(SymbolListProcessorTest, SizesReachToTheNextSymbolInAddressOrder) {
 TEST_F(SymbolListProcessorTest, KeysFollowTheAddressesNotTheLines) {
   KeyGenerator::counter = 10;
   parse("00003000 T c\n00001000 T a\n00002000 T b\n");
-  EXPECT_EQ(10u, entry(0).key);
-  EXPECT_EQ(11u, entry(1).key);
-  EXPECT_EQ(12u, entry(2).key);
-  EXPECT_EQ(13u, KeyGenerator::counter);
+  EXPECT_EQ(entry(0).key, 10u);
+  EXPECT_EQ(entry(1).key, 11u);
+  EXPECT_EQ(entry(2).key, 12u);
+  EXPECT_EQ(KeyGenerator::counter, 13u);
 }
 
 TEST_F(SymbolListProcessorTest, EntriesHaveNoUsesAndNoLineNumber) {
   parse("00001000 T first\t/src/a.c:12\n00002000 T second\t/src/a.c:13\n");
-  EXPECT_EQ(0u, entry(0).refCount);
-  EXPECT_EQ(0u, entry(0).lineNumber);
-  EXPECT_EQ(0u, entry(1).lineNumber);
+  EXPECT_EQ(entry(0).refCount, 0u);
+  EXPECT_EQ(entry(0).lineNumber, 0u);
+  EXPECT_EQ(entry(1).lineNumber, 0u);
 }
 
 TEST_F(SymbolListProcessorTest, LastLineListedForAnAddressWins) {
@@ -150,7 +147,7 @@ TEST_F(SymbolListProcessorTest, LastLineListedForAnAddressAlsoDecidesTheSourceFi
       "00001000 T first\t/src/a.c:1\n00001000 T second\n00002000 T third\n"
       "00002000 T fourth\t/src/b.c:1\n" +
       END);
-  EXPECT_EQ(R"([[1,"/src/b.c",[[1,0]]]]}})", files());
+  EXPECT_EQ(files(), R"([[1,"/src/b.c",[[1,0]]]]}})");
 }
 
 TEST_F(SymbolListProcessorTest, OtherTypesAreNoEntriesAndDoNotInterruptSizes) {
@@ -213,7 +210,7 @@ TEST_F(SymbolListProcessorTest, ReadErrorIsLoggedAndTheSymbolsSoFarStillBecomeEn
 
 TEST_F(SymbolListProcessorTest, SourceFileIsRegisteredForAllButTheLastSymbol) {
   parse("00001000 T first\t/src/a.c:12\n00002000 T second\t/src/b.c:13\n");
-  EXPECT_EQ(R"([[1,"/src/a.c",[[0,0]]]]}})", files());
+  EXPECT_EQ(files(), R"([[1,"/src/a.c",[[0,0]]]]}})");
 }
 
 TEST_F(SymbolListProcessorTest, SymbolsOfOneFileAreListedTogether) {
@@ -221,51 +218,51 @@ TEST_F(SymbolListProcessorTest, SymbolsOfOneFileAreListedTogether) {
       "00001000 T first\t/src/a.c:12\n00002000 T second\t/src/b.c:1\n"
       "00003000 T third\t/src/a.c:9\n" +
       END);
-  EXPECT_EQ(R"([[1,"/src/a.c",[[0,0],[2,0]]],[2,"/src/b.c",[[1,0]]]]}})", files());
+  EXPECT_EQ(files(), R"([[1,"/src/a.c",[[0,0],[2,0]]],[2,"/src/b.c",[[1,0]]]]}})");
 }
 
 TEST_F(SymbolListProcessorTest, SourceFileWithAColonIsCutAtTheFirst) {
   parse("00001000 T first\tC:\\src\\a.c:12\n" + END);
-  EXPECT_EQ(R"([[1,"C",[[0,0]]]]}})", files());
+  EXPECT_EQ(files(), R"([[1,"C",[[0,0]]]]}})");
 }
 
 TEST_F(SymbolListProcessorTest, SourcePositionWithoutColonGivesNoFile) {
   EXPECT_THAT(parse("00001000 T first\t/src/a.c\n" + END),
               ElementsAre(Entry{0x1000, 0xfffffffeffff0000 + 0xf000, "first"}, END_ENTRY));
-  EXPECT_EQ("[]}}", files());
+  EXPECT_EQ(files(), "[]}}");
 }
 
 TEST_F(SymbolListProcessorTest, SourcePositionThatBeginsWithAColonGivesNoFile) {
   parse("00001000 T first\t:12\n" + END);
-  EXPECT_EQ("first", entry(0).name);
-  EXPECT_EQ("[]}}", files());
+  EXPECT_EQ(entry(0).name, "first");
+  EXPECT_EQ(files(), "[]}}");
 }
 
 TEST_F(SymbolListProcessorTest, SourcePositionKeepsItsBlanksAndTabs) {
   parse("00001000 T first\t/my src/\ta.c:12\n" + END);
-  EXPECT_EQ(R"([[1,"/my src/\ta.c",[[0,0]]]]}})", files());
+  EXPECT_EQ(files(), R"([[1,"/my src/\ta.c",[[0,0]]]]}})");
 }
 
 TEST_F(SymbolListProcessorTest, KernelModuleLineIsAcceptedWithoutSourceFile) {
   EXPECT_THAT(
       parse("bf000000 t ext4_init\t[ext4]\nbf001000 t ext4_exit\t[ext4]\n"),
       ElementsAre(Entry{0xbf000000, 0x1000, "ext4_init"}, Entry{0xbf001000, 1, "ext4_exit"}));
-  EXPECT_EQ("[]}}", files());
+  EXPECT_EQ(files(), "[]}}");
 }
 
-TEST_F(SymbolListLineTest, KernelLine) { EXPECT_EQ("stext", nameOf("c0008000 T stext")); }
+TEST_F(SymbolListLineTest, KernelLine) { EXPECT_EQ(nameOf("c0008000 T stext"), "stext"); }
 
 TEST_F(SymbolListLineTest, WholeExampleLine) {
   EXPECT_THAT(parse("0000a3c0 T main\t/src/main.c:12\n" + END),
               ElementsAre(Entry{0xa3c0, 0xffffffff00000000 - 0xa3c0, "main"}, END_ENTRY));
-  EXPECT_EQ(R"([[1,"/src/main.c",[[0,0]]]]}})", files());
+  EXPECT_EQ(files(), R"([[1,"/src/main.c",[[0,0]]]]}})");
 }
 
-TEST_F(SymbolListLineTest, TypeSmallT) { EXPECT_EQ("f", nameOf("1000 t f")); }
-TEST_F(SymbolListLineTest, TypeW) { EXPECT_EQ("f", nameOf("1000 W f")); }
-TEST_F(SymbolListLineTest, TypeSmallW) { EXPECT_EQ("f", nameOf("1000 w f")); }
-TEST_F(SymbolListLineTest, TypeU) { EXPECT_EQ(std::nullopt, nameOf("1000 U f")); }
-TEST_F(SymbolListLineTest, TypeQuestionMark) { EXPECT_EQ(std::nullopt, nameOf("1000 ? f")); }
+TEST_F(SymbolListLineTest, TypeSmallT) { EXPECT_EQ(nameOf("1000 t f"), "f"); }
+TEST_F(SymbolListLineTest, TypeW) { EXPECT_EQ(nameOf("1000 W f"), "f"); }
+TEST_F(SymbolListLineTest, TypeSmallW) { EXPECT_EQ(nameOf("1000 w f"), "f"); }
+TEST_F(SymbolListLineTest, TypeU) { EXPECT_EQ(nameOf("1000 U f"), std::nullopt); }
+TEST_F(SymbolListLineTest, TypeQuestionMark) { EXPECT_EQ(nameOf("1000 ? f"), std::nullopt); }
 
 TEST_F(SymbolListLineTest, NoOtherByteIsATypeLetter) {
   for (int byte = 1; byte < 256; ++byte) {
@@ -279,44 +276,44 @@ TEST_F(SymbolListLineTest, NoOtherByteIsATypeLetter) {
 }
 
 TEST_F(SymbolListLineTest, NulIsNoTypeLetter) {
-  EXPECT_EQ(std::nullopt, nameOf(std::string("1000 \0 f", 8)));
+  EXPECT_EQ(nameOf(std::string("1000 \0 f", 8)), std::nullopt);
 }
 
-TEST_F(SymbolListLineTest, MappingSymbolA) { EXPECT_EQ(std::nullopt, nameOf("1000 t $a")); }
-TEST_F(SymbolListLineTest, MappingSymbolD) { EXPECT_EQ(std::nullopt, nameOf("1000 t $d.12")); }
-TEST_F(SymbolListLineTest, MappingSymbolT) { EXPECT_EQ(std::nullopt, nameOf("1000 t $t")); }
+TEST_F(SymbolListLineTest, MappingSymbolA) { EXPECT_EQ(nameOf("1000 t $a"), std::nullopt); }
+TEST_F(SymbolListLineTest, MappingSymbolD) { EXPECT_EQ(nameOf("1000 t $d.12"), std::nullopt); }
+TEST_F(SymbolListLineTest, MappingSymbolT) { EXPECT_EQ(nameOf("1000 t $t"), std::nullopt); }
 
 TEST_F(SymbolListLineTest, MappingMarkInsideANameDropsTheLine) {
-  EXPECT_EQ(std::nullopt, nameOf("1000 T lambda$anon"));
+  EXPECT_EQ(nameOf("1000 T lambda$anon"), std::nullopt);
 }
 
 TEST_F(SymbolListLineTest, MappingMarkInTheSourcePositionDropsTheLine) {
-  EXPECT_EQ(std::nullopt, nameOf("1000 T main\t/src/$tmp.c:1"));
+  EXPECT_EQ(nameOf("1000 T main\t/src/$tmp.c:1"), std::nullopt);
 }
 
-TEST_F(SymbolListLineTest, OtherDollarNamesStay) { EXPECT_EQ("$x", nameOf("1000 T $x")); }
+TEST_F(SymbolListLineTest, OtherDollarNamesStay) { EXPECT_EQ(nameOf("1000 T $x"), "$x"); }
 
 TEST_F(SymbolListLineTest, MappingMarksAreCaseSensitive) {
-  EXPECT_EQ("$A$D$T$", nameOf("1000 T $A$D$T$"));
+  EXPECT_EQ(nameOf("1000 T $A$D$T$"), "$A$D$T$");
 }
 
 TEST_F(SymbolListLineTest, BlankAddressOfAnUndefinedSymbol) {
-  EXPECT_EQ(std::nullopt, nameOf("                 U printf"));
+  EXPECT_EQ(nameOf("                 U printf"), std::nullopt);
 }
 
 TEST_F(SymbolListLineTest, BlankAddressOfAWeakUndefinedSymbol) {
-  EXPECT_EQ(std::nullopt, nameOf("                 w __gmon_start__"));
+  EXPECT_EQ(nameOf("                 w __gmon_start__"), std::nullopt);
 }
 
-TEST_F(SymbolListLineTest, EmptyLine) { EXPECT_EQ(std::nullopt, nameOf("")); }
-TEST_F(SymbolListLineTest, LineOfBlanks) { EXPECT_EQ(std::nullopt, nameOf("   \t ")); }
-TEST_F(SymbolListLineTest, AddressAlone) { EXPECT_EQ(std::nullopt, nameOf("00001000")); }
-TEST_F(SymbolListLineTest, AddressAndBlanks) { EXPECT_EQ(std::nullopt, nameOf("00001000   ")); }
-TEST_F(SymbolListLineTest, TypeAlone) { EXPECT_EQ(std::nullopt, nameOf("00001000 T")); }
-TEST_F(SymbolListLineTest, SeparatorWithoutName) { EXPECT_EQ(std::nullopt, nameOf("00001000 T ")); }
+TEST_F(SymbolListLineTest, EmptyLine) { EXPECT_EQ(nameOf(""), std::nullopt); }
+TEST_F(SymbolListLineTest, LineOfBlanks) { EXPECT_EQ(nameOf("   \t "), std::nullopt); }
+TEST_F(SymbolListLineTest, AddressAlone) { EXPECT_EQ(nameOf("00001000"), std::nullopt); }
+TEST_F(SymbolListLineTest, AddressAndBlanks) { EXPECT_EQ(nameOf("00001000   "), std::nullopt); }
+TEST_F(SymbolListLineTest, TypeAlone) { EXPECT_EQ(nameOf("00001000 T"), std::nullopt); }
+TEST_F(SymbolListLineTest, SeparatorWithoutName) { EXPECT_EQ(nameOf("00001000 T "), std::nullopt); }
 
 TEST_F(SymbolListLineTest, ErrorTextOfAListerIsIgnored) {
-  EXPECT_EQ(std::nullopt, nameOf("/usr/bin/nm: /lib/x.so: no symbols"));
+  EXPECT_EQ(nameOf("/usr/bin/nm: /lib/x.so: no symbols"), std::nullopt);
 }
 
 TEST_F(SymbolListLineTest, BlanksAndTabsBeforeTheAddressAreSkipped) {
@@ -324,7 +321,7 @@ TEST_F(SymbolListLineTest, BlanksAndTabsBeforeTheAddressAreSkipped) {
 }
 
 TEST_F(SymbolListLineTest, BlanksAndTabsBeforeTheTypeAreSkipped) {
-  EXPECT_EQ("f", nameOf("1000 \t  T f"));
+  EXPECT_EQ(nameOf("1000 \t  T f"), "f");
 }
 
 TEST_F(SymbolListLineTest, TypeNeedsNoBlankBeforeIt) {
@@ -336,38 +333,38 @@ TEST_F(SymbolListLineTest, TypeLetterThatIsAHexadecimalDigitJoinsAnAddressThatIt
 }
 
 TEST_F(SymbolListLineTest, MissingSeparatorEatsTheFirstCharacterOfTheName) {
-  EXPECT_EQ("oo", nameOf("1000 Tfoo"));
+  EXPECT_EQ(nameOf("1000 Tfoo"), "oo");
 }
 
 TEST_F(SymbolListLineTest, OneCharacterAfterTheTypeIsTheSeparatorNotAName) {
-  EXPECT_EQ(std::nullopt, nameOf("1000 Tf"));
+  EXPECT_EQ(nameOf("1000 Tf"), std::nullopt);
 }
 
 TEST_F(SymbolListLineTest, TabAsSeparatorIsSkippedLikeAnyCharacter) {
-  EXPECT_EQ("main", nameOf("1000 T\tmain"));
+  EXPECT_EQ(nameOf("1000 T\tmain"), "main");
 }
 
-TEST_F(SymbolListLineTest, OnlyOneSeparatorIsSkipped) { EXPECT_EQ(" f", nameOf("1000 T  f")); }
+TEST_F(SymbolListLineTest, OnlyOneSeparatorIsSkipped) { EXPECT_EQ(nameOf("1000 T  f"), " f"); }
 
 TEST_F(SymbolListLineTest, NameMayHoldBlanksToItsEnd) {
-  EXPECT_EQ("operator new(unsigned long) const ",
-            nameOf("1000 T operator new(unsigned long) const "));
+  EXPECT_EQ(nameOf("1000 T operator new(unsigned long) const "),
+            "operator new(unsigned long) const ");
 }
 
-TEST_F(SymbolListLineTest, NameEndsAtATab) { EXPECT_EQ("main ", nameOf("1000 T main \t")); }
+TEST_F(SymbolListLineTest, NameEndsAtATab) { EXPECT_EQ(nameOf("1000 T main \t"), "main "); }
 
 TEST_F(SymbolListLineTest, NameKeepsBytesAbove127) {
-  EXPECT_EQ("\xC3\xA4_\xFF", nameOf("1000 T \xC3\xA4_\xFF"));
+  EXPECT_EQ(nameOf("1000 T \xC3\xA4_\xFF"), "\xC3\xA4_\xFF");
 }
 
 TEST_F(SymbolListLineTest, NameKeepsNulBytes) {
-  EXPECT_EQ(std::string("a\0b", 3), nameOf(std::string("1000 T a\0b", 10)));
+  EXPECT_EQ(nameOf(std::string("1000 T a\0b", 10)), std::string("a\0b", 3));
 }
 
 TEST_F(SymbolListLineTest, TabDirectlyAfterTheSeparatorIsAnEmptyName) {
   EXPECT_THAT(parse("00001000 T \t/src/a.c:1\n" + END),
               ElementsAre(Entry{0x1000, 0xffffffff00000000 - 0x1000, ""}, END_ENTRY));
-  EXPECT_EQ(R"([[1,"/src/a.c",[[0,0]]]]}})", files());
+  EXPECT_EQ(files(), R"([[1,"/src/a.c",[[0,0]]]]}})");
 }
 
 TEST_F(SymbolListLineTest, AddressWithoutLeadingZeros) {
@@ -383,7 +380,7 @@ TEST_F(SymbolListLineTest, AddressWithAHexadecimalPrefix) {
               ElementsAre(Entry{0x1000, 0x1000, "f"}, Entry{0x2000, 1, "g"}));
 }
 
-TEST_F(SymbolListLineTest, PrefixWithoutDigits) { EXPECT_EQ(std::nullopt, nameOf("0x T f")); }
+TEST_F(SymbolListLineTest, PrefixWithoutDigits) { EXPECT_EQ(nameOf("0x T f"), std::nullopt); }
 
 TEST_F(SymbolListLineTest, AddressWithMoreZerosThanDigitsOf64Bits) {
   EXPECT_THAT(parse("00000000000000000000000000001000 T f\n"), ElementsAre(Entry{0x1000, 1, "f"}));
@@ -394,7 +391,7 @@ TEST_F(SymbolListLineTest, LargestAddress) {
 }
 
 TEST_F(SymbolListLineTest, AddressOver64BitsCannotBeRead) {
-  EXPECT_EQ(std::nullopt, nameOf("10000000000000000 T f"));
+  EXPECT_EQ(nameOf("10000000000000000 T f"), std::nullopt);
 }
 
 TEST_F(SymbolListLineTest, NegativeAddressIsTakenModulo64Bits) {
@@ -402,18 +399,18 @@ TEST_F(SymbolListLineTest, NegativeAddressIsTakenModulo64Bits) {
 }
 
 TEST_F(SymbolListLineTest, NegativeAddressOver64BitsCannotBeRead) {
-  EXPECT_EQ(std::nullopt, nameOf("-10000000000000000 T f"));
+  EXPECT_EQ(nameOf("-10000000000000000 T f"), std::nullopt);
 }
 
 TEST_F(SymbolListLineTest, AddressWithAPlusSign) {
   EXPECT_THAT(parse("+10 T f\n"), ElementsAre(Entry{0x10, 1, "f"}));
 }
 
-TEST_F(SymbolListLineTest, SignAlone) { EXPECT_EQ(std::nullopt, nameOf("- T f")); }
-TEST_F(SymbolListLineTest, TwoSigns) { EXPECT_EQ(std::nullopt, nameOf("--10 T f")); }
-TEST_F(SymbolListLineTest, SignThenBlank) { EXPECT_EQ(std::nullopt, nameOf("- 10 T f")); }
+TEST_F(SymbolListLineTest, SignAlone) { EXPECT_EQ(nameOf("- T f"), std::nullopt); }
+TEST_F(SymbolListLineTest, TwoSigns) { EXPECT_EQ(nameOf("--10 T f"), std::nullopt); }
+TEST_F(SymbolListLineTest, SignThenBlank) { EXPECT_EQ(nameOf("- 10 T f"), std::nullopt); }
 
-TEST_F(SymbolListLineTest, AddressThatIsNoNumber) { EXPECT_EQ(std::nullopt, nameOf("xyz T f")); }
+TEST_F(SymbolListLineTest, AddressThatIsNoNumber) { EXPECT_EQ(nameOf("xyz T f"), std::nullopt); }
 
 TEST_F(SymbolListLineTest, LineOfAMegabyte) {
   const std::string name(1 << 20, 'x');
@@ -463,7 +460,7 @@ TEST_F(SymbolListProcessorTest, RandomLinesAreReadAsTextStreamsReadThem) {
     if (random() % 2 == 0) {  // half of them with a good chance to be symbols
       line = "10" + line.substr(0, 3) + " T " + line;
     }
-    kestrel::TestAccess::reset<SourceFileStore>();
+    makeStoresAnew();
     SymbolTable one;
     SymbolListProcessor parser(&one);
     parser.processLine(line);
@@ -471,11 +468,11 @@ TEST_F(SymbolListProcessorTest, RandomLinesAreReadAsTextStreamsReadThem) {
     parser.processEOF();
     const std::optional<StreamSymbol> expected = readAsStream(line);
     if (!expected || expected->address == 0xFFFFFFFFFFFFFFFF) {
-      ASSERT_EQ(1u, one.items().size()) << "'" << line << "'";
+      ASSERT_EQ(one.items().size(), 1u) << "'" << line << "'";
       continue;
     }
     ++symbols;
-    ASSERT_EQ(2u, one.items().size()) << "'" << line << "'";
+    ASSERT_EQ(one.items().size(), 2u) << "'" << line << "'";
     auto& function = dynamic_cast<FunctionInfo&>(*one.items()[0]);
     ASSERT_EQ(expected->address, function.start) << "'" << line << "'";
     ASSERT_EQ(expected->name, function.name) << "'" << line << "'";

@@ -15,34 +15,23 @@
 #include "symbols/SourceFileStore.h"
 #include "symbols/SymbolCache.h"
 #include "symbols/SymbolTableStore.h"
+#include "tests/support/FreshStores.h"
 #include "tests/support/JsonText.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TableTexts.h"
 #include "tests/support/TempDir.h"
-#include "tests/support/TestAccess.h"
 
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const std::string BEFORE_ROWS =
-    R"({"functions":{"descriptions":{"key":"key for this symbol","name":"name of this symbol",)"
-    R"("startAddress":"Base address of this function or symbol",)"
-    R"("sectionSize":"Size of this function or symbol",)"
-    R"("maps":"array of maps for this sample"},"data":[)";
-const std::string AFTER_ROWS = "]}}";
-
 // Ready-made lists stand in for the lister, which never runs here.
 class SymbolTableStoreTest : public testing::Test {
  protected:
   SymbolTableStoreTest() {
-    kestrel::TestAccess::reset<PerfSettings>();
-    kestrel::TestAccess::reset<SourceFileStore>();
-    kestrel::TestAccess::reset<SymbolCache>();
-    KeyGenerator::counter = 0;
-    settings().symbolFileSeachPath = temp.file("root");
-    settings().symbolCacheDir = temp.file("cache");
-    settings().symbolListCommand = "/nonexistent/lister";
+    makeStoresAnewIn(temp.path());
+    settings().onTargetMode = true;
     mkdir(temp.file("root").c_str(), 0777);
     mkdir(temp.file("root/lib").c_str(), 0777);
   }
@@ -74,7 +63,7 @@ class SymbolTableStoreTest : public testing::Test {
     return jsonObjectText(
         [&](kestrel::JsomWriter& writer) { store().writeLegacyJsonObject(writer, writeAll); });
   }
-  static std::string expected(const std::string& data) { return BEFORE_ROWS + data + AFTER_ROWS; }
+  static std::string expected(const std::string& rows) { return tableText("functions", rows); }
 
   TempDir temp;
 
@@ -92,12 +81,12 @@ TEST_F(SymbolTableStoreTest, MapsOfOneLibraryInTwoProcessesShareATableThatIsList
   MMapInfo& first = map("/lib/x.so");
   MMapInfo& second = map("/lib/x.so");
   SymbolTable* const table = store().getSymbolTable(&first);
-  ASSERT_NE(nullptr, table);
+  ASSERT_NE(table, nullptr);
   EXPECT_EQ(table, store().getSymbolTable(&second));
   EXPECT_EQ(table, first.symbolTable);
   EXPECT_EQ(table, second.symbolTable);
-  EXPECT_EQ(1u, log.messages("SymbolCache", "TRACE").size());
-  EXPECT_EQ(1u, log.messages("SymbolTableStore", "INFO").size());
+  EXPECT_EQ(log.messages("SymbolCache", "TRACE").size(), 1u);
+  EXPECT_EQ(log.messages("SymbolTableStore", "INFO").size(), 1u);
 }
 
 TEST_F(SymbolTableStoreTest, MapThatHasATableKeepsItWhateverItsName) {
@@ -114,8 +103,8 @@ TEST_F(SymbolTableStoreTest, EmptyNameGetsTheBlankTable) {
   const LogCapture log;
   MMapInfo& nameless = map("");
   SymbolTable* const blank = store().getSymbolTable(&nameless);
-  ASSERT_NE(nullptr, blank);
-  EXPECT_EQ(nullptr, blank->getFunction(0, &nameless));
+  ASSERT_NE(blank, nullptr);
+  EXPECT_EQ(blank->getFunction(0, &nameless), nullptr);
   EXPECT_EQ(blank, nameless.symbolTable);
   EXPECT_THAT(log.lines(), IsEmpty());
 }
@@ -126,12 +115,12 @@ TEST_F(SymbolTableStoreTest, NameThatBeginsWithABraceGetsTheBlankTable) {
   SymbolTable* const blank = store().getSymbolTable(&stack);
   EXPECT_EQ(tableOf(""), blank);
   EXPECT_EQ(blank, stack.symbolTable);
-  EXPECT_EQ(nullptr, blank->getFunction(0xB0000000, &stack));
+  EXPECT_EQ(blank->getFunction(0xB0000000, &stack), nullptr);
   EXPECT_EQ(blank, tableOf("{stack:b0000000-beffffff}"));
   EXPECT_EQ(blank, tableOf("{app-10000}"));
   EXPECT_EQ(blank, tableOf("{"));
-  EXPECT_EQ("", locate("{app-10000}"));
-  EXPECT_EQ("", locate("{never seen}"));
+  EXPECT_EQ(locate("{app-10000}"), "");
+  EXPECT_EQ(locate("{never seen}"), "");
   EXPECT_THAT(log.lines(), IsEmpty());
 }
 
@@ -150,13 +139,13 @@ TEST_F(SymbolTableStoreTest, MapsWithoutFileAreNoUsersOfTheBlankTable) {
   function->refCount = 1;
   function->name = "main";
   tableOf("")->addFunction(function);
-  EXPECT_EQ(expected(R"([2,"main",0,0,[]])"), rows(true));
+  EXPECT_EQ(rows(true), expected(R"([2,"main",0,0,[]])"));
 }
 
 TEST_F(SymbolTableStoreTest, LocatedFileIsTheKnownLocationFirst) {
   temp.write("root/lib/x.so", "");
   store().setLocation("lib/x.so", "/elsewhere");
-  EXPECT_EQ("/elsewhere", locate("lib/x.so"));
+  EXPECT_EQ(locate("lib/x.so"), "/elsewhere");
 }
 
 TEST_F(SymbolTableStoreTest, LocatedFileIsTheOneOnTheSearchPath) {
@@ -166,12 +155,12 @@ TEST_F(SymbolTableStoreTest, LocatedFileIsTheOneOnTheSearchPath) {
 }
 
 TEST_F(SymbolTableStoreTest, LocatedFileIsTheNameItselfWhenNothingIsFound) {
-  EXPECT_EQ("/lib/not-here.so", locate("/lib/not-here.so"));
-  EXPECT_EQ("[vdso]", locate("[vdso]"));
+  EXPECT_EQ(locate("/lib/not-here.so"), "/lib/not-here.so");
+  EXPECT_EQ(locate("[vdso]"), "[vdso]");
 }
 
 TEST_F(SymbolTableStoreTest, LocatingWritesNoLocationDown) {
-  EXPECT_EQ("/lib/x.so", locate("/lib/x.so"));
+  EXPECT_EQ(locate("/lib/x.so"), "/lib/x.so");
   temp.write("root/lib/x.so", "");
   EXPECT_EQ(temp.file("root//lib/x.so"), locate("/lib/x.so"));
 }
@@ -185,7 +174,7 @@ TEST_F(SymbolTableStoreTest, OffTheTargetOnlyTheSearchPathIsTried) {
   settings().onTargetMode = false;
   settings().symbolFileSeachPath = temp.path();
   const std::string file = temp.write("x.so", "");
-  ASSERT_EQ(0, chdir(temp.path().c_str()));
+  ASSERT_EQ(chdir(temp.path().c_str()), 0);
   EXPECT_EQ(temp.file("x.so"), locate("x.so"));
   settings().onTargetMode = true;  // copied at construction
   EXPECT_EQ(temp.file("x.so"), locate("x.so"));
@@ -194,8 +183,8 @@ TEST_F(SymbolTableStoreTest, OffTheTargetOnlyTheSearchPathIsTried) {
 TEST_F(SymbolTableStoreTest, OnTheTargetTheNameAsItStandsWinsOverTheSearchPath) {
   temp.write("root/x.so", "");
   temp.write("x.so", "");
-  ASSERT_EQ(0, chdir(temp.path().c_str()));
-  EXPECT_EQ("x.so", locate("x.so"));
+  ASSERT_EQ(chdir(temp.path().c_str()), 0);
+  EXPECT_EQ(locate("x.so"), "x.so");
 }
 
 TEST_F(SymbolTableStoreTest, SearchPathIsReadAtConstructionAndMayHaveSeveralDirectories) {
@@ -211,7 +200,7 @@ TEST_F(SymbolTableStoreTest, NewTableIsFilledFromTheListAndReported) {
   setList("/lib/x.so", "1000 T first\n2000 T second\n3000 D data\n");
   MMapInfo& mapped = map("/lib/x.so");
   SymbolTable* const table = store().getSymbolTable(&mapped);
-  EXPECT_EQ(2u, table->items().size());
+  EXPECT_EQ(table->items().size(), 2u);
   EXPECT_EQ(table->findFunction("first"), table->getFunction(0x1FFF, &mapped));
   char created[200];
   std::snprintf(created, sizeof created,
@@ -233,14 +222,14 @@ TEST_F(SymbolTableStoreTest, ListWithoutSymbolsIsReportedToo) {
 TEST_F(SymbolTableStoreTest, FileWithoutListGivesAnEmptyTableThatIsKept) {
   const LogCapture log;
   SymbolTable* const table = tableOf("/lib/x.so");
-  ASSERT_NE(nullptr, table);
+  ASSERT_NE(table, nullptr);
   EXPECT_THAT(table->items(), IsEmpty());
   EXPECT_THAT(log.messages("SymbolTableStore", "INFO"), IsEmpty());
-  EXPECT_EQ(1u, log.messages("SymbolTableStore", "DEBUG").size());
+  EXPECT_EQ(log.messages("SymbolTableStore", "DEBUG").size(), 1u);
   setList("/lib/x.so", "1000 T f\n");  // too late
   EXPECT_EQ(table, tableOf("/lib/x.so"));
   EXPECT_THAT(table->items(), IsEmpty());
-  EXPECT_EQ(1u, log.messages("SymbolCache", "TRACE").size());
+  EXPECT_EQ(log.messages("SymbolCache", "TRACE").size(), 1u);
 }
 
 TEST_F(SymbolTableStoreTest, NameThatTheSearchPathResolvesToAnotherPathSharesItsTable) {
@@ -248,7 +237,7 @@ TEST_F(SymbolTableStoreTest, NameThatTheSearchPathResolvesToAnotherPathSharesIts
   temp.write("root/lib/x.so", "");
   setList(located, "1000 T f\n");
   SymbolTable* const table = tableOf(located);
-  EXPECT_EQ(1u, table->items().size());
+  EXPECT_EQ(table->items().size(), 1u);
   EXPECT_EQ(table, tableOf("/lib/x.so"));
   EXPECT_EQ(located, locate("/lib/x.so"));
 }
@@ -260,8 +249,8 @@ TEST_F(SymbolTableStoreTest, UsersAreTheFirstMapOnlyWhenTheNameIsItsLocation) {
     mapped.refCount = 1;
     store().getSymbolTable(&mapped)->findFunction("main")->refCount = 1;
   }
-  EXPECT_EQ(expected(R"([1,"main",4096,1,[0]])"), rows(false));
-  EXPECT_EQ(expected(R"([1,"main",4096,1,[0]])"), rows(true));
+  EXPECT_EQ(rows(false), expected(R"([1,"main",4096,1,[0]])"));
+  EXPECT_EQ(rows(true), expected(R"([1,"main",4096,1,[0]])"));
 }
 
 TEST_F(SymbolTableStoreTest, UsersAreTheFirstTwoMapsWhenTheNameHadToBeLocated) {
@@ -272,7 +261,7 @@ TEST_F(SymbolTableStoreTest, UsersAreTheFirstTwoMapsWhenTheNameHadToBeLocated) {
     mapped.refCount = 1;
     store().getSymbolTable(&mapped)->findFunction("main")->refCount = 1;
   }
-  EXPECT_EQ(expected(R"([1,"main",4096,1,[0,2]])"), rows(false));
+  EXPECT_EQ(rows(false), expected(R"([1,"main",4096,1,[0,2]])"));
 }
 
 TEST_F(SymbolTableStoreTest, MapThatIsAskedForAgainIsOneUser) {
@@ -282,7 +271,7 @@ TEST_F(SymbolTableStoreTest, MapThatIsAskedForAgainIsOneUser) {
   mapped.symbolTable = nullptr;
   store().getSymbolTable(&mapped)->findFunction("main")->refCount = 1;
   mapped.refCount = 1;
-  EXPECT_EQ(expected(R"([1,"main",4096,1,[0]])"), rows(false));
+  EXPECT_EQ(rows(false), expected(R"([1,"main",4096,1,[0]])"));
 }
 
 TEST_F(SymbolTableStoreTest, KnownLocationWithoutATableYetIsListedUnderItsPath) {
@@ -291,9 +280,9 @@ TEST_F(SymbolTableStoreTest, KnownLocationWithoutATableYetIsListedUnderItsPath) 
   MMapInfo& kernel = map("kernel");
   kernel.refCount = 1;
   SymbolTable* const table = store().getSymbolTable(&kernel);
-  EXPECT_EQ(2u, table->items().size());
+  EXPECT_EQ(table->items().size(), 2u);
   table->findFunction("stext")->refCount = 1;
-  EXPECT_EQ(expected(R"([1,"stext",3221258240,4096,[0]])"), rows(false));
+  EXPECT_EQ(rows(false), expected(R"([1,"stext",3221258240,4096,[0]])"));
 }
 
 TEST_F(SymbolTableStoreTest, KnownLocationOfAnExistingTableGivesThatTable) {
@@ -306,8 +295,8 @@ TEST_F(SymbolTableStoreTest, CreatedTableIsRegisteredWithItsPathAsItsLocation) {
   temp.write("root/lib/x.so", "");
   setList("lib/x.so", "1000 T f\n");
   SymbolTable* const table = store()._createSymbolTable("lib/x.so");
-  EXPECT_EQ(1u, table->items().size());
-  EXPECT_EQ("lib/x.so", locate("lib/x.so"));  // not the search path's
+  EXPECT_EQ(table->items().size(), 1u);
+  EXPECT_EQ(locate("lib/x.so"), "lib/x.so");  // not the search path's
   EXPECT_EQ(table, tableOf("lib/x.so"));
 }
 
@@ -316,12 +305,12 @@ TEST_F(SymbolTableStoreTest, CreatedTableReplacesAnEarlierOneOfItsPath) {
   setList("/lib/x.so", "1000 T f\n");
   SymbolTable* const table = store()._createSymbolTable("/lib/x.so");
   EXPECT_EQ(table, tableOf("/lib/x.so"));
-  EXPECT_EQ(1u, table->items().size());
+  EXPECT_EQ(table->items().size(), 1u);
 }
 
 TEST_F(SymbolTableStoreTest, TableWithoutFunctionsHasDescriptionsAndAnEmptyDataArray) {
-  EXPECT_EQ(expected(""), rows(false));
-  EXPECT_EQ(expected(""), rows(true));
+  EXPECT_EQ(rows(false), expected(""));
+  EXPECT_EQ(rows(true), expected(""));
 }
 
 TEST_F(SymbolTableStoreTest, RowsAreInTheByteOrderOfThePaths) {
@@ -333,20 +322,20 @@ TEST_F(SymbolTableStoreTest, RowsAreInTheByteOrderOfThePaths) {
     tableOf(name);
   }
   // keys: a map's, then those of its table's functions
-  EXPECT_EQ(expected(R"([6,"of_B",4096,1,[5]],[9,"of_a",4096,4096,[8]],[10,"of_a2",8192,1,[8]],)"
-                     R"([1,"of_b",4096,1,[0]],[3,"of_ae",4096,1,[2]])"),
-            rows(true));
-  EXPECT_EQ(expected(""), rows(false));
+  EXPECT_EQ(rows(true),
+            expected(R"([6,"of_B",4096,1,[5]],[9,"of_a",4096,4096,[8]],[10,"of_a2",8192,1,[8]],)"
+                     R"([1,"of_b",4096,1,[0]],[3,"of_ae",4096,1,[2]])"));
+  EXPECT_EQ(rows(false), expected(""));
 }
 
 TEST_F(SymbolTableStoreTest, OnlyHitFunctionsAndUsedMapsAreWrittenUnlessAllAre) {
   setList("/lib/x.so", "1000 T first\n2000 T second\n");
   MMapInfo& mapped = map("/lib/x.so");
   store().getSymbolTable(&mapped)->findFunction("second")->refCount = 1;
-  EXPECT_EQ(expected(R"([2,"second",8192,1,[]])"), rows(false));
+  EXPECT_EQ(rows(false), expected(R"([2,"second",8192,1,[]])"));
   mapped.refCount = 1;
-  EXPECT_EQ(expected(R"([2,"second",8192,1,[0]])"), rows(false));
-  EXPECT_EQ(expected(R"([1,"first",4096,4096,[0]],[2,"second",8192,1,[0]])"), rows(true));
+  EXPECT_EQ(rows(false), expected(R"([2,"second",8192,1,[0]])"));
+  EXPECT_EQ(rows(true), expected(R"([1,"first",4096,4096,[0]],[2,"second",8192,1,[0]])"));
 }
 
 }  // namespace

@@ -7,8 +7,8 @@
 #include "kestrel/Singleton.h"
 #include "kestrel/json/JsomWriter.h"
 #include "symbols/SymbolTable.h"
+#include "tests/support/FreshStores.h"
 #include "tests/support/JsonText.h"
-#include "tests/support/TestAccess.h"
 
 namespace {
 
@@ -16,10 +16,7 @@ constexpr uint64_t ALL_ONES = 0xFFFFFFFFFFFFFFFF;
 
 class SymbolTableTest : public testing::Test {
  protected:
-  SymbolTableTest() {
-    kestrel::TestAccess::reset<PerfSettings>();
-    KeyGenerator::counter = 0;
-  }
+  SymbolTableTest() { makeModelAnew(); }
 
   FunctionInfo* add(uint64_t start, uint64_t size, std::string_view name, uint32_t refCount = 0) {
     auto* function = new FunctionInfo;
@@ -45,10 +42,10 @@ class SymbolTableTest : public testing::Test {
 TEST(FunctionInfoTest, FreshFunctionDrawsAKeyAndHasNoUses) {
   KeyGenerator::counter = 17;
   const FunctionInfo function;
-  EXPECT_EQ(17u, function.key);
-  EXPECT_EQ(0u, function.refCount);
-  EXPECT_EQ(0u, function.lineNumber);
-  EXPECT_EQ("", function.name);
+  EXPECT_EQ(function.key, 17u);
+  EXPECT_EQ(function.refCount, 0u);
+  EXPECT_EQ(function.lineNumber, 0u);
+  EXPECT_EQ(function.name, "");
 }
 
 TEST(FunctionInfoTest, CopyTakesRangeLineAndNameButNeitherKeyNorUseCount) {
@@ -62,18 +59,18 @@ TEST(FunctionInfoTest, CopyTakesRangeLineAndNameButNeitherKeyNorUseCount) {
   to.refCount = 9;
   const uint64_t key = to.key;
   to.copy(from);
-  EXPECT_EQ(1u, to.start);
-  EXPECT_EQ(2u, to.size);
-  EXPECT_EQ(3u, to.lineNumber);
-  EXPECT_EQ("main", to.name);
-  EXPECT_EQ(9u, to.refCount);
+  EXPECT_EQ(to.start, 1u);
+  EXPECT_EQ(to.size, 2u);
+  EXPECT_EQ(to.lineNumber, 3u);
+  EXPECT_EQ(to.name, "main");
+  EXPECT_EQ(to.refCount, 9u);
   EXPECT_EQ(key, to.key);
 }
 
 TEST_F(SymbolTableTest, AddressBelowTheFirstSymbolYieldsNull) {
   const MMapInfo map;
   FunctionInfo* const first = add(0x1000, 0x10, "first");
-  EXPECT_EQ(nullptr, table.getFunction(0xFFF, &map));
+  EXPECT_EQ(table.getFunction(0xFFF, &map), nullptr);
   EXPECT_EQ(first, table.getFunction(0x1000, &map));
 }
 
@@ -82,24 +79,24 @@ TEST_F(SymbolTableTest, AddressInAGapYieldsNull) {
   FunctionInfo* const first = add(0x1000, 0x10, "first");
   FunctionInfo* const second = add(0x2000, 0x10, "second");
   EXPECT_EQ(first, table.getFunction(0x100F, &map));
-  EXPECT_EQ(nullptr, table.getFunction(0x1010, &map));
-  EXPECT_EQ(nullptr, table.getFunction(0x1FFF, &map));
+  EXPECT_EQ(table.getFunction(0x1010, &map), nullptr);
+  EXPECT_EQ(table.getFunction(0x1FFF, &map), nullptr);
   EXPECT_EQ(second, table.getFunction(0x2000, &map));
 }
 
 TEST_F(SymbolTableTest, EmptyTableYieldsNull) {
   const MMapInfo map;
-  EXPECT_EQ(nullptr, table.getFunction(0, &map));
-  EXPECT_EQ(nullptr, table.getFunction(0x1000, &map));
-  EXPECT_EQ(nullptr, table.lastFunction());
-  EXPECT_EQ(nullptr, table.findFunction(""));
+  EXPECT_EQ(table.getFunction(0, &map), nullptr);
+  EXPECT_EQ(table.getFunction(0x1000, &map), nullptr);
+  EXPECT_EQ(table.lastFunction(), nullptr);
+  EXPECT_EQ(table.findFunction(""), nullptr);
 }
 
 TEST_F(SymbolTableTest, LastSymbolOfSizeOneIsFoundAtItsExactAddressOnly) {
   const MMapInfo map;
   FunctionInfo* const last = add(0x1000, 1, "last");
   EXPECT_EQ(last, table.getFunction(0x1000, &map));
-  EXPECT_EQ(nullptr, table.getFunction(0x1001, &map));
+  EXPECT_EQ(table.getFunction(0x1001, &map), nullptr);
 }
 
 TEST_F(SymbolTableTest, SymbolBaseOfTheMapIsSubtracted) {
@@ -108,10 +105,10 @@ TEST_F(SymbolTableTest, SymbolBaseOfTheMapIsSubtracted) {
   map.size = 0x1000;
   map.loadBias = 0x400FF000;
   FunctionInfo* const function = add(0x1010, 0x10, "f");
-  EXPECT_EQ(nullptr, table.getFunction(0x4010000F, &map));
+  EXPECT_EQ(table.getFunction(0x4010000F, &map), nullptr);
   EXPECT_EQ(function, table.getFunction(0x40100010, &map));
   EXPECT_EQ(function, table.getFunction(0x4010001F, &map));
-  EXPECT_EQ(nullptr, table.getFunction(0x40100020, &map));
+  EXPECT_EQ(table.getFunction(0x40100020, &map), nullptr);
 }
 
 TEST_F(SymbolTableTest, SubtractionOfTheSymbolBaseWrapsAround) {
@@ -138,7 +135,7 @@ TEST_F(SymbolTableTest, LookupCountsNoUse) {
   const MMapInfo map;
   FunctionInfo* const function = add(0x1000, 0x10, "f");
   table.getFunction(0x1000, &map);
-  EXPECT_EQ(0u, function->refCount);
+  EXPECT_EQ(function->refCount, 0u);
 }
 
 TEST_F(SymbolTableTest, FunctionIsFoundByItsExactName) {
@@ -146,10 +143,10 @@ TEST_F(SymbolTableTest, FunctionIsFoundByItsExactName) {
   FunctionInfo* const function = add(0x1000, 1, "main");
   add(0x2000, 1, "mai");
   EXPECT_EQ(function, table.findFunction("main"));
-  EXPECT_EQ(nullptr, table.findFunction("Main"));
-  EXPECT_EQ(nullptr, table.findFunction("main3"));
-  EXPECT_EQ(nullptr, table.findFunction("ma"));
-  EXPECT_EQ(nullptr, table.findFunction(std::string("main\0", 5)));
+  EXPECT_EQ(table.findFunction("Main"), nullptr);
+  EXPECT_EQ(table.findFunction("main3"), nullptr);
+  EXPECT_EQ(table.findFunction("ma"), nullptr);
+  EXPECT_EQ(table.findFunction(std::string("main\0", 5)), nullptr);
 }
 
 TEST_F(SymbolTableTest, FirstInAddressOrderOfSeveralOfOneNameIsFound) {
@@ -177,28 +174,28 @@ TEST_F(SymbolTableTest, TableOwnsItsFunctions) {
     owner.addFunction(new Counted(&deleted));
     owner.addFunction(new Counted(&deleted));
   }
-  EXPECT_EQ(2, deleted);
+  EXPECT_EQ(deleted, 2);
 }
 
 TEST_F(SymbolTableTest, TableWithoutHitsWritesNoRows) {
   add(0x1000, 0x10, "first");
   add(0x2000, 0x10, "second");
-  EXPECT_EQ(R"({"rows":[]})", rows(false));
+  EXPECT_EQ(rows(false), R"({"rows":[]})");
 }
 
 TEST_F(SymbolTableTest, OnlyHitFunctionsAreWrittenUnlessAllAre) {
   add(0x2000, 0x20, "second", 1);
   add(0x1000, 0x10, "first");
-  EXPECT_EQ(R"({"rows":[[0,"second",8192,32,[]]]})", rows(false));
-  EXPECT_EQ(R"({"rows":[[1,"first",4096,16,[]],[0,"second",8192,32,[]]]})", rows(true));
+  EXPECT_EQ(rows(false), R"({"rows":[[0,"second",8192,32,[]]]})");
+  EXPECT_EQ(rows(true), R"({"rows":[[1,"first",4096,16,[]],[0,"second",8192,32,[]]]})");
 }
 
 TEST_F(SymbolTableTest, KeyStartAndSizeAreUnsigned64BitNumbers) {
   KeyGenerator::counter = ALL_ONES;
   add(ALL_ONES - 1, ALL_ONES, "high", 1);
   EXPECT_EQ(
-      R"({"rows":[[18446744073709551615,"high",18446744073709551614,18446744073709551615,[]]]})",
-      rows(false));
+      rows(false),
+      R"({"rows":[[18446744073709551615,"high",18446744073709551614,18446744073709551615,[]]]})");
 }
 
 TEST_F(SymbolTableTest, NamesOfUpToTwoCharactersAreWrittenAsTheBlankName) {
@@ -206,20 +203,19 @@ TEST_F(SymbolTableTest, NamesOfUpToTwoCharactersAreWrittenAsTheBlankName) {
   add(2, 1, "a", 1);
   add(3, 1, "ab", 1);
   add(4, 1, "abc", 1);
-  EXPECT_EQ(R"({"rows":[[0,"*BlankName*",1,1,[]],[1,"*BlankName*",2,1,[]],)"
-            R"([2,"*BlankName*",3,1,[]],[3,"abc",4,1,[]]]})",
-            rows(false));
+  EXPECT_EQ(rows(false), R"({"rows":[[0,"*BlankName*",1,1,[]],[1,"*BlankName*",2,1,[]],)"
+                         R"([2,"*BlankName*",3,1,[]],[3,"abc",4,1,[]]]})");
 }
 
 TEST_F(SymbolTableTest, BlankNameComesFromTheSettings) {
   kestrel::Singleton<PerfSettings>::Instance()->blankName = "?";
   add(1, 1, "ab", 1);
-  EXPECT_EQ(R"({"rows":[[0,"?",1,1,[]]]})", rows(false));
+  EXPECT_EQ(rows(false), R"({"rows":[[0,"?",1,1,[]]]})");
 }
 
 TEST_F(SymbolTableTest, NamesAreEscaped) {
   add(1, 1, "operator\"\"_x", 1);
-  EXPECT_EQ(R"({"rows":[[0,"operator\"\"_x",1,1,[]]]})", rows(false));
+  EXPECT_EQ(rows(false), R"({"rows":[[0,"operator\"\"_x",1,1,[]]]})");
 }
 
 TEST_F(SymbolTableTest, EveryRowCarriesTheKeysOfAllUsingMapsByAscendingKey) {
@@ -230,7 +226,7 @@ TEST_F(SymbolTableTest, EveryRowCarriesTheKeysOfAllUsingMapsByAscendingKey) {
   }
   add(0x1000, 1, "first", 1);
   add(0x2000, 1, "second", 1);
-  EXPECT_EQ(R"({"rows":[[3,"first",4096,1,[0,1,2]],[4,"second",8192,1,[0,1,2]]]})", rows(false));
+  EXPECT_EQ(rows(false), R"({"rows":[[3,"first",4096,1,[0,1,2]],[4,"second",8192,1,[0,1,2]]]})");
 }
 
 TEST_F(SymbolTableTest, OnlyMapsInUseAreListedUnlessAllAre) {
@@ -240,8 +236,8 @@ TEST_F(SymbolTableTest, OnlyMapsInUseAreListedUnlessAllAre) {
   }
   maps[1].refCount = 1;
   add(0x1000, 1, "main", 1);
-  EXPECT_EQ(R"({"rows":[[3,"main",4096,1,[1]]]})", rows(false));
-  EXPECT_EQ(R"({"rows":[[3,"main",4096,1,[0,1,2]]]})", rows(true));
+  EXPECT_EQ(rows(false), R"({"rows":[[3,"main",4096,1,[1]]]})");
+  EXPECT_EQ(rows(true), R"({"rows":[[3,"main",4096,1,[0,1,2]]]})");
 }
 
 }  // namespace
