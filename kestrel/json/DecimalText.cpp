@@ -20,34 +20,34 @@ constexpr auto PAIRS = [] {
   return text;
 }();
 
-void writePair(uint32_t pair, char* text) { std::memcpy(text, &PAIRS[2 * pair], 2); }
+void _writePair(uint32_t pair, char* text) { std::memcpy(text, &PAIRS[2 * pair], 2); }
 
 // Eight digits, with zeros in front.
-char* writeHalf(uint32_t half, char* text) {
+char* _writeHalf(uint32_t half, char* text) {
   const uint32_t high = half / 10000;
   const uint32_t low = half % 10000;
-  writePair(high / 100, text);
-  writePair(high % 100, text + 2);
-  writePair(low / 100, text + 4);
-  writePair(low % 100, text + 6);
+  _writePair(high / 100, text);
+  _writePair(high % 100, text + 2);
+  _writePair(low / 100, text + 4);
+  _writePair(low % 100, text + 6);
   return text + HALF_DIGITS;
 }
 
 // At most four digits, without zeros in front.
-char* writeFirstQuarter(uint32_t quarter, char* text) {
+char* _writeFirstQuarter(uint32_t quarter, char* text) {
   if (quarter >= 100) {
     const uint32_t high = quarter / 100;
     if (high >= 10) {
-      writePair(high, text);
+      _writePair(high, text);
       text += 2;
     } else {
       *text++ = static_cast<char>('0' + high);
     }
-    writePair(quarter % 100, text);
+    _writePair(quarter % 100, text);
     return text + 2;
   }
   if (quarter >= 10) {
-    writePair(quarter, text);
+    _writePair(quarter, text);
     return text + 2;
   }
   *text++ = static_cast<char>('0' + quarter);
@@ -55,24 +55,30 @@ char* writeFirstQuarter(uint32_t quarter, char* text) {
 }
 
 // At most eight digits, without zeros in front.
-char* writeFirst(uint32_t half, char* text) {
-  if (half < 10000) return writeFirstQuarter(half, text);
+char* _writeFirst(uint32_t half, char* text) {
+  if (half < 10000) {
+    return _writeFirstQuarter(half, text);
+  }
   const uint32_t low = half % 10000;
-  text = writeFirstQuarter(half / 10000, text);
-  writePair(low / 100, text);
-  writePair(low % 100, text + 2);
+  text = _writeFirstQuarter(half / 10000, text);
+  _writePair(low / 100, text);
+  _writePair(low % 100, text + 2);
   return text + 4;
 }
 
 }  // namespace
 
 char* writeDecimal(uint64_t value, char* text) {
-  if (value < HALF) return writeFirst(static_cast<uint32_t>(value), text);
+  if (value < HALF) {
+    return _writeFirst(static_cast<uint32_t>(value), text);
+  }
   const auto low = static_cast<uint32_t>(value % HALF);
   const uint64_t rest = value / HALF;
-  if (rest < HALF) return writeHalf(low, writeFirst(static_cast<uint32_t>(rest), text));
-  text = writeFirst(static_cast<uint32_t>(rest / HALF), text);
-  return writeHalf(low, writeHalf(static_cast<uint32_t>(rest % HALF), text));
+  if (rest < HALF) {
+    return _writeHalf(low, _writeFirst(static_cast<uint32_t>(rest), text));
+  }
+  text = _writeFirst(static_cast<uint32_t>(rest / HALF), text);
+  return _writeHalf(low, _writeHalf(static_cast<uint32_t>(rest % HALF), text));
 }
 
 }  // namespace kestrel

@@ -38,7 +38,9 @@ struct JSOM::Place {
   JSONData* lookUp() {
     for (Place* place : _waitingPath()) {
       JSONData* const found = place->_findInTree();
-      if (found == nullptr) break;
+      if (found == nullptr) {
+        break;
+      }
       place->_settle(found);
     }
     return node;
@@ -48,7 +50,9 @@ struct JSOM::Place {
   JSONData* fill() {
     for (Place* place : _waitingPath()) {
       JSONData* const found = place->_findInTree();
-      if (found == nullptr) place->_store();
+      if (found == nullptr) {
+        place->_store();
+      }
       place->_settle(found == nullptr ? place->node : found);
     }
     return node;
@@ -107,35 +111,53 @@ struct JSOM::Place {
 JSOM::JSOM(JSONData* node) : JSOM(node, static_cast<JSONData*>(nullptr)) {}
 
 JSOM::JSOM(JSONData* node, JSONData* parent) : parent_(parent), infoType_(NULL_REFERENCE) {
-  if (parent != nullptr) parent->retain();
-  if (node != nullptr) _bind(node);
+  if (parent != nullptr) {
+    parent->retain();
+  }
+  if (node != nullptr) {
+    _bind(node);
+  }
 }
 
 JSOM::JSOM(JSONData* parent, int index) : parent_(parent), infoType_(PENDING_INDEX) {
-  if (parent != nullptr) parent->retain();
+  if (parent != nullptr) {
+    parent->retain();
+  }
   info_.index = index;
 }
 
 JSOM::JSOM(JSONData* parent, const char* key)
     : parent_(parent), infoType_(key == nullptr ? NULL_REFERENCE : PENDING_KEY) {
-  if (parent != nullptr) parent->retain();
-  if (key != nullptr) info_.key = key;
+  if (parent != nullptr) {
+    parent->retain();
+  }
+  if (key != nullptr) {
+    info_.key = key;
+  }
 }
 
 JSOM::JSOM(JSONData* parent, const std::string& key)
     : parent_(parent), infoType_(PENDING_KEY_STRING) {
-  if (parent != nullptr) parent->retain();
+  if (parent != nullptr) {
+    parent->retain();
+  }
   info_.keyString = &key;
 }
 
 JSOM::JSOM(const JSOM& other)
     : parent_(other.parent_), infoType_(other.infoType_), info_(other.info_), place_(other.place_) {
-  if (parent_ != nullptr) parent_->retain();
-  if (infoType_ == BOUND) info_.node->retain();
+  if (parent_ != nullptr) {
+    parent_->retain();
+  }
+  if (infoType_ == BOUND) {
+    info_.node->retain();
+  }
 }
 
 JSOM::~JSOM() {
-  if (infoType_ == BOUND) JSONData::release(info_.node);
+  if (infoType_ == BOUND) {
+    JSONData::release(info_.node);
+  }
   JSONData::release(parent_);
   parent_ = nullptr;
   infoType_ = NULL_REFERENCE;
@@ -163,11 +185,15 @@ void JSOM::_copyFrom(const JSONData& content, const char* operation) {
   }
   JSONData twin;  // the content may be the tree that the node is about to be stored in
   twin.copy(content);
-  if (JSONData* const node = makeInfoNode(operation)) node->copy(twin);
+  if (JSONData* const node = makeInfoNode(operation)) {
+    node->copy(twin);
+  }
 }
 
 bool JSOM::operator==(const JSOM& other) const {
-  if (infoType_ != other.infoType_) return false;
+  if (infoType_ != other.infoType_) {
+    return false;
+  }
   switch (infoType_) {
     case UNBOUND:
       return this == &other;
@@ -196,13 +222,17 @@ bool JSOM::_isInSameContainer(const JSOM& other) const {
 }
 
 JSONData* JSOM::_node() const {
-  if (infoType_ != BOUND) return nullptr;
+  if (infoType_ != BOUND) {
+    return nullptr;
+  }
   return place_ == nullptr ? info_.node : place_->lookUp();
 }
 
 void JSOM::_bind(JSONData* node) {
   node->retain();
-  if (infoType_ == BOUND) JSONData::release(info_.node);
+  if (infoType_ == BOUND) {
+    JSONData::release(info_.node);
+  }
   info_.node = node;
   infoType_ = BOUND;
 }
@@ -245,13 +275,17 @@ JSONData* JSOM::makeInfoNode(const char* operation) {
   }
   JSONData* const settled = place_ == nullptr ? nullptr : place_->fill();
   if (infoType_ == BOUND) {
-    if (settled != nullptr) _bind(settled);
+    if (settled != nullptr) {
+      _bind(settled);
+    }
   } else {
     JSONData* const container = settled == nullptr ? parent_ : settled;
     JSONData* node = container == nullptr ? nullptr : _findPendingIn(*container);
     if (node == nullptr) {
       node = new JSONData;
-      if (container != nullptr) _storePendingIn(*container, node);
+      if (container != nullptr) {
+        _storePendingIn(*container, node);
+      }
     }
     _setParent(container);
     _bind(node);
@@ -261,15 +295,21 @@ JSONData* JSOM::makeInfoNode(const char* operation) {
 }
 
 void JSOM::_setParent(JSONData* parent) {
-  if (parent != nullptr) parent->retain();
+  if (parent != nullptr) {
+    parent->retain();
+  }
   JSONData::release(std::exchange(parent_, parent));
 }
 
 JSONData* JSOM::_makeContainer(const char* operation, JSONData::Type type) {
-  if (infoType_ == BOUND) return _node();
+  if (infoType_ == BOUND) {
+    return _node();
+  }
   if (infoType_ == NULL_REFERENCE || parent_ == nullptr) {
     JSONData* const node = makeInfoNode(operation);
-    if (node != nullptr) node->setType(type);
+    if (node != nullptr) {
+      node->setType(type);
+    }
     return node;
   }
   JSONData* const container = place_ == nullptr ? parent_ : place_->node;
@@ -305,7 +345,9 @@ std::shared_ptr<JSOM::Place> JSOM::_placeOfPending() const {
 // What is found stands in the tree as its container does; what is missing waits for the container,
 // too.
 JSOM JSOM::_waitingToo(JSOM handle) const {
-  if (handle.infoType_ != BOUND) handle.place_ = place_;
+  if (handle.infoType_ != BOUND) {
+    handle.place_ = place_;
+  }
   return handle;
 }
 
@@ -323,7 +365,9 @@ JSOM JSOM::at(const std::string& key) { return _memberAt(key, "at(string &)"); }
 
 JSOM JSOM::_elementAt(int i, const char* operation, const char* message) {
   JSONData* const container = _makeContainer(operation, JSONData::ARRAY);
-  if (container == nullptr) return JERROR;
+  if (container == nullptr) {
+    return JERROR;
+  }
   const int end = container->length();
   if (i < -1 || i > end) {
     _reportError(operation, message);
@@ -336,7 +380,9 @@ JSOM JSOM::_elementAt(int i, const char* operation, const char* message) {
 
 JSOM JSOM::_memberAt(const char* key, const char* operation) {
   JSONData* const container = _makeContainer(operation, JSONData::OBJECT);
-  if (container == nullptr) return JERROR;
+  if (container == nullptr) {
+    return JERROR;
+  }
   if (key == nullptr) {
     _reportError(operation, "null key pointer");
     return JERROR;
@@ -347,7 +393,9 @@ JSOM JSOM::_memberAt(const char* key, const char* operation) {
 
 JSOM JSOM::_memberAt(const std::string& key, const char* operation) {
   JSONData* const container = _makeContainer(operation, JSONData::OBJECT);
-  if (container == nullptr) return JERROR;
+  if (container == nullptr) {
+    return JERROR;
+  }
   JSONData* const member = container->getByKey(key);
   return _waitingToo(member != nullptr ? JSOM(member, container) : JSOM(container, key));
 }
@@ -375,20 +423,28 @@ bool JSOM::_isType(int type) const {
 }
 
 void JSOM::setLong(long long value) {
-  if (JSONData* const node = makeInfoNode("setLong()")) node->setLong(value);
+  if (JSONData* const node = makeInfoNode("setLong()")) {
+    node->setLong(value);
+  }
 }
 
 void JSOM::setBoolean(bool value) {
-  if (JSONData* const node = makeInfoNode("setBoolean()")) node->setBoolean(value);
+  if (JSONData* const node = makeInfoNode("setBoolean()")) {
+    node->setBoolean(value);
+  }
 }
 
 void JSOM::setDouble(long double value) {
-  if (JSONData* const node = makeInfoNode("setDouble()")) node->setDouble(value);
+  if (JSONData* const node = makeInfoNode("setDouble()")) {
+    node->setDouble(value);
+  }
 }
 
 void JSOM::setString(const char* value) {
   JSONData* const node = makeInfoNode("setString(char *)");
-  if (node == nullptr) return;
+  if (node == nullptr) {
+    return;
+  }
   if (value == nullptr) {
     node->setNull();
   } else {
@@ -397,23 +453,33 @@ void JSOM::setString(const char* value) {
 }
 
 void JSOM::setString(const std::string& value) {
-  if (JSONData* const node = makeInfoNode("setString(string &)")) node->setString(value);
+  if (JSONData* const node = makeInfoNode("setString(string &)")) {
+    node->setString(value);
+  }
 }
 
 void JSOM::clear() {
-  if (JSONData* const node = _node()) node->clear();
+  if (JSONData* const node = _node()) {
+    node->clear();
+  }
 }
 
 void JSOM::erase(int i) {
-  if (JSONData* const node = _node()) node->erase(i);
+  if (JSONData* const node = _node()) {
+    node->erase(i);
+  }
 }
 
 void JSOM::erase(const char* key) {
-  if (JSONData* const node = _node()) node->erase(key);
+  if (JSONData* const node = _node()) {
+    node->erase(key);
+  }
 }
 
 void JSOM::erase(const std::string& key) {
-  if (JSONData* const node = _node()) node->erase(key);
+  if (JSONData* const node = _node()) {
+    node->erase(key);
+  }
 }
 
 }  // namespace kestrel

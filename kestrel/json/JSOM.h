@@ -162,6 +162,7 @@ class JSOM {
   JSOM _elementAt(int i, const char* operation, const char* message);
   JSOM _memberAt(const char* key, const char* operation);
   JSOM _memberAt(const std::string& key, const char* operation);
+  JSONData* _convertToNumber(JSONData::Type type) const;
   const std::string* _convertToText() const;
   static bool _writeFile(const char* path, const std::string& text, const char* operation);
   static void _reportError(const char* operation, const char* message);

@@ -19,15 +19,19 @@ struct CloseFile {
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
 // Null for a directory too, which could be opened but not read.
-File openToRead(const char* path) {
+File _openToRead(const char* path) {
   std::error_code error;
-  if (path == nullptr || std::filesystem::is_directory(path, error)) return nullptr;
+  if (path == nullptr || std::filesystem::is_directory(path, error)) {
+    return nullptr;
+  }
   return File(std::fopen(path, "rb"));
 }
 
 // In bytes; negative if the file has none to tell.
-long long sizeOf(std::FILE* file) {
-  if (fseeko(file, 0, SEEK_END) != 0) return -1;
+long long _sizeOf(std::FILE* file) {
+  if (fseeko(file, 0, SEEK_END) != 0) {
+    return -1;
+  }
   const long long size = ftello(file);
   return fseeko(file, 0, SEEK_SET) == 0 ? size : -1;
 }
@@ -35,15 +39,21 @@ long long sizeOf(std::FILE* file) {
 }  // namespace
 
 void JSOM::toString(std::string& out, int precision) const {
-  if (const JSONData* const node = _node()) node->appendJsonString(out, true, precision, 0);
+  if (const JSONData* const node = _node()) {
+    node->appendJsonString(out, true, precision, 0);
+  }
 }
 
 void JSOM::toCompactString(std::string& out, int precision) const {
-  if (const JSONData* const node = _node()) node->appendJsonString(out, false, precision, 0);
+  if (const JSONData* const node = _node()) {
+    node->appendJsonString(out, false, precision, 0);
+  }
 }
 
 JSOM& JSOM::fromString(const char* text) {
-  if (text == nullptr) return JERROR;
+  if (text == nullptr) {
+    return JERROR;
+  }
   JSONData* const node = makeInfoNode("fromString()");
   return node != nullptr && node->setFromJsonString(text) ? *this : JERROR;
 }
@@ -58,17 +68,25 @@ JSOM& JSOM::fromFile(const char* path) {
     _reportError("fromFile()", message.c_str());
     return JERROR;
   };
-  const File file = openToRead(path);
+  const File file = _openToRead(path);
   if (file == nullptr) {
     return fail("could not open file '" + std::string(path == nullptr ? "" : path) + "'");
   }
-  const long long size = sizeOf(file.get());
-  if (size < 0) return fail("could not read file");
-  if (size >= PTRDIFF_MAX) return fail("could not allocate memory");
+  const long long size = _sizeOf(file.get());
+  if (size < 0) {
+    return fail("could not read file");
+  }
+  if (size >= PTRDIFF_MAX) {
+    return fail("could not allocate memory");
+  }
   const auto length = static_cast<std::size_t>(size);
   const std::unique_ptr<char[]> text(new (std::nothrow) char[length + 1]);
-  if (text == nullptr) return fail("could not allocate memory");
-  if (std::fread(text.get(), 1, length, file.get()) != length) return fail("could not read file");
+  if (text == nullptr) {
+    return fail("could not allocate memory");
+  }
+  if (std::fread(text.get(), 1, length, file.get()) != length) {
+    return fail("could not read file");
+  }
   text[length] = 0;
   return fromString(text.get());
 }
@@ -96,14 +114,20 @@ bool JSOM::_writeFile(const char* path, const std::string& text, const char* ope
   if (file != nullptr) {
     isWritten = std::fwrite(text.data(), 1, text.size(), file) == text.size();
     // The last bytes may find the disk full only now.
-    if (std::fclose(file) != 0) isWritten = false;
+    if (std::fclose(file) != 0) {
+      isWritten = false;
+    }
   }
-  if (!isWritten) _reportError(operation, "could not write file");
+  if (!isWritten) {
+    _reportError(operation, "could not write file");
+  }
   return isWritten;
 }
 
 void JSOM::toStream(std::ostream& out) const {
-  if (const JSONData* const node = _node()) node->appendStream(out);
+  if (const JSONData* const node = _node()) {
+    node->appendStream(out);
+  }
 }
 
 }  // namespace kestrel

@@ -14,32 +14,38 @@ namespace kestrel {
 namespace {
 
 // Whether the whole text is one number.
-bool readNumber(const std::string& text, JsonNumber& number) {
+bool _readNumber(const std::string& text, JsonNumber& number) {
   const char* p = text.c_str();
   BufferSource in(p);
   return parseJsonNumber(in, number) && p == text.data() + text.size();
 }
 
 // Without a locale, so that a text means the same everywhere.
-bool equalsIgnoringCase(std::string_view text, std::string_view lowerCase) {
-  if (text.size() != lowerCase.size()) return false;
+bool _equalsIgnoringCase(std::string_view text, std::string_view lowerCase) {
+  if (text.size() != lowerCase.size()) {
+    return false;
+  }
   for (std::size_t i = 0; i < text.size(); ++i) {
     const char byte = text[i] >= 'A' && text[i] <= 'Z' ? static_cast<char>(text[i] + 32) : text[i];
-    if (byte != lowerCase[i]) return false;
+    if (byte != lowerCase[i]) {
+      return false;
+    }
   }
   return true;
 }
 
-bool isOneOf(std::string_view text, std::initializer_list<std::string_view> words) {
+bool _isOneOf(std::string_view text, std::initializer_list<std::string_view> words) {
   for (const std::string_view word : words) {
-    if (equalsIgnoringCase(text, word)) return true;
+    if (_equalsIgnoringCase(text, word)) {
+      return true;
+    }
   }
   return false;
 }
 
 // Null if there is none of that name. A name that cannot be one is not looked up: what follows a
 // zero byte would be left out, and a '=' would be taken for the end of a shorter name.
-const char* environmentValue(const std::string& name) {
+const char* _environmentValue(const std::string& name) {
   if (name.empty() || name.find('\0') != std::string::npos || name.find('=') != std::string::npos) {
     return nullptr;
   }
@@ -47,16 +53,18 @@ const char* environmentValue(const std::string& name) {
 }
 
 // The text with its references replaced; false if there was none to replace.
-bool expandReferences(const std::string& text, std::string& result) {
+bool _expandReferences(const std::string& text, std::string& result) {
   bool changed = false;
   std::size_t at = 0;
   for (;;) {
     const std::size_t start = text.find("${", at);
     const std::size_t end = start == std::string::npos ? start : text.find('}', start + 2);
-    if (end == std::string::npos) break;
+    if (end == std::string::npos) {
+      break;
+    }
     result.append(text, at, start - at);
     const std::string name = text.substr(start + 2, end - start - 2);
-    if (const char* const value = environmentValue(name)) {
+    if (const char* const value = _environmentValue(name)) {
       result += value;
       changed = true;
     } else {
@@ -71,46 +79,50 @@ bool expandReferences(const std::string& text, std::string& result) {
 }  // namespace
 
 long long JSOM::longValue(long long def) const {
-  JSONData* const node = _node();
-  if (node == nullptr) return def;
-  switch (node->type()) {
-    case JSONData::LONG:
-    case JSONData::DOUBLE:
-    case JSONData::BOOLEAN:
-      return node->longValue();
-    case JSONData::STRING: {
-      JsonNumber number;
-      if (!readNumber(*node->stringValue(), number) || number.hasPoint) return def;
-      node->setLong(number.asLong());
-      return node->longValue();
-    }
-    default:
-      return def;
-  }
+  const JSONData* const node = _convertToNumber(JSONData::LONG);
+  return node == nullptr ? def : node->longValue();
 }
 
 long double JSOM::doubleValue(long double def) const {
+  const JSONData* const node = _convertToNumber(JSONData::DOUBLE);
+  return node == nullptr ? def : node->doubleValue();
+}
+
+// The node, after a text that reads as such a number has become one; null for other texts and
+// types.
+JSONData* JSOM::_convertToNumber(JSONData::Type type) const {
   JSONData* const node = _node();
-  if (node == nullptr) return def;
+  if (node == nullptr) {
+    return nullptr;
+  }
   switch (node->type()) {
     case JSONData::LONG:
     case JSONData::DOUBLE:
     case JSONData::BOOLEAN:
-      return node->doubleValue();
+      return node;
     case JSONData::STRING: {
       JsonNumber number;
-      if (!readNumber(*node->stringValue(), number)) return def;
-      node->setDouble(number.asDouble());
-      return node->doubleValue();
+      if (!_readNumber(*node->stringValue(), number) ||
+          (type == JSONData::LONG && number.hasPoint)) {
+        return nullptr;
+      }
+      if (type == JSONData::LONG) {
+        node->setLong(number.asLong());
+      } else {
+        node->setDouble(number.asDouble());
+      }
+      return node;
     }
     default:
-      return def;
+      return nullptr;
   }
 }
 
 bool JSOM::booleanValue(bool def) const {
   JSONData* const node = _node();
-  if (node == nullptr) return def;
+  if (node == nullptr) {
+    return def;
+  }
   switch (node->type()) {
     case JSONData::BOOLEAN:
       return node->booleanValue();
@@ -120,8 +132,10 @@ bool JSOM::booleanValue(bool def) const {
       return node->doubleValue() != 0;
     case JSONData::STRING: {
       // kept: "false" and "no" are not among them, and configurations rely on their default there
-      const bool isTrue = isOneOf(*node->stringValue(), {"true", "yes", "on", "t", "y", "1"});
-      if (!isTrue && !isOneOf(*node->stringValue(), {"off", "f", "n", "0"})) return def;
+      const bool isTrue = _isOneOf(*node->stringValue(), {"true", "yes", "on", "t", "y", "1"});
+      if (!isTrue && !_isOneOf(*node->stringValue(), {"off", "f", "n", "0"})) {
+        return def;
+      }
       node->setBoolean(isTrue);
       return isTrue;
     }
@@ -143,7 +157,9 @@ const char* JSOM::stringValuePtr(const char* def) const {
 // The node's text, after a boolean or number has become its own; null for other types.
 const std::string* JSOM::_convertToText() const {
   JSONData* const node = _node();
-  if (node == nullptr) return nullptr;
+  if (node == nullptr) {
+    return nullptr;
+  }
   switch (node->type()) {
     case JSONData::BOOLEAN:
     case JSONData::LONG:
@@ -188,7 +204,9 @@ void JSOM::_expandValues(JSOM& h) {
 
 void JSOM::_expandString(JSOM& h) {
   std::string result;
-  if (expandReferences(h.stringValue(EMPTY_STRING), result)) h.setString(result);
+  if (_expandReferences(h.stringValue(EMPTY_STRING), result)) {
+    h.setString(result);
+  }
 }
 
 }  // namespace kestrel

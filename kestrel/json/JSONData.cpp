@@ -16,23 +16,33 @@ JSONData::~JSONData() {
 }
 
 void JSONData::retain() {
-  if (refCount_ < MAX_REFERENCES) ++refCount_;
+  if (refCount_ < MAX_REFERENCES) {
+    ++refCount_;
+  }
 }
 
 void JSONData::release(JSONData* node) {
-  if (node != nullptr && node->_giveUpReference()) delete node;
+  if (node != nullptr && node->_giveUpReference()) {
+    delete node;
+  }
 }
 
 // Whether it was the last one.
 bool JSONData::_giveUpReference() {
-  if (refCount_ == MAX_REFERENCES) return false;
-  if (refCount_ > 0) --refCount_;
+  if (refCount_ == MAX_REFERENCES) {
+    return false;
+  }
+  if (refCount_ > 0) {
+    --refCount_;
+  }
   return refCount_ == 0;
 }
 
 void JSONData::setType(int type) {
   const auto code = static_cast<std::uint16_t>(type);
-  if (type_ == code) return;
+  if (type_ == code) {
+    return;
+  }
   reset();
   switch (code) {
     case OBJECT:
@@ -81,7 +91,9 @@ void JSONData::reset() {
   while (!dropped.empty()) {
     JSONData* const node = dropped.back();
     dropped.pop_back();
-    if (!node->_giveUpReference()) continue;
+    if (!node->_giveUpReference()) {
+      continue;
+    }
     node->_dropContent(dropped);
     delete node;
   }
@@ -128,7 +140,9 @@ int JSONData::length() const {
 }
 
 JSONData* JSONData::getByIndex(int i) const {
-  if (i < 0 || i >= length()) return nullptr;
+  if (i < 0 || i >= length()) {
+    return nullptr;
+  }
   const auto at = static_cast<std::size_t>(i);
   return type_ == OBJECT ? (*content_.members)[at]->value : (*content_.elements)[at];
 }
@@ -140,15 +154,21 @@ JSONData* JSONData::getByKey(const char* key) const {
 }
 
 const std::string* JSONData::getKeyAtIndex(int i) const {
-  if (type_ != OBJECT || i < 0 || i >= length()) return nullptr;
+  if (type_ != OBJECT || i < 0 || i >= length()) {
+    return nullptr;
+  }
   return &(*content_.members)[static_cast<std::size_t>(i)]->key;
 }
 
 // The last member of that key, or -1.
 int JSONData::_findMember(std::string_view key) const {
-  if (type_ != OBJECT) return -1;
+  if (type_ != OBJECT) {
+    return -1;
+  }
   int i = length() - 1;
-  while (i >= 0 && (*content_.members)[static_cast<std::size_t>(i)]->key != key) --i;
+  while (i >= 0 && (*content_.members)[static_cast<std::size_t>(i)]->key != key) {
+    --i;
+  }
   return i;
 }
 
@@ -166,9 +186,15 @@ long long JSONData::longValue() const {
     case LONG:
       return content_.number;
     case DOUBLE:
-      if (content_.real != content_.real) return 0;  // not a number
-      if (content_.real >= BEYOND_LONG) return std::numeric_limits<long long>::max();
-      if (content_.real < -BEYOND_LONG) return std::numeric_limits<long long>::min();
+      if (content_.real != content_.real) {
+        return 0;  // not a number
+      }
+      if (content_.real >= BEYOND_LONG) {
+        return std::numeric_limits<long long>::max();
+      }
+      if (content_.real < -BEYOND_LONG) {
+        return std::numeric_limits<long long>::min();
+      }
       return static_cast<long long>(content_.real);
     default:
       return 0;
@@ -193,8 +219,10 @@ const std::string* JSONData::stringValue() const {
 }
 
 void JSONData::setByKey(const std::string& key, JSONData* value) {
-  std::string name = key;                 // it may be part of the content that goes,
-  if (value != nullptr) value->retain();  // and so may the value
+  std::string name = key;  // it may be part of the content that goes,
+  if (value != nullptr) {
+    value->retain();  // and so may the value
+  }
   setType(OBJECT);
   const int i = _findMember(name);
   if (value == nullptr) {
@@ -208,7 +236,9 @@ void JSONData::setByKey(const std::string& key, JSONData* value) {
 }
 
 void JSONData::setByKey(const char* key, JSONData* value) {
-  if (key != nullptr) setByKey(std::string(key), value);
+  if (key != nullptr) {
+    setByKey(std::string(key), value);
+  }
 }
 
 // Takes over the caller's reference on the value.
@@ -219,10 +249,14 @@ void JSONData::_appendMember(std::string&& key, JSONData* value) {
 void JSONData::setByIndex(int i, JSONData* value) {
   const int end = type_ == ARRAY ? length() : 0;
   if (value == nullptr) {
-    if (type_ == ARRAY) erase(i);
+    if (type_ == ARRAY) {
+      erase(i);
+    }
     return;
   }
-  if (i < 0 || (i > end && i - end > MAX_PADDING)) return;
+  if (i < 0 || (i > end && i - end > MAX_PADDING)) {
+    return;
+  }
   value->retain();  // first: it may be part of the content that goes
   setType(ARRAY);
   Elements& elements = *content_.elements;
@@ -240,7 +274,9 @@ void JSONData::setByIndex(int i, JSONData* value) {
 }
 
 void JSONData::erase(int i) {
-  if (i < 0 || i >= length()) return;
+  if (i < 0 || i >= length()) {
+    return;
+  }
   JSONData* const value = getByIndex(i);
   if (type_ == OBJECT) {
     content_.members->erase(content_.members->begin() + i);
@@ -251,7 +287,9 @@ void JSONData::erase(int i) {
 }
 
 void JSONData::erase(const char* key) {
-  if (key != nullptr) erase(_findMember(key));
+  if (key != nullptr) {
+    erase(_findMember(key));
+  }
 }
 
 void JSONData::erase(const std::string& key) { erase(_findMember(key)); }
@@ -263,7 +301,9 @@ JSONData* JSONData::clone() const {
 }
 
 void JSONData::copy(const JSONData& other) {
-  if (&other == this) return;
+  if (&other == this) {
+    return;
+  }
   JSONData twin;  // whole before anything goes: the other may hold this node or be held by it
   twin._copyContent(other);
   std::swap(type_, twin.type_);

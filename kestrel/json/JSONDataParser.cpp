@@ -5,7 +5,9 @@
 namespace kestrel {
 
 bool JSONData::setFromJsonString(const char*& p) {
-  if (p == nullptr) return false;
+  if (p == nullptr) {
+    return false;
+  }
   BufferSource in(p);
   return JSONDataParser<BufferSource>(in, "setFromJsonString()").parse(*this);
 }

@@ -83,14 +83,24 @@ bool JSONDataParser<Source>::parse(JSONData& root) {
   JSONData* place = &root;
   for (;;) {
     const std::size_t depth = open_.size();
-    if (!_parseValue(*place)) return false;
+    if (!_parseValue(*place)) {
+      return false;
+    }
     bool complete = open_.size() == depth;  // otherwise a container was opened
     for (;;) {
-      if (complete && open_.empty()) return true;
+      if (complete && open_.empty()) {
+        return true;
+      }
       Step step = complete ? _finishItem() : Step::OPEN;
-      if (step == Step::OPEN) step = _beginItem();
-      if (step == Step::FAILED) return false;
-      if (step == Step::OPEN) break;
+      if (step == Step::OPEN) {
+        step = _beginItem();
+      }
+      if (step == Step::FAILED) {
+        return false;
+      }
+      if (step == Step::OPEN) {
+        break;
+      }
       open_.pop_back();
       complete = true;
     }
@@ -112,7 +122,9 @@ typename JSONDataParser<Source>::Token JSONDataParser<Source>::fetchNextType() {
         continue;
       case '/': {
         Token failure;
-        if (!_skipComment(failure)) return failure;
+        if (!_skipComment(failure)) {
+          return failure;
+        }
         continue;
       }
       case '"':
@@ -137,7 +149,9 @@ typename JSONDataParser<Source>::Token JSONDataParser<Source>::fetchNextType() {
       case 0:
         return Token::END_OF_TEXT;
       default:
-        if (byte == '-' || byte == '+' || (byte >= '0' && byte <= '9')) return Token::NUMBER;
+        if (byte == '-' || byte == '+' || (byte >= '0' && byte <= '9')) {
+          return Token::NUMBER;
+        }
         return Token::BAD;
     }
   }
@@ -159,7 +173,9 @@ bool JSONDataParser<Source>::_skipComment(Token& failure) {
       return false;
     }
     in_.next();
-    if (kind == '/' && byte == '\n') return true;
+    if (kind == '/' && byte == '\n') {
+      return true;
+    }
     if (kind == '*' && byte == '*' && in_.peek() == '/') {
       in_.next();
       return true;
@@ -174,7 +190,9 @@ bool JSONDataParser<Source>::_parseValue(JSONData& node) {
     case Token::END_OF_TEXT:
       return false;  // without a message
     case Token::NULL_VALUE:
-      if (!_parseWord("null")) return _fail("syntax error: invalid null value");
+      if (!_parseWord("null")) {
+        return _fail("syntax error: invalid null value");
+      }
       node.setNull();
       return true;
     case Token::BOOLEAN: {
@@ -201,7 +219,9 @@ bool JSONDataParser<Source>::_parseValue(JSONData& node) {
 
 template <typename Source>
 bool JSONDataParser<Source>::_openContainer(JSONData& node, JSONData::Type type) {
-  if (open_.size() >= JSONData::MAX_DEPTH) return _fail("syntax error: nested too deeply");
+  if (open_.size() >= JSONData::MAX_DEPTH) {
+    return _fail("syntax error: nested too deeply");
+  }
   node.setType(type);
   in_.next();
   open_.push_back({&node, nullptr, {}});
@@ -212,7 +232,9 @@ template <typename Source>
 typename JSONDataParser<Source>::Step JSONDataParser<Source>::_beginItem() {
   const Step step =
       open_.back().node->type() == JSONData::OBJECT ? _beginMember() : _beginElement();
-  if (step != Step::OPEN) return step;
+  if (step != Step::OPEN) {
+    return step;
+  }
   open_.back().item.reset(new JSONData);
   open_.back().item->retain();
   return step;
@@ -236,7 +258,9 @@ typename JSONDataParser<Source>::Step JSONDataParser<Source>::_beginMember() {
   if (!parseJsonString(open_.back().key)) {
     return _failStep("syntax error: invalid string for object key");
   }
-  if (fetchNextType() != Token::COLON) return _failStep("syntax error: object colon expected");
+  if (fetchNextType() != Token::COLON) {
+    return _failStep("syntax error: object colon expected");
+  }
   in_.next();
   return Step::OPEN;
 }
@@ -287,7 +311,9 @@ void JSONDataParser<Source>::_appendItem() {
 template <typename Source>
 bool JSONDataParser<Source>::_parseWord(const char* word) {
   for (; *word != 0; ++word) {
-    if (in_.peek() != *word) return false;
+    if (in_.peek() != *word) {
+      return false;
+    }
     in_.next();
   }
   return true;
@@ -296,13 +322,19 @@ bool JSONDataParser<Source>::_parseWord(const char* word) {
 template <typename Source>
 bool JSONDataParser<Source>::parseJsonString(std::string& text) {
   text.clear();
-  if (in_.peek() != '"') return false;
+  if (in_.peek() != '"') {
+    return false;
+  }
   in_.next();
   for (;;) {
     const char byte = in_.peek();
-    if (byte == 0) return false;
+    if (byte == 0) {
+      return false;
+    }
     in_.next();
-    if (byte == '"') return true;
+    if (byte == '"') {
+      return true;
+    }
     if (byte != '\\') {
       text += byte;
     } else if (!_parseEscape(text)) {
@@ -314,7 +346,9 @@ bool JSONDataParser<Source>::parseJsonString(std::string& text) {
 template <typename Source>
 bool JSONDataParser<Source>::_parseEscape(std::string& text) {
   const char letter = in_.peek();
-  if (letter == 0) return false;
+  if (letter == 0) {
+    return false;
+  }
   in_.next();
   switch (letter) {
     case 'b':
@@ -364,7 +398,9 @@ bool JSONDataParser<Source>::_parseHexByte(std::string& text) {
       return false;
     }
     in_.next();
-    if (i >= 2) value = value * 16 + worth;
+    if (i >= 2) {
+      value = value * 16 + worth;
+    }
   }
   text += static_cast<char>(static_cast<unsigned char>(value));
   return true;
@@ -373,7 +409,9 @@ bool JSONDataParser<Source>::_parseHexByte(std::string& text) {
 template <typename Source>
 bool JSONDataParser<Source>::parseJsonNumberIntoSelf(JSONData& node) {
   JsonNumber number;
-  if (!parseJsonNumber(in_, number)) return false;
+  if (!parseJsonNumber(in_, number)) {
+    return false;
+  }
   if (number.hasPoint) {
     node.setDouble(number.asDouble());
   } else {

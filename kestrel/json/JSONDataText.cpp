@@ -15,17 +15,17 @@ constexpr int NUMBER_BYTES = 64;
 constexpr long long WIDEST_INDENTATION = 50;
 constexpr int STREAM_PRECISION = 6;
 
-void appendLine(std::string& out, long long spaces) {
+void _appendLine(std::string& out, long long spaces) {
   out += '\n';
   out.append(static_cast<std::size_t>(std::clamp(spaces, 0LL, WIDEST_INDENTATION)), ' ');
 }
 
-void appendLong(std::string& out, long long value) {
+void _appendLong(std::string& out, long long value) {
   char digits[NUMBER_BYTES];
   out.append(digits, std::to_chars(digits, digits + NUMBER_BYTES, value).ptr);
 }
 
-void appendDouble(std::string& out, double value, int precision) {
+void _appendDouble(std::string& out, double value, int precision) {
   char digits[NUMBER_BYTES];
   const int length = formatFixed(value, precision, digits, NUMBER_BYTES);
   out.append(digits, static_cast<std::size_t>(trimZeros(digits, length, precision)));
@@ -45,7 +45,9 @@ void JSONData::appendJsonString(std::string& out, bool pretty, int precision, in
   };
   std::vector<OpenContainer> open;
   const auto startLine = [&] {
-    if (pretty) appendLine(out, depth + static_cast<long long>(open.size()));
+    if (pretty) {
+      _appendLine(out, depth + static_cast<long long>(open.size()));
+    }
   };
   const JSONData* node = this;
   for (;;) {
@@ -63,9 +65,13 @@ void JSONData::appendJsonString(std::string& out, bool pretty, int precision, in
       startLine();
       out += bracket;
     }
-    if (open.empty()) return;
+    if (open.empty()) {
+      return;
+    }
     OpenContainer& container = open.back();
-    if (container.next > 0) out += ',';
+    if (container.next > 0) {
+      out += ',';
+    }
     startLine();
     if (container.node->type_ == OBJECT) {
       quoteJsonString(*container.node->getKeyAtIndex(container.next), out);
@@ -87,10 +93,10 @@ void JSONData::appendStringValue(std::string& out, int precision) const {
       out += *content_.text;
       break;
     case LONG:
-      appendLong(out, content_.number);
+      _appendLong(out, content_.number);
       break;
     case DOUBLE:
-      appendDouble(out, content_.real, precision);
+      _appendDouble(out, content_.real, precision);
       break;
     default:
       break;

@@ -23,10 +23,10 @@ constexpr char INDENTATION[] = "\n                                              
 static_assert(sizeof(INDENTATION) == 49);
 constexpr std::size_t DEEPEST = 46;  // the last depth whose indentation the spaces can show
 
-constexpr bool inObject(char state) { return state == '{' || state == '}'; }
-constexpr bool inArray(char state) { return state == '[' || state == ']'; }
+constexpr bool _inObject(char state) { return state == '{' || state == '}'; }
+constexpr bool _inArray(char state) { return state == '[' || state == ']'; }
 
-void reportMisuse(const char* operation, const char* problem, char state) {
+void _reportMisuse(const char* operation, const char* problem, char state) {
   std::string line = "ERROR: JsonWriter::";
   line.append(operation).append("() ").append(problem).append(" state: ");
   line += state;  // a zero byte at the top level
@@ -62,12 +62,16 @@ JsomWriter::~JsomWriter() {
 
 void JsomWriter::appendNull() {
   ValueText text;
-  if (_beginValue("appendNull", text)) _finishValue(text, "null", 4);
+  if (_beginValue("appendNull", text)) {
+    _finishValue(text, "null", 4);
+  }
 }
 
 void JsomWriter::appendBoolean(bool value) {
   ValueText text;
-  if (!_beginValue("appendBoolean", text)) return;
+  if (!_beginValue("appendBoolean", text)) {
+    return;
+  }
   if (value) {
     _finishValue(text, "true", 4);
   } else {
@@ -85,7 +89,9 @@ void JsomWriter::appendString(const std::string& s, bool raw) {
 
 void JsomWriter::_appendString(const char* s, std::streamsize length, bool raw) {
   ValueText text;
-  if (!_beginValue("appendString", text)) return;
+  if (!_beginValue("appendString", text)) {
+    return;
+  }
   _put(text.bytes, text.end - text.bytes);
   quote(s, length, raw);
 }
@@ -93,10 +99,14 @@ void JsomWriter::_appendString(const char* s, std::streamsize length, bool raw) 
 void JsomWriter::_appendInteger(const char* operation, unsigned long long magnitude,
                                 bool isNegative) {
   ValueText text;
-  if (!_beginValue(operation, text)) return;
+  if (!_beginValue(operation, text)) {
+    return;
+  }
   char digits[INTEGER_BYTES];
   char* begin = digits;
-  if (isNegative) *begin++ = '-';
+  if (isNegative) {
+    *begin++ = '-';
+  }
   const char* const end = writeDecimal(magnitude, begin);
   _finishValue(text, digits, static_cast<int>(end - digits));
 }
@@ -120,14 +130,18 @@ void JsomWriter::appendUnsignedInt(unsigned int value) {
 
 void JsomWriter::appendJsonValue(const char* text, int length) {
   ValueText lead;
-  if (!_beginValue("appendJsonValue", lead)) return;
+  if (!_beginValue("appendJsonValue", lead)) {
+    return;
+  }
   _put(lead.bytes, lead.end - lead.bytes);
   write(text, length);
 }
 
 void JsomWriter::appendNumberArray(const char* text, int length) {
   std::int32_t column = column_ < BREAK_COLUMN ? column_ : BREAK_COLUMN;
-  if (state_ == ']') ++column;  // a comma comes first
+  if (state_ == ']') {
+    ++column;  // a comma comes first
+  }
   const std::int32_t left = BREAK_COLUMN - (column < BREAK_COLUMN ? column : 0);
   if (!whitespace && length <= left) {  // no forced line break falls inside
     appendJsonValue(text, length);
@@ -153,7 +167,9 @@ void JsomWriter::appendArrayPiece(const char* text, int length) {
 
 void JsomWriter::appendDouble(long double value, int precision) {
   ValueText text;
-  if (!_beginValue("appendDouble", text)) return;
+  if (!_beginValue("appendDouble", text)) {
+    return;
+  }
   char digits[DOUBLE_BYTES];
   const int length = formatTrimmed(value, precision, digits, DOUBLE_BYTES);
   _finishValue(text, digits, length);
@@ -161,14 +177,18 @@ void JsomWriter::appendDouble(long double value, int precision) {
 
 void JsomWriter::startObject() {
   ValueText text;
-  if (!_beginValue("startObject", text)) return;
+  if (!_beginValue("startObject", text)) {
+    return;
+  }
   _finishValue(text, "{", 1);
   pushState('{');
 }
 
 void JsomWriter::startArray() {
   ValueText text;
-  if (!_beginValue("startArray", text)) return;
+  if (!_beginValue("startArray", text)) {
+    return;
+  }
   _finishValue(text, "[", 1);
   pushState('[');
 }
@@ -183,8 +203,8 @@ void JsomWriter::appendLabel(const char* label, bool raw) {
 }
 
 void JsomWriter::_appendLabel(const char* label, std::streamsize length, bool raw) {
-  if (!inObject(state_)) {
-    reportMisuse("appendLabel", "No current object on stack.", state_);
+  if (!_inObject(state_)) {
+    _reportMisuse("appendLabel", "No current object on stack.", state_);
     return;
   }
   if (state_ == '}') {
@@ -192,23 +212,25 @@ void JsomWriter::_appendLabel(const char* label, std::streamsize length, bool ra
   } else {
     state_ = '}';
   }
-  if (whitespace) indent();
+  if (whitespace) {
+    indent();
+  }
   quote(label, length, raw);
   writeChar(':');
   pushState(':');
 }
 
 void JsomWriter::endObject() {
-  if (!inObject(state_)) {
-    reportMisuse("endObject", "No current object on stack.", state_);
+  if (!_inObject(state_)) {
+    _reportMisuse("endObject", "No current object on stack.", state_);
     return;
   }
   _close('}');
 }
 
 void JsomWriter::endArray() {
-  if (!inArray(state_)) {
-    reportMisuse("endArray", "No current array on stack.", state_);
+  if (!_inArray(state_)) {
+    _reportMisuse("endArray", "No current array on stack.", state_);
     return;
   }
   _close(']');
@@ -216,19 +238,27 @@ void JsomWriter::endArray() {
 
 void JsomWriter::_close(char bracket) {
   popState();
-  if (whitespace) indent();
+  if (whitespace) {
+    indent();
+  }
   writeChar(bracket);
 }
 
 void JsomWriter::end() {
-  if (state_ == ':') appendNull();
-  while (state_ != 0) _close(inObject(state_) ? '}' : ']');
+  if (state_ == ':') {
+    appendNull();
+  }
+  while (state_ != 0) {
+    _close(_inObject(state_) ? '}' : ']');
+  }
   stateStack_.clear();
   flush();
 }
 
 void JsomWriter::write(const char* bytes, int length) {
-  if (bytes == nullptr || length <= 0) return;
+  if (bytes == nullptr || length <= 0) {
+    return;
+  }
   _put(bytes, length);
   _count(length);
 }
@@ -243,11 +273,13 @@ void JsomWriter::flush() { out_->flush(); }
 // Before every value: checks the place, and collects separators, indentation and the forced line
 // break.
 bool JsomWriter::_beginValue(const char* operation, ValueText& text) {
-  if (inObject(state_)) {
-    reportMisuse(operation, "Invalid sequence.", state_);
+  if (_inObject(state_)) {
+    _reportMisuse(operation, "Invalid sequence.", state_);
     return false;
   }
-  if (state_ == ':') popState();
+  if (state_ == ':') {
+    popState();
+  }
   if (state_ == '[') {
     state_ = ']';
   } else if (state_ == ']') {
@@ -255,7 +287,7 @@ bool JsomWriter::_beginValue(const char* operation, ValueText& text) {
     _count(1);
   }
   if (whitespace) {
-    if (inObject(state_)) {
+    if (_inObject(state_)) {
       text.add(' ');
       _count(1);
     } else if (state_ != 0) {
@@ -299,7 +331,9 @@ void JsomWriter::_putEscaped(const char* s, std::streamsize length) {
   std::streamsize start = 0;
   for (std::streamsize i = 0; i < length; ++i) {
     const char letter = jsonEscapeLetter(s[i]);
-    if (letter == 0) continue;
+    if (letter == 0) {
+      continue;
+    }
     _put(s + start, i - start);
     const char escape[] = {'\\', letter};
     _put(escape, 2);
@@ -327,7 +361,9 @@ std::size_t JsomWriter::_indentLength() const {
 }
 
 void JsomWriter::pushState(char state) {
-  if (state_ != 0) stateStack_ += state_;
+  if (state_ != 0) {
+    stateStack_ += state_;
+  }
   state_ = state;
 }
 
@@ -342,7 +378,9 @@ void JsomWriter::popState() {
 
 // As out_->write(), without its preparations for each call where none are due.
 void JsomWriter::_put(const char* bytes, std::streamsize length) {
-  if (length <= 0) return;
+  if (length <= 0) {
+    return;
+  }
   if (!out_->good() || out_->tie() != nullptr || (out_->flags() & std::ios_base::unitbuf) != 0) {
     out_->write(bytes, length);
     return;
@@ -354,7 +392,9 @@ void JsomWriter::_put(const char* bytes, std::streamsize length) {
     _noteFailureOfBuffer();
     return;
   }
-  if (!isWritten) out_->setstate(std::ios_base::badbit);
+  if (!isWritten) {
+    out_->setstate(std::ios_base::badbit);
+  }
 }
 
 // Called while the exception of the stream's buffer is handled; as the stream's own operations do.
@@ -364,12 +404,16 @@ void JsomWriter::_noteFailureOfBuffer() {
   } catch (const std::ios_base::failure&) {
     // The owner of the stream wants exceptions, and gets the one that says why.
   }
-  if ((out_->exceptions() & std::ios_base::badbit) != 0) throw;
+  if ((out_->exceptions() & std::ios_base::badbit) != 0) {
+    throw;
+  }
 }
 
 // Saturates: a line that long is broken before the next value all the same.
 void JsomWriter::_count(std::streamsize bytes) {
-  if (bytes <= 0) return;
+  if (bytes <= 0) {
+    return;
+  }
   column_ = bytes > INT32_MAX - column_ ? INT32_MAX : column_ + static_cast<std::int32_t>(bytes);
 }
 

@@ -30,10 +30,16 @@ bool parseJsonNumber(Source& in, JsonNumber& number) {
     number.negative = true;
     in.next();
   }
-  if (!atDigit()) return false;
-  while (atDigit()) number.whole = number.whole * 10 + static_cast<std::uint64_t>(takeDigit());
+  if (!atDigit()) {
+    return false;
+  }
+  while (atDigit()) {
+    number.whole = number.whole * 10 + static_cast<std::uint64_t>(takeDigit());
+  }
   number.magnitude = static_cast<double>(number.whole);
-  if (in.peek() != '.') return true;
+  if (in.peek() != '.') {
+    return true;
+  }
   number.hasPoint = true;
   in.next();
   // The power wraps: from the 64th place on it is 0, and a digit other than 0 makes the number
@@ -42,7 +48,9 @@ bool parseJsonNumber(Source& in, JsonNumber& number) {
   while (atDigit()) {
     power *= 10;
     const int digit = takeDigit();
-    if (digit != 0) number.magnitude += digit / static_cast<double>(power);
+    if (digit != 0) {
+      number.magnitude += digit / static_cast<double>(power);
+    }
   }
   return true;
 }

@@ -28,9 +28,13 @@ class StreamSource {
 
   char peek() {
     // Asking a stream again at its end would turn a value that was parsed there into a failure.
-    if (ended_) return 0;
+    if (ended_) {
+      return 0;
+    }
     const std::istream::int_type byte = in_.peek();
-    if (byte != Traits::eof()) return Traits::to_char_type(byte);
+    if (byte != Traits::eof()) {
+      return Traits::to_char_type(byte);
+    }
     ended_ = true;
     return 0;
   }

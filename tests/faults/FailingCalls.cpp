@@ -111,7 +111,9 @@ Function* original(Function*& known, const char* name) {
 #define FAILING(call, failure, result, name, parameters, arguments) \
   extern "C" result name parameters {                               \
     static result(*known) parameters = nullptr;                     \
-    if (fails(call)) return failure;                                \
+    if (fails(call)) {                                              \
+      return failure;                                               \
+    }                                                               \
     return original(known, #name) arguments;                        \
   }
 
@@ -146,7 +148,9 @@ extern "C" int open(const char* path, int flags, ...) {
   va_start(rest, flags);
   const int mode = (flags & O_CREAT) != 0 ? va_arg(rest, int) : 0;
   va_end(rest);
-  if (fails(OPEN)) return -1;
+  if (fails(OPEN)) {
+    return -1;
+  }
   return original(known, "open")(path, flags, mode);
 }
 
@@ -156,7 +160,9 @@ extern "C" int open64(const char* path, int flags, ...) {
   va_start(rest, flags);
   const int mode = (flags & O_CREAT) != 0 ? va_arg(rest, int) : 0;
   va_end(rest);
-  if (fails(OPEN)) return -1;
+  if (fails(OPEN)) {
+    return -1;
+  }
   return original(known, "open64")(path, flags, mode);
 }
 
@@ -166,7 +172,9 @@ extern "C" int fcntl(int fd, int command, ...) {
   va_start(rest, command);
   const long argument = va_arg(rest, long);
   va_end(rest);
-  if (fails(FCNTL)) return -1;
+  if (fails(FCNTL)) {
+    return -1;
+  }
   return original(known, "fcntl")(fd, command, argument);
 }
 
@@ -176,7 +184,9 @@ extern "C" int fcntl64(int fd, int command, ...) {
   va_start(rest, command);
   const long argument = va_arg(rest, long);
   va_end(rest);
-  if (fails(FCNTL)) return -1;
+  if (fails(FCNTL)) {
+    return -1;
+  }
   return original(known, "fcntl64")(fd, command, argument);
 }
 

@@ -25,5 +25,9 @@ class SmallDisk {
   bool isMounted_ = false;
 };
 
-#define SKIP_UNLESS_MOUNTED(disk) \
-  if (!(disk).isMounted()) GTEST_SKIP() << "no file system can be mounted here"
+#define SKIP_UNLESS_MOUNTED(disk)                           \
+  do {                                                      \
+    if (!(disk).isMounted()) {                              \
+      GTEST_SKIP() << "no file system can be mounted here"; \
+    }                                                       \
+  } while (false)

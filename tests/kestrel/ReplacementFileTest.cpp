@@ -28,10 +28,10 @@ TEST(ReplacementFileTest, TheFileKeepsItsContentUntilTheCommit) {
   ReplacementFile replacement(temp.file("list"));
   ASSERT_TRUE(replacement.isOpen());
   put(replacement.temporaryPath(), "new");
-  EXPECT_EQ("old", temp.read("list"));
+  EXPECT_EQ(temp.read("list"), "old");
   EXPECT_TRUE(replacement.commit());
-  EXPECT_EQ("new", temp.read("list"));
-  EXPECT_EQ(1U, filesIn(temp));
+  EXPECT_EQ(temp.read("list"), "new");
+  EXPECT_EQ(filesIn(temp), 1U);
 }
 
 TEST(ReplacementFileTest, NothingIsLeftWithoutACommit) {
@@ -39,9 +39,9 @@ TEST(ReplacementFileTest, NothingIsLeftWithoutACommit) {
   {
     const ReplacementFile replacement(temp.file("list"));
     ASSERT_TRUE(replacement.isOpen());
-    EXPECT_EQ(1U, filesIn(temp));
+    EXPECT_EQ(filesIn(temp), 1U);
   }
-  EXPECT_EQ(0U, filesIn(temp));
+  EXPECT_EQ(filesIn(temp), 0U);
 }
 
 TEST(ReplacementFileTest, CommitEmptyDropsWhatWasWritten) {
@@ -50,8 +50,8 @@ TEST(ReplacementFileTest, CommitEmptyDropsWhatWasWritten) {
   ReplacementFile replacement(temp.file("list"));
   put(replacement.temporaryPath(), "half of the ne");
   EXPECT_TRUE(replacement.commitEmpty());
-  EXPECT_EQ("", temp.read("list"));
-  EXPECT_EQ(1U, filesIn(temp));
+  EXPECT_EQ(temp.read("list"), "");
+  EXPECT_EQ(filesIn(temp), 1U);
 }
 
 TEST(ReplacementFileTest, ASecondCommitFails) {
@@ -67,8 +67,8 @@ TEST(ReplacementFileTest, ANewFileHasTheModeThatTheMaskLeaves) {
   ReplacementFile replacement(temp.file("list"));
   ASSERT_TRUE(replacement.commit());
   struct stat status {};
-  ASSERT_EQ(0, stat(temp.file("list").c_str(), &status));
-  EXPECT_EQ(0644U, status.st_mode & 0777U);
+  ASSERT_EQ(stat(temp.file("list").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0644U);
 }
 
 TEST(ReplacementFileTest, ANameOf255BytesIsReplacedAndOneOf256IsNot) {
@@ -82,7 +82,7 @@ TEST(ReplacementFileTest, ANameOf255BytesIsReplacedAndOneOf256IsNot) {
 TEST(ReplacementFileTest, ADirectoryAPipeAndAMissingFolderCannotBeReplaced) {
   const TempDir temp;
   fs::create_directory(temp.file("folder"));
-  ASSERT_EQ(0, mkfifo(temp.file("pipe").c_str(), 0600));
+  ASSERT_EQ(mkfifo(temp.file("pipe").c_str(), 0600), 0);
   EXPECT_FALSE(ReplacementFile(temp.file("folder")).isOpen());
   EXPECT_FALSE(ReplacementFile(temp.file("pipe")).isOpen());
   EXPECT_FALSE(ReplacementFile(temp.file("missing/list")).isOpen());
@@ -98,7 +98,7 @@ TEST(ReplacementFileTest, TwoOfOneFileDoNotMeetAndTheLaterCommitStays) {
   put(other.temporaryPath(), "other");
   EXPECT_TRUE(one.commit());
   EXPECT_TRUE(other.commit());
-  EXPECT_EQ("other", temp.read("list"));
+  EXPECT_EQ(temp.read("list"), "other");
 }
 
 TEST(ReplacementFileTest, RemoveAbandonedTakesWhatTheDeadLeftAndNothingElse) {

@@ -16,36 +16,36 @@ TEST(JSOMPlace, PendingHandleThatIsIndexedBecomesAContainerButJoinsTheTreeOnlyWh
   JSOM x = missing["x"];
   EXPECT_TRUE(missing.isObject());
   JSOM y = missing["y"];
-  EXPECT_EQ("{}", compact(root));
+  EXPECT_EQ(compact(root), "{}");
   x.setLong(1);
-  EXPECT_EQ(R"({"m":{"x":1}})", compact(root));
+  EXPECT_EQ(compact(root), R"({"m":{"x":1}})");
   y.setLong(2);
   missing["z"].setLong(3);
-  EXPECT_EQ(R"({"m":{"x":1,"y":2,"z":3}})", compact(root));
+  EXPECT_EQ(compact(root), R"({"m":{"x":1,"y":2,"z":3}})");
 }
 
 TEST(JSOMPlace, DeepPendingPlacesAreFilledFromTheInside) {
   JSOM root;
   JSOM leaf = root["a"][0]["b"][-1];
   JSOM sibling(leaf);
-  EXPECT_EQ("{}", compact(root));
+  EXPECT_EQ(compact(root), "{}");
   leaf.setString("x");
-  EXPECT_EQ(R"({"a":[{"b":["x"]}]})", compact(root));
+  EXPECT_EQ(compact(root), R"({"a":[{"b":["x"]}]})");
   sibling.setString("y");  // a second pending element for the same index
-  EXPECT_EQ(R"({"a":[{"b":["y"]}]})", compact(root));
+  EXPECT_EQ(compact(root), R"({"a":[{"b":["y"]}]})");
 }
 
 TEST(JSOMPlace, ContainerMadeByIndexingIsWrittenByItsOwnHandleToo) {
   JSOM root = loaded("{}");
   JSOM missing = root["m"];
-  EXPECT_EQ(0, missing[-1].longValue(0));
+  EXPECT_EQ(missing[-1].longValue(0), 0);
   missing.setLong(5);
-  EXPECT_EQ(R"({"m":5})", compact(root));
+  EXPECT_EQ(compact(root), R"({"m":5})");
 
   JSOM parsed = root["p"];
-  EXPECT_EQ(0, parsed["q"].longValue(0));
+  EXPECT_EQ(parsed["q"].longValue(0), 0);
   EXPECT_FALSE(parsed.fromString(R"({"r":1})").isError());
-  EXPECT_EQ(R"({"m":5,"p":{"r":1}})", compact(root));
+  EXPECT_EQ(compact(root), R"({"m":5,"p":{"r":1}})");
 }
 
 TEST(JSOMPlace, FilledPlaceIsNotFilledAgain) {
@@ -56,8 +56,8 @@ TEST(JSOMPlace, FilledPlaceIsNotFilledAgain) {
   x.setLong(1);
   root.erase("m");
   y.setLong(2);
-  EXPECT_EQ("{}", compact(root));
-  EXPECT_EQ(R"({"x":1,"y":2})", compact(missing));
+  EXPECT_EQ(compact(root), "{}");
+  EXPECT_EQ(compact(missing), R"({"x":1,"y":2})");
 }
 
 TEST(JSOMPlace, TwoPlacesBelowOneMissingMemberBothGetTheirValue) {
@@ -66,7 +66,7 @@ TEST(JSOMPlace, TwoPlacesBelowOneMissingMemberBothGetTheirValue) {
   JSOM port = root["server"]["port"];
   host.setString("h");
   port.setLong(1);
-  EXPECT_EQ(R"({"server":{"host":"h","port":1}})", compact(root));
+  EXPECT_EQ(compact(root), R"({"server":{"host":"h","port":1}})");
 }
 
 TEST(JSOMPlace, TwoPlacesBelowOneMissingMemberOfAnUnboundRootBothGetTheirValue) {
@@ -75,7 +75,7 @@ TEST(JSOMPlace, TwoPlacesBelowOneMissingMemberOfAnUnboundRootBothGetTheirValue) 
   JSOM port = root["server"]["port"];
   port.setLong(1);
   host.setString("h");
-  EXPECT_EQ(R"({"server":{"port":1,"host":"h"}})", compact(root));
+  EXPECT_EQ(compact(root), R"({"server":{"port":1,"host":"h"}})");
 }
 
 TEST(JSOMPlace, TwoPlacesBelowOnePendingHandleBothGetTheirValue) {
@@ -85,8 +85,8 @@ TEST(JSOMPlace, TwoPlacesBelowOnePendingHandleBothGetTheirValue) {
   JSOM port = server["port"];
   host.setString("h");
   port.setLong(1);
-  EXPECT_EQ(R"({"server":{"host":"h","port":1}})", compact(root));
-  EXPECT_EQ(2, server.size());
+  EXPECT_EQ(compact(root), R"({"server":{"host":"h","port":1}})");
+  EXPECT_EQ(server.size(), 2);
 }
 
 TEST(JSOMPlace, WriteThroughAnOlderPlaceKeepsWhatWasWrittenSince) {
@@ -95,12 +95,12 @@ TEST(JSOMPlace, WriteThroughAnOlderPlaceKeepsWhatWasWrittenSince) {
   JSOM host = server["host"];
   root["server"]["port"].setLong(1);
   root["server"]["user"].setString("u");
-  EXPECT_EQ(2, server.size());
-  EXPECT_EQ(1, server["port"].longValue(0));
+  EXPECT_EQ(server.size(), 2);
+  EXPECT_EQ(server["port"].longValue(0), 1);
   host.setString("h");
-  EXPECT_EQ(R"({"server":{"port":1,"user":"u","host":"h"}})", compact(root));
+  EXPECT_EQ(compact(root), R"({"server":{"port":1,"user":"u","host":"h"}})");
   server["port"].setLong(2);
-  EXPECT_EQ(R"({"server":{"port":2,"user":"u","host":"h"}})", compact(root));
+  EXPECT_EQ(compact(root), R"({"server":{"port":2,"user":"u","host":"h"}})");
 }
 
 TEST(JSOMPlace, PendingHandleKeepsWhatWasWrittenBelowItsPlaceSince) {
@@ -108,7 +108,7 @@ TEST(JSOMPlace, PendingHandleKeepsWhatWasWrittenBelowItsPlaceSince) {
   JSOM older = root["server"];
   root["server"]["port"].setLong(1);
   older["host"].setString("h");
-  EXPECT_EQ(R"({"server":{"port":1,"host":"h"}})", compact(root));
+  EXPECT_EQ(compact(root), R"({"server":{"port":1,"host":"h"}})");
 }
 
 TEST(JSOMPlace, DeepPlacesMeetWhereTheirPathsDo) {
@@ -121,7 +121,7 @@ TEST(JSOMPlace, DeepPlacesMeetWhereTheirPathsDo) {
   a.setLong(1);
   d.setLong(4);
   b.setLong(2);
-  EXPECT_EQ(R"([{"x":[{"c":3,"a":1,"b":2}],"y":4}])", compact(root));
+  EXPECT_EQ(compact(root), R"([{"x":[{"c":3,"a":1,"b":2}],"y":4}])");
 }
 
 TEST(JSOMPlace, HandlesOfOnePlaceShareItsNode) {
@@ -130,9 +130,9 @@ TEST(JSOMPlace, HandlesOfOnePlaceShareItsNode) {
   JSOM second = root["a"];
   first.setLong(1);
   second.setLong(2);
-  EXPECT_EQ(2, first.longValue(0));
+  EXPECT_EQ(first.longValue(0), 2);
   EXPECT_TRUE(first == second);
-  EXPECT_EQ(R"({"a":2})", compact(root));
+  EXPECT_EQ(compact(root), R"({"a":2})");
 }
 
 TEST(JSOMPlace, PlaceBelowAScalarThatCameMeanwhileMakesItAContainer) {
@@ -140,7 +140,7 @@ TEST(JSOMPlace, PlaceBelowAScalarThatCameMeanwhileMakesItAContainer) {
   JSOM host = root["server"]["host"];
   root["server"].setLong(5);
   host.setString("h");
-  EXPECT_EQ(R"({"server":{"host":"h"}})", compact(root));
+  EXPECT_EQ(compact(root), R"({"server":{"host":"h"}})");
 }
 
 TEST(JSOMPlace, AssignmentToAnIndexedPlaceFromTheTreeItJoins) {
@@ -148,7 +148,7 @@ TEST(JSOMPlace, AssignmentToAnIndexedPlaceFromTheTreeItJoins) {
   JSOM place = root["b"];
   EXPECT_FALSE(place["c"].isNumber());
   place = root;
-  EXPECT_EQ(R"({"a":1,"b":{"a":1}})", compact(root));
+  EXPECT_EQ(compact(root), R"({"a":1,"b":{"a":1}})");
 }
 
 TEST(JSOMPlace, EqualPlacesBelowAMissingMember) {
@@ -168,5 +168,5 @@ TEST(JSOMPlace, APathLongerThanTheThreadsStackCanBeWrittenAndGivenUp) {
     handles.push_back(next);
   }
   handles.clear();
-  EXPECT_EQ("{}", compact(root));
+  EXPECT_EQ(compact(root), "{}");
 }

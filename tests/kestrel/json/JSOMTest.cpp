@@ -31,8 +31,8 @@ const EarlyReader EARLY;
 }  // namespace
 
 TEST(JSOM, StaticMembers) {
-  EXPECT_EQ(4, JSOM::defaultPrecision);
-  EXPECT_EQ("", JSOM::EMPTY_STRING);
+  EXPECT_EQ(JSOM::defaultPrecision, 4);
+  EXPECT_EQ(JSOM::EMPTY_STRING, "");
   EXPECT_TRUE(JSOM::JERROR.isError());
   EXPECT_FALSE(JSOM::BLANK.isError());
 }
@@ -40,15 +40,15 @@ TEST(JSOM, StaticMembers) {
 TEST(JSOM, StaticMembersCanBeUsedByOtherStaticObjects) {
   EXPECT_TRUE(EARLY.isError);
   EXPECT_FALSE(EARLY.blankIsError);
-  EXPECT_EQ(4, EARLY.precision);
-  EXPECT_EQ("", EARLY.text);
+  EXPECT_EQ(EARLY.precision, 4);
+  EXPECT_EQ(EARLY.text, "");
 }
 
 TEST(JSOM, CopyOfBlankIsARootOfItsOwn) {
   JSOM handle(JSOM::BLANK);
   handle["a"].setLong(1);
-  EXPECT_EQ(R"({"a":1})", compact(handle));
-  EXPECT_EQ("", compact(JSOM::BLANK));
+  EXPECT_EQ(compact(handle), R"({"a":1})");
+  EXPECT_EQ(compact(JSOM::BLANK), "");
   EXPECT_FALSE(JSOM::BLANK.isObject());
 }
 
@@ -64,13 +64,13 @@ TEST(JSOM, ConstructionHoldsNodeAndParent) {
     const JSOM member(parent, "a");
     const std::string key = "b";
     const JSOM other(parent, key);
-    EXPECT_EQ(3, node->refCount());
-    EXPECT_EQ(6, parent->refCount());
+    EXPECT_EQ(node->refCount(), 3);
+    EXPECT_EQ(parent->refCount(), 6);
     const JSOM root(node);
-    EXPECT_EQ(4, node->refCount());
+    EXPECT_EQ(node->refCount(), 4);
   }
-  EXPECT_EQ(1, node->refCount());
-  EXPECT_EQ(1, parent->refCount());
+  EXPECT_EQ(node->refCount(), 1);
+  EXPECT_EQ(parent->refCount(), 1);
   JSONData::release(node);
   JSONData::release(parent);
 }
@@ -80,7 +80,7 @@ TEST(JSOM, NullNodeGivesANullReference) {
   EXPECT_TRUE(handle.isError());
   StderrCapture errors;
   handle.setLong(1);
-  EXPECT_EQ("JSOM::setLong(): null reference error\n", errors.end());
+  EXPECT_EQ(errors.end(), "JSOM::setLong(): null reference error\n");
   EXPECT_TRUE(handle.isError());
 }
 
@@ -89,7 +89,7 @@ TEST(JSOM, NullReferenceWithAParentTellsAnotherMessage) {
   JSOM handle(static_cast<JSONData*>(nullptr), parent);
   StderrCapture errors;
   handle.setLong(1);
-  EXPECT_EQ("JSOM::setLong(): internal error, no info\n", errors.end());
+  EXPECT_EQ(errors.end(), "JSOM::setLong(): internal error, no info\n");
   EXPECT_TRUE(JSOM(parent, static_cast<const char*>(nullptr)).isError());
 }
 
@@ -117,50 +117,49 @@ TEST(JSOM, EveryWriteThroughANullReferenceNamesItselfAndDoesNothing) {
   JSOM::JERROR.erase(std::string("a"));
   JSOM::JERROR.expandValues();
   EXPECT_TRUE(JSOM::JERROR.isError());
-  EXPECT_EQ(
-      "JSOM::setLong(): null reference error\n"
-      "JSOM::setBoolean(): null reference error\n"
-      "JSOM::setDouble(): null reference error\n"
-      "JSOM::setString(char *): null reference error\n"
-      "JSOM::setString(string &): null reference error\n"
-      "JSOM::operator[](int32_t): null reference error\n"
-      "JSOM::copy(): null reference error\n"
-      "JSOM::copy(): null reference error\n"
-      "JSOM::fromString(): null reference error\n"
-      "JSOM::operator[](int32_t): null reference error\n"
-      "JSOM::operator[](char *): null reference error\n"
-      "JSOM::operator[](string &): null reference error\n"
-      "JSOM::at(int32_t): null reference error\n"
-      "JSOM::at(char *): null reference error\n"
-      "JSOM::at(string &): null reference error\n",
-      errors.end());
+  EXPECT_EQ(errors.end(),
+            "JSOM::setLong(): null reference error\n"
+            "JSOM::setBoolean(): null reference error\n"
+            "JSOM::setDouble(): null reference error\n"
+            "JSOM::setString(char *): null reference error\n"
+            "JSOM::setString(string &): null reference error\n"
+            "JSOM::operator[](int32_t): null reference error\n"
+            "JSOM::copy(): null reference error\n"
+            "JSOM::copy(): null reference error\n"
+            "JSOM::fromString(): null reference error\n"
+            "JSOM::operator[](int32_t): null reference error\n"
+            "JSOM::operator[](char *): null reference error\n"
+            "JSOM::operator[](string &): null reference error\n"
+            "JSOM::at(int32_t): null reference error\n"
+            "JSOM::at(char *): null reference error\n"
+            "JSOM::at(string &): null reference error\n");
 }
 
 TEST(JSOM, ReadingTheMemberOfAMissingMemberGivesTheDefaultAndAddsNothing) {
   JSOM root = loaded(R"({"a":1})");
-  EXPECT_EQ(7, root["missing"]["deeper"].longValue(7));
-  EXPECT_EQ(8, root["missing"][0][std::string("x")][-1].longValue(8));
-  EXPECT_EQ(9, root.at("missing").at(0).at(std::string("x")).at(-1).longValue(9));
+  EXPECT_EQ(root["missing"]["deeper"].longValue(7), 7);
+  EXPECT_EQ(root["missing"][0][std::string("x")][-1].longValue(8), 8);
+  EXPECT_EQ(root.at("missing").at(0).at(std::string("x")).at(-1).longValue(9), 9);
   EXPECT_FALSE(root["missing"]["deeper"].isObject());
-  EXPECT_EQ(R"({"a":1})", compact(root));
+  EXPECT_EQ(compact(root), R"({"a":1})");
 }
 
 TEST(JSOM, IndexingAnEmptyRootTwiceAndWritingCreatesBothLevels) {
   JSOM root;
   root["a"]["b"].setLong(1);
-  EXPECT_EQ(R"({"a":{"b":1}})", compact(root));
+  EXPECT_EQ(compact(root), R"({"a":{"b":1}})");
 }
 
 TEST(JSOM, UnboundRootBecomesAContainerWhenIndexed) {
   JSOM object;
-  EXPECT_EQ("", compact(object));
-  EXPECT_EQ(3, object["a"].longValue(3));
-  EXPECT_EQ("{}", compact(object));
+  EXPECT_EQ(compact(object), "");
+  EXPECT_EQ(object["a"].longValue(3), 3);
+  EXPECT_EQ(compact(object), "{}");
   JSOM array;
-  EXPECT_EQ(3, array[0].longValue(3));
-  EXPECT_EQ("[]", compact(array));
+  EXPECT_EQ(array[0].longValue(3), 3);
+  EXPECT_EQ(compact(array), "[]");
   JSOM other;
-  EXPECT_EQ(3, other[std::string("a")].longValue(3));
+  EXPECT_EQ(other[std::string("a")].longValue(3), 3);
   EXPECT_TRUE(other.isObject());
 }
 
@@ -170,7 +169,7 @@ TEST(JSOM, KeyOfAHandleThatWasIndexedNeedNotOutliveIt) {
   JSOM leaf = root[*key]["x"];
   key.reset();
   leaf.setLong(1);
-  EXPECT_EQ(R"({"a key that is too long for a short buffer":{"x":1}})", compact(root));
+  EXPECT_EQ(compact(root), R"({"a key that is too long for a short buffer":{"x":1}})");
 }
 
 TEST(JSOM, HandlesKeepTheirContainersAlive) {
@@ -179,22 +178,22 @@ TEST(JSOM, HandlesKeepTheirContainersAlive) {
     JSOM root = loaded(R"({"a":[1,2]})");
     leaf = std::make_unique<JSOM>(root["a"][1]);
   }
-  EXPECT_EQ(2, leaf->longValue(0));
+  EXPECT_EQ(leaf->longValue(0), 2);
   leaf->setLong(3);
-  EXPECT_EQ(3, leaf->longValue(0));
+  EXPECT_EQ(leaf->longValue(0), 3);
 }
 
 TEST(JSOM, IndexRules) {
   JSOM root = loaded("[10,20]");
-  EXPECT_EQ(10, root[0].longValue(0));
-  EXPECT_EQ(20, root[1].longValue(0));
+  EXPECT_EQ(root[0].longValue(0), 10);
+  EXPECT_EQ(root[1].longValue(0), 20);
   JSOM slot = root[2];
   EXPECT_FALSE(slot.isError());
   EXPECT_FALSE(slot.isNumber());
   EXPECT_FALSE(root[-1].isError());
   slot.setLong(30);
   root[-1].setLong(40);
-  EXPECT_EQ("[10,20,30,40]", compact(root));
+  EXPECT_EQ(compact(root), "[10,20,30,40]");
 }
 
 TEST(JSOM, IndexOutOfBoundsPrintsAndGivesTheNullReference) {
@@ -204,31 +203,30 @@ TEST(JSOM, IndexOutOfBoundsPrintsAndGivesTheNullReference) {
   EXPECT_TRUE(root[3].isError());
   EXPECT_TRUE(root[-2].isError());
   EXPECT_TRUE(root.at(3).isError());
-  EXPECT_EQ(
-      "JSOM::operator[](int32_t): index out of bounds\n"
-      "JSOM::operator[](int32_t): index out of bounds\n"
-      "JSOM::operator[](int32_t): index out of bounds\n"
-      "JSOM::at(int32_t): index out of range\n",
-      errors.end());
+  EXPECT_EQ(errors.end(),
+            "JSOM::operator[](int32_t): index out of bounds\n"
+            "JSOM::operator[](int32_t): index out of bounds\n"
+            "JSOM::operator[](int32_t): index out of bounds\n"
+            "JSOM::at(int32_t): index out of range\n");
 }
 
 TEST(JSOM, IndexOnAnObjectGivesTheValuesOfItsMembers) {
   JSOM root = loaded(R"({"a":1,"b":2})");
-  EXPECT_EQ(2, root[1].longValue(0));
+  EXPECT_EQ(root[1].longValue(0), 2);
   root[1].setLong(5);
-  EXPECT_EQ(R"({"a":1,"b":5})", compact(root));
+  EXPECT_EQ(compact(root), R"({"a":1,"b":5})");
 }
 
 TEST(JSOM, IndexOnAScalarTurnsItIntoAContainerOnlyWhenWritten) {
   JSOM root = loaded("7");
-  EXPECT_EQ(1, root["a"].longValue(1));
-  EXPECT_EQ(1, root[0].longValue(1));
-  EXPECT_EQ("7", compact(root));
+  EXPECT_EQ(root["a"].longValue(1), 1);
+  EXPECT_EQ(root[0].longValue(1), 1);
+  EXPECT_EQ(compact(root), "7");
   root["a"].setLong(2);
-  EXPECT_EQ(R"({"a":2})", compact(root));
+  EXPECT_EQ(compact(root), R"({"a":2})");
   JSOM other = loaded("7");
   other[-1].setLong(3);
-  EXPECT_EQ("[3]", compact(other));
+  EXPECT_EQ(compact(other), "[3]");
 }
 
 TEST(JSOM, NullKeyPrintsAndGivesTheNullReference) {
@@ -237,39 +235,38 @@ TEST(JSOM, NullKeyPrintsAndGivesTheNullReference) {
   StderrCapture errors;
   EXPECT_TRUE(root[none].isError());
   EXPECT_TRUE(root.at(none).isError());
-  EXPECT_EQ(
-      "JSOM::operator[](char *): null key pointer\n"
-      "JSOM::at(char *): null key pointer\n",
-      errors.end());
+  EXPECT_EQ(errors.end(),
+            "JSOM::operator[](char *): null key pointer\n"
+            "JSOM::at(char *): null key pointer\n");
 }
 
 TEST(JSOM, AtFollowsTheIndexOperators) {
   JSOM root;
   root.at("a").at(std::string("b")).at(0).setLong(1);
   root.at("a").at("b").at(-1).setLong(2);
-  EXPECT_EQ(R"({"a":{"b":[1,2]}})", compact(root));
-  EXPECT_EQ(2, root.at("a").at("b").at(1).longValue(0));
+  EXPECT_EQ(compact(root), R"({"a":{"b":[1,2]}})");
+  EXPECT_EQ(root.at("a").at("b").at(1).longValue(0), 2);
 }
 
 TEST(JSOM, EqualKeysGiveTheLastMember) {
   JSOM root = loaded(R"({"a":1,"a":2})");
-  EXPECT_EQ(2, root["a"].longValue(0));
-  EXPECT_EQ(2, root[std::string("a")].longValue(0));
+  EXPECT_EQ(root["a"].longValue(0), 2);
+  EXPECT_EQ(root[std::string("a")].longValue(0), 2);
 }
 
 TEST(JSOM, SizeAndKeys) {
   JSOM root = loaded(R"({"a":1,"b":[1,2,3]})");
-  EXPECT_EQ(2, root.size());
-  EXPECT_EQ(3, root["b"].size());
-  EXPECT_EQ(0, root["a"].size());
-  EXPECT_EQ(0, root["c"].size());
-  EXPECT_EQ(0, JSOM().size());
-  EXPECT_EQ(0, JSOM::JERROR.size());
-  EXPECT_EQ("b", *root.key(1));
-  EXPECT_EQ(nullptr, root.key(2));
-  EXPECT_EQ(nullptr, root.key(-1));
-  EXPECT_EQ(nullptr, root["b"].key(0));
-  EXPECT_EQ(nullptr, root["c"].key(0));
+  EXPECT_EQ(root.size(), 2);
+  EXPECT_EQ(root["b"].size(), 3);
+  EXPECT_EQ(root["a"].size(), 0);
+  EXPECT_EQ(root["c"].size(), 0);
+  EXPECT_EQ(JSOM().size(), 0);
+  EXPECT_EQ(JSOM::JERROR.size(), 0);
+  EXPECT_EQ(*root.key(1), "b");
+  EXPECT_EQ(root.key(2), nullptr);
+  EXPECT_EQ(root.key(-1), nullptr);
+  EXPECT_EQ(root["b"].key(0), nullptr);
+  EXPECT_EQ(root["c"].key(0), nullptr);
 }
 
 TEST(JSOM, TypeTests) {
@@ -299,9 +296,9 @@ TEST(JSOM, PendingHandleStaysPendingWhenTheMemberAppears) {
   JSOM root = loaded("{}");
   JSOM pending = root["a"];
   root["a"].setLong(1);
-  EXPECT_EQ(7, pending.longValue(7));
+  EXPECT_EQ(pending.longValue(7), 7);
   pending.setLong(2);
-  EXPECT_EQ(R"({"a":2})", compact(root));
+  EXPECT_EQ(compact(root), R"({"a":2})");
 }
 
 TEST(JSOM, Writes) {
@@ -312,17 +309,17 @@ TEST(JSOM, Writes) {
   root["chars"].setString("x");
   root["null"].setString(nullptr);
   root["string"].setString(std::string("y"));
-  EXPECT_EQ(R"({"long":-5,"boolean":true,"double":2.25,"chars":"x","null":null,"string":"y"})",
-            compact(root));
+  EXPECT_EQ(compact(root),
+            R"({"long":-5,"boolean":true,"double":2.25,"chars":"x","null":null,"string":"y"})");
   root["long"].setString("again");
-  EXPECT_EQ("again", root["long"].stringValue(JSOM::EMPTY_STRING));
+  EXPECT_EQ(root["long"].stringValue(JSOM::EMPTY_STRING), "again");
 }
 
 TEST(JSOM, CopiesShareTheNode) {
   JSOM first = loaded("1");
   JSOM second(first);
   second.setLong(2);
-  EXPECT_EQ(2, first.longValue(0));
+  EXPECT_EQ(first.longValue(0), 2);
   EXPECT_TRUE(first == second);
 }
 
@@ -331,16 +328,16 @@ TEST(JSOM, AssignmentCopiesDeeply) {
   JSOM target = loaded("7");
   JSOM sameNode(target);
   target = source;
-  EXPECT_EQ(R"({"a":[1,2]})", compact(target));
-  EXPECT_EQ(R"({"a":[1,2]})", compact(sameNode));
+  EXPECT_EQ(compact(target), R"({"a":[1,2]})");
+  EXPECT_EQ(compact(sameNode), R"({"a":[1,2]})");
   source["a"][0].setLong(9);
-  EXPECT_EQ(R"({"a":[1,2]})", compact(target));
+  EXPECT_EQ(compact(target), R"({"a":[1,2]})");
 }
 
 TEST(JSOM, AssignmentToAPendingHandleCreatesTheMember) {
   JSOM root = loaded("{}");
   root["a"]["b"] = loaded("[1]");
-  EXPECT_EQ(R"({"a":{"b":[1]}})", compact(root));
+  EXPECT_EQ(compact(root), R"({"a":{"b":[1]}})");
 }
 
 TEST(JSOM, AssignmentOfWhatIsNotBoundDoesNothing) {
@@ -350,17 +347,17 @@ TEST(JSOM, AssignmentOfWhatIsNotBoundDoesNothing) {
   root["c"] = JSOM::BLANK;
   JSOM& self = root;
   root = self;
-  EXPECT_EQ(R"({"a":1})", compact(root));
+  EXPECT_EQ(compact(root), R"({"a":1})");
 }
 
 TEST(JSOM, AssignmentFromItsOwnTree) {
   JSOM root = loaded(R"({"a":{"b":1}})");
   root["c"] = root;
-  EXPECT_EQ(R"({"a":{"b":1},"c":{"a":{"b":1}}})", compact(root));
+  EXPECT_EQ(compact(root), R"({"a":{"b":1},"c":{"a":{"b":1}}})");
   root["a"]["b"] = root;
-  EXPECT_EQ(R"({"a":{"b":{"a":{"b":1},"c":{"a":{"b":1}}}},"c":{"a":{"b":1}}})", compact(root));
+  EXPECT_EQ(compact(root), R"({"a":{"b":{"a":{"b":1},"c":{"a":{"b":1}}}},"c":{"a":{"b":1}}})");
   root = root["c"];
-  EXPECT_EQ(R"({"a":{"b":1}})", compact(root));
+  EXPECT_EQ(compact(root), R"({"a":{"b":1}})");
 }
 
 TEST(JSOM, CopyOfWhatIsNotBoundSetsFalse) {
@@ -368,7 +365,7 @@ TEST(JSOM, CopyOfWhatIsNotBoundSetsFalse) {
   root["a"].copy(root["missing"]);
   root["b"].copy(JSOM::JERROR);
   root["c"].copy(JSOM::BLANK);
-  EXPECT_EQ(R"({"a":false,"b":false,"c":false})", compact(root));
+  EXPECT_EQ(compact(root), R"({"a":false,"b":false,"c":false})");
 }
 
 TEST(JSOM, CopyIsDeep) {
@@ -376,9 +373,9 @@ TEST(JSOM, CopyIsDeep) {
   JSOM root;
   root["a"].copy(source);
   source[0].setLong(9);
-  EXPECT_EQ(R"({"a":[1,2]})", compact(root));
+  EXPECT_EQ(compact(root), R"({"a":[1,2]})");
   root.copy(root);
-  EXPECT_EQ(R"({"a":[1,2]})", compact(root));
+  EXPECT_EQ(compact(root), R"({"a":[1,2]})");
 }
 
 TEST(JSOM, ClearAndErase) {
@@ -386,15 +383,15 @@ TEST(JSOM, ClearAndErase) {
   root["b"].erase(0);
   root.erase("a");
   root["c"].clear();
-  EXPECT_EQ(R"({"b":[2],"c":""})", compact(root));
+  EXPECT_EQ(compact(root), R"({"b":[2],"c":""})");
   root.erase(std::string("c"));
   root["missing"].clear();
   root["missing"].erase("a");
   root.erase(7);
   root.erase("missing");
-  EXPECT_EQ(R"({"b":[2]})", compact(root));
+  EXPECT_EQ(compact(root), R"({"b":[2]})");
   root.clear();
-  EXPECT_EQ("{}", compact(root));
+  EXPECT_EQ(compact(root), "{}");
 }
 
 TEST(JSOM, Equality) {
@@ -417,8 +414,10 @@ TEST(JSOM, ManyHandlesOnOneContainerKeepItForever) {
   {
     std::vector<JSOM> handles;
     handles.reserve(70000);
-    for (int i = 0; i < 70000; ++i) handles.push_back(root[0]);
-    EXPECT_EQ(1, handles.back().longValue(0));
+    for (int i = 0; i < 70000; ++i) {
+      handles.push_back(root[0]);
+    }
+    EXPECT_EQ(handles.back().longValue(0), 1);
   }
-  EXPECT_EQ("[1]", compact(root));
+  EXPECT_EQ(compact(root), "[1]");
 }

@@ -22,46 +22,46 @@ TEST(JSOMText, TextsAreAppended) {
   ASSERT_FALSE(handle.fromString(R"({"a":[0.123456]})").isError());
   std::string out = "x";
   handle.toCompactString(out, 2);
-  EXPECT_EQ(R"(x{"a":[0.12]})", out);
+  EXPECT_EQ(out, R"(x{"a":[0.12]})");
   handle.toString(out, 3);
-  EXPECT_EQ("x{\"a\":[0.12]}{\n \"a\": [\n  0.123\n ]\n}", out);
+  EXPECT_EQ(out, "x{\"a\":[0.12]}{\n \"a\": [\n  0.123\n ]\n}");
 }
 
 TEST(JSOMText, HandlesThatAreNotBoundAppendNothing) {
   std::string out = "x";
   JSOM().toString(out, 2);
   JSOM::JERROR.toCompactString(out, 2);
-  EXPECT_EQ("x", out);
+  EXPECT_EQ(out, "x");
 }
 
 TEST(JSOMText, FromStringReturnsTheHandleOrTheNullReference) {
   JSOM handle;
   EXPECT_EQ(&handle, &handle.fromString("1 and more"));
   EXPECT_EQ(&handle, &handle.fromString(std::string("[2]")));
-  EXPECT_EQ("[2]", compact(handle));
+  EXPECT_EQ(compact(handle), "[2]");
   StderrCapture errors;
   EXPECT_EQ(&JSOM::JERROR, &handle.fromString("[3,"));
-  EXPECT_EQ("JSONData::setFromJsonString(): syntax error: array not closed\n", errors.end());
-  EXPECT_EQ("[2,3]", compact(handle));
+  EXPECT_EQ(errors.end(), "JSONData::setFromJsonString(): syntax error: array not closed\n");
+  EXPECT_EQ(compact(handle), "[2,3]");
 }
 
 TEST(JSOMText, FromStringOfANullTextFails) {
   JSOM handle;
   EXPECT_EQ(&JSOM::JERROR, &handle.fromString(static_cast<const char*>(nullptr)));
-  EXPECT_EQ("", compact(handle));
+  EXPECT_EQ(compact(handle), "");
 }
 
 TEST(JSOMText, FromStringOfAPendingHandleCreatesTheMember) {
   JSOM root;
   EXPECT_FALSE(root["a"]["b"].fromString("[1]").isError());
-  EXPECT_EQ(R"({"a":{"b":[1]}})", compact(root));
+  EXPECT_EQ(compact(root), R"({"a":{"b":[1]}})");
 }
 
 TEST(JSOMText, FromStringOfTheHandlesOwnText) {
   JSOM handle;
   handle.setString(R"(["a text that is too long for a short buffer"])");
   EXPECT_FALSE(handle.fromString(handle.stringValue(JSOM::EMPTY_STRING)).isError());
-  EXPECT_EQ(R"(["a text that is too long for a short buffer"])", compact(handle));
+  EXPECT_EQ(compact(handle), R"(["a text that is too long for a short buffer"])");
 }
 
 TEST(JSOMText, Streams) {
@@ -70,18 +70,17 @@ TEST(JSOMText, Streams) {
   EXPECT_EQ(&handle, &handle.fromStream(in));
   std::ostringstream out;
   handle.toStream(out);
-  EXPECT_EQ(R"({"a":0.123457})", out.str());
+  EXPECT_EQ(out.str(), R"({"a":0.123457})");
   JSOM().toStream(out);
-  EXPECT_EQ(R"({"a":0.123457})", out.str());
+  EXPECT_EQ(out.str(), R"({"a":0.123457})");
   std::istringstream wrong("{x");
   std::istringstream right("1");
   StderrCapture errors;
   EXPECT_EQ(&JSOM::JERROR, &handle.fromStream(wrong));
   EXPECT_TRUE(JSOM::JERROR.fromStream(right).isError());
-  EXPECT_EQ(
-      "JSONData::setFromStream(): syntax error: object not closed\n"
-      "JSOM::fromStream(): null reference error\n",
-      errors.end());
+  EXPECT_EQ(errors.end(),
+            "JSONData::setFromStream(): syntax error: object not closed\n"
+            "JSOM::fromStream(): null reference error\n");
 }
 
 TEST(JSOMText, FileIsRead) {
@@ -89,7 +88,7 @@ TEST(JSOMText, FileIsRead) {
   const std::string path = dir.write("a.json", "// comment\r\n{\"a\":1}\n");
   JSOM handle;
   EXPECT_EQ(&handle, &handle.fromFile(path.c_str()));
-  EXPECT_EQ(R"({"a":1})", compact(handle));
+  EXPECT_EQ(compact(handle), R"({"a":1})");
 }
 
 TEST(JSOMText, MissingFileCannotBeOpened) {
@@ -99,11 +98,10 @@ TEST(JSOMText, MissingFileCannotBeOpened) {
   StderrCapture errors;
   EXPECT_EQ(&JSOM::JERROR, &handle.fromFile(path.c_str()));
   EXPECT_TRUE(handle.fromFile(nullptr).isError());
-  EXPECT_EQ("JSOM::fromFile(): could not open file '" + path +
-                "'\n"
-                "JSOM::fromFile(): could not open file ''\n",
-            errors.end());
-  EXPECT_EQ("", compact(handle));
+  EXPECT_EQ(errors.end(), "JSOM::fromFile(): could not open file '" + path +
+                              "'\n"
+                              "JSOM::fromFile(): could not open file ''\n");
+  EXPECT_EQ(compact(handle), "");
 }
 
 TEST(JSOMText, DirectoryCannotBeOpened) {
@@ -111,19 +109,19 @@ TEST(JSOMText, DirectoryCannotBeOpened) {
   JSOM handle;
   StderrCapture errors;
   EXPECT_TRUE(handle.fromFile(dir.path().c_str()).isError());
-  EXPECT_EQ("JSOM::fromFile(): could not open file '" + dir.path() + "'\n", errors.end());
+  EXPECT_EQ(errors.end(), "JSOM::fromFile(): could not open file '" + dir.path() + "'\n");
 }
 
 TEST(JSOMText, UnreadableFileCannotBeOpened) {
   TempDir dir;
   const std::string path = dir.write("a.json", "{}");
-  ASSERT_EQ(0, chmod(path.c_str(), 0));
-  ASSERT_EQ(0, chmod(dir.path().c_str(), 0755));
+  ASSERT_EQ(chmod(path.c_str(), 0), 0);
+  ASSERT_EQ(chmod(dir.path().c_str(), 0755), 0);
   JSOM handle;
   StderrCapture errors;
   const OrdinaryUser user;
   EXPECT_TRUE(handle.fromFile(path.c_str()).isError());
-  EXPECT_EQ("JSOM::fromFile(): could not open file '" + path + "'\n", errors.end());
+  EXPECT_EQ(errors.end(), "JSOM::fromFile(): could not open file '" + path + "'\n");
 }
 
 TEST(JSOMText, EmptyFileFailsSilently) {
@@ -132,7 +130,7 @@ TEST(JSOMText, EmptyFileFailsSilently) {
   JSOM handle;
   StderrCapture errors;
   EXPECT_TRUE(handle.fromFile(path.c_str()).isError());
-  EXPECT_EQ("", errors.end());
+  EXPECT_EQ(errors.end(), "");
 }
 
 TEST(JSOMText, FileCutInHalfFailsInTheParser) {
@@ -141,8 +139,8 @@ TEST(JSOMText, FileCutInHalfFailsInTheParser) {
   JSOM handle;
   StderrCapture errors;
   EXPECT_TRUE(handle.fromFile(path.c_str()).isError());
-  EXPECT_EQ("JSONData::setFromJsonString(): syntax error: object comma or end expected\n",
-            errors.end());
+  EXPECT_EQ(errors.end(),
+            "JSONData::setFromJsonString(): syntax error: object comma or end expected\n");
 }
 
 TEST(JSOMText, BinaryFileFailsInTheParser) {
@@ -153,7 +151,7 @@ TEST(JSOMText, BinaryFileFailsInTheParser) {
   JSOM handle;
   StderrCapture errors;
   EXPECT_TRUE(handle.fromFile(path.c_str()).isError());
-  EXPECT_EQ("JSONData::setFromJsonString(): syntax error: missing value\n", errors.end());
+  EXPECT_EQ(errors.end(), "JSONData::setFromJsonString(): syntax error: missing value\n");
 }
 
 TEST(JSOMText, FileEndsAtItsFirstZeroByte) {
@@ -164,10 +162,10 @@ TEST(JSOMText, FileEndsAtItsFirstZeroByte) {
                                                             6));
   JSOM handle;
   EXPECT_FALSE(handle.fromFile(whole.c_str()).isError());
-  EXPECT_EQ("[1]", compact(handle));
+  EXPECT_EQ(compact(handle), "[1]");
   StderrCapture errors;
   EXPECT_TRUE(handle.fromFile(cut.c_str()).isError());
-  EXPECT_EQ("JSONData::setFromJsonString(): syntax error: array not closed\n", errors.end());
+  EXPECT_EQ(errors.end(), "JSONData::setFromJsonString(): syntax error: array not closed\n");
 }
 
 TEST(JSOMText, HundredMegabytesOfNestingFailQuickly) {
@@ -176,7 +174,7 @@ TEST(JSOMText, HundredMegabytesOfNestingFailQuickly) {
   JSOM handle;
   StderrCapture errors;
   EXPECT_TRUE(handle.fromFile(path.c_str()).isError());
-  EXPECT_EQ("JSONData::setFromJsonString(): syntax error: nested too deeply\n", errors.end());
+  EXPECT_EQ(errors.end(), "JSONData::setFromJsonString(): syntax error: nested too deeply\n");
 }
 
 TEST(JSOMText, FileTooLargeForMemoryIsNotRead) {
@@ -195,13 +193,13 @@ TEST(JSOMText, FileTooLargeForMemoryIsNotRead) {
 TEST(JSOMText, FileWithoutAnEndCannotBeRead) {
   TempDir dir;
   const std::string path = dir.file("pipe");
-  ASSERT_EQ(0, mkfifo(path.c_str(), 0600));
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
   std::FILE* const keepsItOpen = std::fopen(path.c_str(), "r+");
-  ASSERT_NE(nullptr, keepsItOpen);
+  ASSERT_NE(keepsItOpen, nullptr);
   JSOM handle;
   StderrCapture errors;
   EXPECT_TRUE(handle.fromFile(path.c_str()).isError());
-  EXPECT_EQ("JSOM::fromFile(): could not read file\n", errors.end());
+  EXPECT_EQ(errors.end(), "JSOM::fromFile(): could not read file\n");
   std::fclose(keepsItOpen);
 }
 
@@ -210,18 +208,18 @@ TEST(JSOMText, FilesAreWrittenWithoutAFinalLineFeed) {
   JSOM handle;
   ASSERT_FALSE(handle.fromString(R"({"a":[0.123456]})").isError());
   EXPECT_TRUE(handle.toFile(dir.file("pretty").c_str(), 3));
-  EXPECT_EQ("{\n \"a\": [\n  0.123\n ]\n}", dir.read("pretty"));
+  EXPECT_EQ(dir.read("pretty"), "{\n \"a\": [\n  0.123\n ]\n}");
   EXPECT_TRUE(handle.toCompactFile(dir.file("compact").c_str(), 2));
-  EXPECT_EQ(R"({"a":[0.12]})", dir.read("compact"));
+  EXPECT_EQ(dir.read("compact"), R"({"a":[0.12]})");
   EXPECT_TRUE(handle.toCompactFile(dir.file("pretty").c_str(), 2));  // over an older file
-  EXPECT_EQ(R"({"a":[0.12]})", dir.read("pretty"));
+  EXPECT_EQ(dir.read("pretty"), R"({"a":[0.12]})");
 }
 
 TEST(JSOMText, UnboundHandleWritesAnEmptyFile) {
   TempDir dir;
   EXPECT_TRUE(JSOM().toFile(dir.file("a").c_str(), 3));
   EXPECT_TRUE(dir.has("a"));
-  EXPECT_EQ("", dir.read("a"));
+  EXPECT_EQ(dir.read("a"), "");
 }
 
 TEST(JSOMText, FileThatCannotBeOpenedIsReported) {
@@ -232,25 +230,25 @@ TEST(JSOMText, FileThatCannotBeOpenedIsReported) {
   EXPECT_FALSE(handle.toFile(dir.file("no/such/folder").c_str(), 3));
   EXPECT_FALSE(handle.toCompactFile(dir.path().c_str(), 3));
   EXPECT_FALSE(handle.toFile(nullptr, 3));
-  EXPECT_EQ(
-      "JSOM::toFile(): could not write file\n"
-      "JSOM::toCompactFile(): could not write file\n"
-      "JSOM::toFile(): could not write file\n",
-      errors.end());
+  EXPECT_EQ(errors.end(),
+            "JSOM::toFile(): could not write file\n"
+            "JSOM::toCompactFile(): could not write file\n"
+            "JSOM::toFile(): could not write file\n");
 }
 
 TEST(JSOMText, FullDiskIsReported) {
-  if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no device that is always full";
+  if (access("/dev/full", W_OK) != 0) {
+    GTEST_SKIP() << "no device that is always full";
+  }
   JSOM handle;
   ASSERT_FALSE(handle.fromString("1").isError());  // stays in the buffer until the file is closed
   StderrCapture errors;
   EXPECT_FALSE(handle.toFile("/dev/full", 3));
   handle.setString(std::string(100000, 'x'));
   EXPECT_FALSE(handle.toCompactFile("/dev/full", 3));
-  EXPECT_EQ(
-      "JSOM::toFile(): could not write file\n"
-      "JSOM::toCompactFile(): could not write file\n",
-      errors.end());
+  EXPECT_EQ(errors.end(),
+            "JSOM::toFile(): could not write file\n"
+            "JSOM::toCompactFile(): could not write file\n");
 }
 
 TEST(JSOMText, WhatIsWrittenCanBeReadAgain) {

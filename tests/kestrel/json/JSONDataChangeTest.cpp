@@ -16,14 +16,14 @@ TEST(JSONDataChange, SetByKeyAppendsAndReplaces) {
   JSONData* const two = heldLong(2);
   node.setByKey("a", one);
   node.setByKey(std::string("b"), one);
-  EXPECT_EQ(R"({"a":1,"b":1})", compact(node));
-  EXPECT_EQ(3, one->refCount());
+  EXPECT_EQ(compact(node), R"({"a":1,"b":1})");
+  EXPECT_EQ(one->refCount(), 3);
   node.setByKey("a", two);
-  EXPECT_EQ(R"({"a":2,"b":1})", compact(node));
-  EXPECT_EQ(2, one->refCount());
-  EXPECT_EQ(2, two->refCount());
+  EXPECT_EQ(compact(node), R"({"a":2,"b":1})");
+  EXPECT_EQ(one->refCount(), 2);
+  EXPECT_EQ(two->refCount(), 2);
   node.setByKey("a", two);  // by itself
-  EXPECT_EQ(2, two->refCount());
+  EXPECT_EQ(two->refCount(), 2);
   JSONData::release(one);
   JSONData::release(two);
 }
@@ -34,7 +34,7 @@ TEST(JSONDataChange, SetByKeyReplacesTheLastOfEqualKeys) {
   auto* const three = new JSONData;
   three->setLong(3);
   node.setByKey("a", three);
-  EXPECT_EQ(R"({"a":1,"a":3})", compact(node));
+  EXPECT_EQ(compact(node), R"({"a":1,"a":3})");
 }
 
 TEST(JSONDataChange, SetByKeyOfANullValueRemovesTheMember) {
@@ -43,32 +43,32 @@ TEST(JSONDataChange, SetByKeyOfANullValueRemovesTheMember) {
   JSONData* const last = node.getByKey("a");
   last->retain();
   node.setByKey("a", nullptr);
-  EXPECT_EQ(R"({"a":1,"b":2})", compact(node));
-  EXPECT_EQ(1, last->refCount());
+  EXPECT_EQ(compact(node), R"({"a":1,"b":2})");
+  EXPECT_EQ(last->refCount(), 1);
   JSONData::release(last);
   node.setByKey("missing", nullptr);
-  EXPECT_EQ(R"({"a":1,"b":2})", compact(node));
+  EXPECT_EQ(compact(node), R"({"a":1,"b":2})");
   node.setByKey(*node.getKeyAtIndex(0), nullptr);
-  EXPECT_EQ(R"({"b":2})", compact(node));
+  EXPECT_EQ(compact(node), R"({"b":2})");
 }
 
 TEST(JSONDataChange, SetByKeyTurnsAnotherTypeIntoAnObject) {
   JSONData node;
   parse(node, R"(["key",7])");
   node.setByKey(*node.getByIndex(0)->stringValue(), node.getByIndex(1));
-  EXPECT_EQ(R"({"key":7})", compact(node));
-  EXPECT_EQ(1, node.getByKey("key")->refCount());
+  EXPECT_EQ(compact(node), R"({"key":7})");
+  EXPECT_EQ(node.getByKey("key")->refCount(), 1);
   node.setLong(1);
   node.setByKey("x", nullptr);
-  EXPECT_EQ("{}", compact(node));
+  EXPECT_EQ(compact(node), "{}");
 }
 
 TEST(JSONDataChange, SetByKeyOfANullKeyDoesNothing) {
   JSONData node;
   JSONData* const value = heldLong(1);
   node.setByKey(static_cast<const char*>(nullptr), value);
-  EXPECT_EQ(0, node.type());
-  EXPECT_EQ(1, value->refCount());
+  EXPECT_EQ(node.type(), 0);
+  EXPECT_EQ(value->refCount(), 1);
   JSONData::release(value);
 }
 
@@ -79,11 +79,11 @@ TEST(JSONDataChange, SetByIndexReplacesInRange) {
   old->retain();
   JSONData* const value = heldLong(9);
   node.setByIndex(1, value);
-  EXPECT_EQ("[1,9,3]", compact(node));
-  EXPECT_EQ(1, old->refCount());
-  EXPECT_EQ(2, value->refCount());
+  EXPECT_EQ(compact(node), "[1,9,3]");
+  EXPECT_EQ(old->refCount(), 1);
+  EXPECT_EQ(value->refCount(), 2);
   node.setByIndex(1, value);
-  EXPECT_EQ(2, value->refCount());
+  EXPECT_EQ(value->refCount(), 2);
   JSONData::release(old);
   JSONData::release(value);
 }
@@ -93,8 +93,8 @@ TEST(JSONDataChange, SetByIndexAppendsAtTheLength) {
   parse(node, "[1]");
   JSONData* const value = heldLong(2);
   node.setByIndex(1, value);
-  EXPECT_EQ("[1,2]", compact(node));
-  EXPECT_EQ(2, value->refCount());
+  EXPECT_EQ(compact(node), "[1,2]");
+  EXPECT_EQ(value->refCount(), 2);
   JSONData::release(value);
 }
 
@@ -103,9 +103,9 @@ TEST(JSONDataChange, SetByIndexPadsWithNulls) {
   parse(node, "[1]");
   JSONData* const value = heldLong(2);
   node.setByIndex(3, value);
-  EXPECT_EQ("[1,null,null,2]", compact(node));
-  EXPECT_EQ(1, node.getByIndex(1)->type());
-  EXPECT_EQ(1, node.getByIndex(1)->refCount());
+  EXPECT_EQ(compact(node), "[1,null,null,2]");
+  EXPECT_EQ(node.getByIndex(1)->type(), 1);
+  EXPECT_EQ(node.getByIndex(1)->refCount(), 1);
   EXPECT_NE(node.getByIndex(1), node.getByIndex(2));
   JSONData::release(value);
 }
@@ -114,11 +114,11 @@ TEST(JSONDataChange, SetByIndexTurnsAnotherTypeIntoAnArray) {
   JSONData node;
   parse(node, R"({"a":5,"b":6})");
   node.setByIndex(0, node.getByKey("b"));
-  EXPECT_EQ("[6]", compact(node));
+  EXPECT_EQ(compact(node), "[6]");
   node.setLong(1);
   JSONData* const value = heldLong(2);
   node.setByIndex(1, value);
-  EXPECT_EQ("[null,2]", compact(node));
+  EXPECT_EQ(compact(node), "[null,2]");
   JSONData::release(value);
 }
 
@@ -127,16 +127,16 @@ TEST(JSONDataChange, SetByIndexTakesAMillionPastTheEndAndNoMore) {
   parse(node, R"({"a":1})");
   JSONData* const value = heldLong(2);
   node.setByIndex(1000001, value);  // the array would start empty
-  EXPECT_EQ(R"({"a":1})", compact(node));
-  EXPECT_EQ(1, value->refCount());
+  EXPECT_EQ(compact(node), R"({"a":1})");
+  EXPECT_EQ(value->refCount(), 1);
   node.setByIndex(std::numeric_limits<int>::max(), value);
-  EXPECT_EQ(R"({"a":1})", compact(node));
-  EXPECT_EQ(1, value->refCount());
+  EXPECT_EQ(compact(node), R"({"a":1})");
+  EXPECT_EQ(value->refCount(), 1);
   node.setByIndex(1000000, value);
-  EXPECT_EQ(1000001, node.length());
-  EXPECT_EQ(1, node.getByIndex(999999)->type());
-  EXPECT_EQ(2, node.getByIndex(1000000)->longValue());
-  EXPECT_EQ(2, value->refCount());
+  EXPECT_EQ(node.length(), 1000001);
+  EXPECT_EQ(node.getByIndex(999999)->type(), 1);
+  EXPECT_EQ(node.getByIndex(1000000)->longValue(), 2);
+  EXPECT_EQ(value->refCount(), 2);
   JSONData::release(value);
 }
 
@@ -146,8 +146,8 @@ TEST(JSONDataChange, SetByIndexOfANegativeIndexChangesNothing) {
   JSONData* const value = heldLong(2);
   node.setByIndex(-1, value);
   node.setByIndex(std::numeric_limits<int>::min(), value);
-  EXPECT_EQ("5", compact(node));
-  EXPECT_EQ(1, value->refCount());
+  EXPECT_EQ(compact(node), "5");
+  EXPECT_EQ(value->refCount(), 1);
   JSONData::release(value);
 }
 
@@ -157,15 +157,15 @@ TEST(JSONDataChange, SetByIndexOfANullValueRemovesInRangeAndChangesNothingPastTh
   node.setByIndex(3, nullptr);
   node.setByIndex(7, nullptr);
   node.setByIndex(-1, nullptr);
-  EXPECT_EQ("[1,2,3]", compact(node));
+  EXPECT_EQ(compact(node), "[1,2,3]");
   node.setByIndex(1, nullptr);
-  EXPECT_EQ("[1,3]", compact(node));
+  EXPECT_EQ(compact(node), "[1,3]");
   parse(node, R"({"a":1})");
   node.setByIndex(0, nullptr);
-  EXPECT_EQ(R"({"a":1})", compact(node));
+  EXPECT_EQ(compact(node), R"({"a":1})");
   node.setLong(5);
   node.setByIndex(0, nullptr);
-  EXPECT_EQ("5", compact(node));
+  EXPECT_EQ(compact(node), "5");
 }
 
 TEST(JSONDataChange, EraseByIndex) {
@@ -174,21 +174,21 @@ TEST(JSONDataChange, EraseByIndex) {
   JSONData* const second = node.getByIndex(1);
   second->retain();
   node.erase(1);
-  EXPECT_EQ("[1,3]", compact(node));
-  EXPECT_EQ(1, second->refCount());
+  EXPECT_EQ(compact(node), "[1,3]");
+  EXPECT_EQ(second->refCount(), 1);
   JSONData::release(second);
   parse(node, R"({"a":1,"b":2})");
   node.erase(0);
-  EXPECT_EQ(R"({"b":2})", compact(node));
+  EXPECT_EQ(compact(node), R"({"b":2})");
 }
 
 TEST(JSONDataChange, EraseByKeyTakesTheLastOfEqualKeys) {
   JSONData node;
   parse(node, R"({"a":1,"b":2,"a":3})");
   node.erase("a");
-  EXPECT_EQ(R"({"a":1,"b":2})", compact(node));
+  EXPECT_EQ(compact(node), R"({"a":1,"b":2})");
   node.erase(std::string("a"));
-  EXPECT_EQ(R"({"b":2})", compact(node));
+  EXPECT_EQ(compact(node), R"({"b":2})");
 }
 
 TEST(JSONDataChange, EraseOfWhatIsNotThereDoesNothing) {
@@ -197,15 +197,15 @@ TEST(JSONDataChange, EraseOfWhatIsNotThereDoesNothing) {
   node.erase(2);
   node.erase(-1);
   node.erase("a");
-  EXPECT_EQ("[1,2]", compact(node));
+  EXPECT_EQ(compact(node), "[1,2]");
   parse(node, R"({"a":1})");
   node.erase(1);
   node.erase("b");
   node.erase(std::string("b"));
   node.erase(static_cast<const char*>(nullptr));
-  EXPECT_EQ(R"({"a":1})", compact(node));
+  EXPECT_EQ(compact(node), R"({"a":1})");
   node.setLong(3);
   node.erase(0);
   node.erase("a");
-  EXPECT_EQ("3", compact(node));
+  EXPECT_EQ(compact(node), "3");
 }

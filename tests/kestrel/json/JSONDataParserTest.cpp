@@ -47,7 +47,7 @@ class JSONDataParser : public testing::TestWithParam<Form> {
   std::string parsed(const std::string& text) {
     node_.reset();
     EXPECT_TRUE(parse(text)) << text;
-    EXPECT_EQ("", errors_) << text;
+    EXPECT_EQ(errors_, "") << text;
     return written();
   }
 
@@ -61,23 +61,25 @@ class JSONDataParser : public testing::TestWithParam<Form> {
   std::string failure(const std::string& text) {
     node_.reset();
     EXPECT_FALSE(parse(text)) << text;
-    if (errors_.empty()) return "";
+    if (errors_.empty()) {
+      return "";
+    }
     const std::string start = GetParam() == Form::BUFFER ? "JSONData::setFromJsonString(): "
                                                          : "JSONData::setFromStream(): ";
     EXPECT_EQ(start, errors_.substr(0, start.size()));
-    EXPECT_EQ('\n', errors_.back());
+    EXPECT_EQ(errors_.back(), '\n');
     return errors_.substr(start.size(), errors_.size() - start.size() - 1);
   }
 
   double parsedDouble(const std::string& text) {
     parsed(text);
-    EXPECT_EQ(JSONData::DOUBLE, node_.type()) << text;
+    EXPECT_EQ(node_.type(), JSONData::DOUBLE) << text;
     return node_.doubleValue();
   }
 
   std::string parsedString(const std::string& text) {
     parsed(text);
-    EXPECT_EQ(JSONData::STRING, node_.type()) << text;
+    EXPECT_EQ(node_.type(), JSONData::STRING) << text;
     return node_.stringValue() == nullptr ? "" : *node_.stringValue();
   }
 
@@ -95,278 +97,278 @@ INSTANTIATE_TEST_SUITE_P(Forms, JSONDataParser, testing::Values(Form::BUFFER, Fo
 
 TEST_P(JSONDataParser, CommentsAndWhiteSpaceBeforeTheValue) {
   parsed("  // c\n /* x */ 42");
-  EXPECT_EQ(JSONData::LONG, node_.type());
-  EXPECT_EQ(42, node_.longValue());
-  EXPECT_EQ("1", parsed("\t\r\n 1"));
+  EXPECT_EQ(node_.type(), JSONData::LONG);
+  EXPECT_EQ(node_.longValue(), 42);
+  EXPECT_EQ(parsed("\t\r\n 1"), "1");
 }
 
 TEST_P(JSONDataParser, CommentsEverywhereBetweenTokens) {
-  EXPECT_EQ(R"({"a":[1,2],"b":3})",
-            parsed("/**/{/*a*/\"a\"//b\n:/***/[1/*,*/,//]\n2/*/*/]\n,\"b\":3// end\n}// not read"));
+  EXPECT_EQ(parsed("/**/{/*a*/\"a\"//b\n:/***/[1/*,*/,//]\n2/*/*/]\n,\"b\":3// end\n}// not read"),
+            R"({"a":[1,2],"b":3})");
 }
 
 TEST_P(JSONDataParser, TextWithinACommentFailsSilently) {
-  EXPECT_EQ("", failure("// only a comment"));
-  EXPECT_EQ("", failure("/* not closed"));
-  EXPECT_EQ("", failure("/* not closed *"));
-  EXPECT_EQ("", failure("/*/"));
+  EXPECT_EQ(failure("// only a comment"), "");
+  EXPECT_EQ(failure("/* not closed"), "");
+  EXPECT_EQ(failure("/* not closed *"), "");
+  EXPECT_EQ(failure("/*/"), "");
 }
 
 TEST_P(JSONDataParser, EndOfTextFailsSilently) {
-  EXPECT_EQ("", failure(""));
-  EXPECT_EQ("", failure(" \n\t"));
-  EXPECT_EQ("", failure("// comment\n"));
-  EXPECT_EQ("", failure("{\"a\":"));
-  EXPECT_EQ("", failure("{\"a\": // comment"));
-  EXPECT_EQ(0, node_.longValue());
+  EXPECT_EQ(failure(""), "");
+  EXPECT_EQ(failure(" \n\t"), "");
+  EXPECT_EQ(failure("// comment\n"), "");
+  EXPECT_EQ(failure("{\"a\":"), "");
+  EXPECT_EQ(failure("{\"a\": // comment"), "");
+  EXPECT_EQ(node_.longValue(), 0);
 }
 
 TEST_P(JSONDataParser, SlashThatStartsNoCommentIsAnError) {
-  EXPECT_EQ("syntax error: missing value", failure("/x 1"));
-  EXPECT_EQ("syntax error: missing value", failure("/"));
-  EXPECT_EQ("syntax error: array not closed", failure("[/x"));
+  EXPECT_EQ(failure("/x 1"), "syntax error: missing value");
+  EXPECT_EQ(failure("/"), "syntax error: missing value");
+  EXPECT_EQ(failure("[/x"), "syntax error: array not closed");
 }
 
 TEST_P(JSONDataParser, MissingValue) {
   for (const char* text : {",", ":", "]", "}", "x", "\v1", "\xef\xbb\xbf{}", "=", "[,1]",
                            "[:", "[1,,2]", "{\"a\":,}", "{\"a\":}", "{\"a\":]", "{\"a\"::1}"}) {
-    EXPECT_EQ("syntax error: missing value", failure(text)) << text;
+    EXPECT_EQ(failure(text), "syntax error: missing value") << text;
   }
 }
 
 TEST_P(JSONDataParser, Null) {
-  EXPECT_EQ("null", parsed("null"));
-  EXPECT_EQ(JSONData::NULL_VALUE, node_.type());
+  EXPECT_EQ(parsed("null"), "null");
+  EXPECT_EQ(node_.type(), JSONData::NULL_VALUE);
   for (const char* text : {"n", "nul", "nULL", "nil", "nul l"}) {
-    EXPECT_EQ("syntax error: invalid null value", failure(text)) << text;
+    EXPECT_EQ(failure(text), "syntax error: invalid null value") << text;
   }
 }
 
 TEST_P(JSONDataParser, Booleans) {
-  EXPECT_EQ("true", parsed("true"));
-  EXPECT_EQ("false", parsed("false"));
+  EXPECT_EQ(parsed("true"), "true");
+  EXPECT_EQ(parsed("false"), "false");
   for (const char* text : {"t", "tru", "tRUE", "f", "fals", "falsy", "trfalse"}) {
-    EXPECT_EQ("syntax error: invalid boolean value", failure(text)) << text;
+    EXPECT_EQ(failure(text), "syntax error: invalid boolean value") << text;
   }
 }
 
 TEST_P(JSONDataParser, TextAfterTheValueIsLeft) {
-  EXPECT_EQ("true", parsed("truex"));
-  EXPECT_EQ("x", rest_);
-  EXPECT_EQ("null", parsed("nullnull"));
-  EXPECT_EQ("null", rest_);
-  EXPECT_EQ("false", parsed(" false "));
-  EXPECT_EQ(" ", rest_);
-  EXPECT_EQ("[1]", parsed("[1]]"));
-  EXPECT_EQ("]", rest_);
-  EXPECT_EQ("1", parsed("1e5"));
-  EXPECT_EQ("e5", rest_);
-  EXPECT_EQ("\"a\"", parsed("\"a\"\"b\""));
-  EXPECT_EQ("\"b\"", rest_);
-  EXPECT_EQ("12", parsed("12"));
-  EXPECT_EQ("", rest_);
+  EXPECT_EQ(parsed("truex"), "true");
+  EXPECT_EQ(rest_, "x");
+  EXPECT_EQ(parsed("nullnull"), "null");
+  EXPECT_EQ(rest_, "null");
+  EXPECT_EQ(parsed(" false "), "false");
+  EXPECT_EQ(rest_, " ");
+  EXPECT_EQ(parsed("[1]]"), "[1]");
+  EXPECT_EQ(rest_, "]");
+  EXPECT_EQ(parsed("1e5"), "1");
+  EXPECT_EQ(rest_, "e5");
+  EXPECT_EQ(parsed("\"a\"\"b\""), "\"a\"");
+  EXPECT_EQ(rest_, "\"b\"");
+  EXPECT_EQ(parsed("12"), "12");
+  EXPECT_EQ(rest_, "");
 }
 
 TEST_P(JSONDataParser, Longs) {
   const auto parsedLong = [this](const std::string& text) {
     parsed(text);
-    EXPECT_EQ(JSONData::LONG, node_.type()) << text;
+    EXPECT_EQ(node_.type(), JSONData::LONG) << text;
     return node_.longValue();
   };
-  EXPECT_EQ(0, parsedLong("-0"));
-  EXPECT_EQ(7, parsedLong("007"));
-  EXPECT_EQ(-12, parsedLong("-12"));
-  EXPECT_EQ(9223372036854775807LL, parsedLong("9223372036854775807"));
-  EXPECT_EQ(-9223372036854775807LL - 1, parsedLong("9223372036854775808"));
-  EXPECT_EQ(-9223372036854775807LL - 1, parsedLong("-9223372036854775808"));
-  EXPECT_EQ(9223372036854775807LL, parsedLong("-9223372036854775809"));
-  EXPECT_EQ(-1, parsedLong("18446744073709551615"));
-  EXPECT_EQ(1, parsedLong("-18446744073709551615"));
-  EXPECT_EQ(0, parsedLong("18446744073709551616"));
-  EXPECT_EQ(5, parsedLong("18446744073709551621"));
+  EXPECT_EQ(parsedLong("-0"), 0);
+  EXPECT_EQ(parsedLong("007"), 7);
+  EXPECT_EQ(parsedLong("-12"), -12);
+  EXPECT_EQ(parsedLong("9223372036854775807"), 9223372036854775807LL);
+  EXPECT_EQ(parsedLong("9223372036854775808"), -9223372036854775807LL - 1);
+  EXPECT_EQ(parsedLong("-9223372036854775808"), -9223372036854775807LL - 1);
+  EXPECT_EQ(parsedLong("-9223372036854775809"), 9223372036854775807LL);
+  EXPECT_EQ(parsedLong("18446744073709551615"), -1);
+  EXPECT_EQ(parsedLong("-18446744073709551615"), 1);
+  EXPECT_EQ(parsedLong("18446744073709551616"), 0);
+  EXPECT_EQ(parsedLong("18446744073709551621"), 5);
 }
 
 TEST_P(JSONDataParser, Doubles) {
-  EXPECT_EQ(1.5, parsedDouble("1.50"));
-  EXPECT_EQ(5.0, parsedDouble("5."));
-  EXPECT_EQ(-0.25, parsedDouble("-0.25"));
+  EXPECT_EQ(parsedDouble("1.50"), 1.5);
+  EXPECT_EQ(parsedDouble("5."), 5.0);
+  EXPECT_EQ(parsedDouble("-0.25"), -0.25);
   EXPECT_TRUE(std::signbit(parsedDouble("-0.0")));
-  EXPECT_EQ(0.0, parsedDouble("0.000"));
-  EXPECT_EQ(12.0 + 3 / 10.0 + 4 / 100.0 + 5 / 1000.0, parsedDouble("12.345"));
-  EXPECT_EQ(18446744073709551615.0, parsedDouble("18446744073709551615.0"));
-  EXPECT_EQ(1.0, parsedDouble("18446744073709551617."));  // wraps
+  EXPECT_EQ(parsedDouble("0.000"), 0.0);
+  EXPECT_EQ(parsedDouble("12.345"), 12.0 + 3 / 10.0 + 4 / 100.0 + 5 / 1000.0);
+  EXPECT_EQ(parsedDouble("18446744073709551615.0"), 18446744073709551615.0);
+  EXPECT_EQ(parsedDouble("18446744073709551617."), 1.0);  // wraps
 }
 
 TEST_P(JSONDataParser, ThePowerOfTenOfAFractionDigitWraps) {
   // 10^20 is 7766279631452241920 in 64 bits.
-  EXPECT_EQ(1 / 7766279631452241920.0, parsedDouble("0." + std::string(19, '0') + "1"));
+  EXPECT_EQ(parsedDouble("0." + std::string(19, '0') + "1"), 1 / 7766279631452241920.0);
   // 10^63 is 2^63 in 64 bits, 10^64 and all further ones are 0.
-  EXPECT_EQ(1 / 9223372036854775808.0, parsedDouble("0." + std::string(62, '0') + "1"));
-  EXPECT_EQ(HUGE_VAL, parsedDouble("0." + std::string(63, '0') + "1"));
-  EXPECT_EQ(-HUGE_VAL, parsedDouble("-0." + std::string(99, '0') + "1"));
-  EXPECT_EQ(1.0, parsedDouble("1." + std::string(200, '0')));
+  EXPECT_EQ(parsedDouble("0." + std::string(62, '0') + "1"), 1 / 9223372036854775808.0);
+  EXPECT_EQ(parsedDouble("0." + std::string(63, '0') + "1"), HUGE_VAL);
+  EXPECT_EQ(parsedDouble("-0." + std::string(99, '0') + "1"), -HUGE_VAL);
+  EXPECT_EQ(parsedDouble("1." + std::string(200, '0')), 1.0);
 }
 
 TEST_P(JSONDataParser, InvalidNumbers) {
   for (const char* text : {"+1", "+", "-", "--1", "-+1", "-x", "-.5"}) {
-    EXPECT_EQ("syntax error: invalid number", failure(text)) << text;
+    EXPECT_EQ(failure(text), "syntax error: invalid number") << text;
   }
-  EXPECT_EQ("syntax error: missing value", failure(".5"));
+  EXPECT_EQ(failure(".5"), "syntax error: missing value");
 }
 
 TEST_P(JSONDataParser, NumbersHaveNoExponent) {
-  EXPECT_EQ("syntax error: array comma or end expected", failure("[1e5]"));
-  EXPECT_EQ("syntax error: array comma or end expected", failure("[1.5E5]"));
+  EXPECT_EQ(failure("[1e5]"), "syntax error: array comma or end expected");
+  EXPECT_EQ(failure("[1.5E5]"), "syntax error: array comma or end expected");
 }
 
 TEST_P(JSONDataParser, Strings) {
-  EXPECT_EQ("", parsedString(R"("")"));
-  EXPECT_EQ("abc", parsedString(R"("abc")"));
-  EXPECT_EQ("\b\f\n\r\t\"\\/", parsedString(R"("\b\f\n\r\t\"\\\/")"));
-  EXPECT_EQ("// no /* comment", parsedString(R"("// no /* comment")"));
+  EXPECT_EQ(parsedString(R"("")"), "");
+  EXPECT_EQ(parsedString(R"("abc")"), "abc");
+  EXPECT_EQ(parsedString(R"("\b\f\n\r\t\"\\\/")"), "\b\f\n\r\t\"\\/");
+  EXPECT_EQ(parsedString(R"("// no /* comment")"), "// no /* comment");
 }
 
 TEST_P(JSONDataParser, ControlAndHighBytesAreTakenAsTheyAre) {
-  EXPECT_EQ("a\nb\x01\x7f\xc3\xa9\xff", parsedString("\"a\nb\x01\x7f\xc3\xa9\xff\""));
+  EXPECT_EQ(parsedString("\"a\nb\x01\x7f\xc3\xa9\xff\""), "a\nb\x01\x7f\xc3\xa9\xff");
 }
 
 TEST_P(JSONDataParser, BackslashBeforeAnyOtherByteIsKept) {
-  EXPECT_EQ("\\x\\'\\U0041\\\xff", parsedString("\"\\x\\'\\U0041\\\xff\""));
+  EXPECT_EQ(parsedString("\"\\x\\'\\U0041\\\xff\""), "\\x\\'\\U0041\\\xff");
 }
 
 TEST_P(JSONDataParser, HexEscapesGiveOneByteOfTheLastTwoDigits) {
-  EXPECT_EQ("A", parsedString(R"("\u0041")"));
-  EXPECT_EQ("A", parsedString(R"("\u0141")"));
-  EXPECT_EQ("A", parsedString(R"("\ufF41")"));
-  EXPECT_EQ("\xe9", parsedString(R"("\u00e9")"));
-  EXPECT_EQ("xA1y", parsedString(R"("x\u00411y")"));
-  EXPECT_EQ(std::string(1, '\0'), parsedString(R"("\u0000")"));
-  EXPECT_EQ("\xff", parsedString(R"("\u00ff")"));
+  EXPECT_EQ(parsedString(R"("\u0041")"), "A");
+  EXPECT_EQ(parsedString(R"("\u0141")"), "A");
+  EXPECT_EQ(parsedString(R"("\ufF41")"), "A");
+  EXPECT_EQ(parsedString(R"("\u00e9")"), "\xe9");
+  EXPECT_EQ(parsedString(R"("x\u00411y")"), "xA1y");
+  EXPECT_EQ(parsedString(R"("\u0000")"), std::string(1, '\0'));
+  EXPECT_EQ(parsedString(R"("\u00ff")"), "\xff");
 }
 
 TEST_P(JSONDataParser, CapitalHexDigitsCount5To10) {
-  EXPECT_EQ("\x99", parsedString(R"("\u00E9")"));
-  EXPECT_EQ("\x56", parsedString(R"("\u00AB")"));
-  EXPECT_EQ("\xaa", parsedString(R"("\u00FF")"));
-  EXPECT_EQ("\x78", parsedString(R"("\u00CD")"));
+  EXPECT_EQ(parsedString(R"("\u00E9")"), "\x99");
+  EXPECT_EQ(parsedString(R"("\u00AB")"), "\x56");
+  EXPECT_EQ(parsedString(R"("\u00FF")"), "\xaa");
+  EXPECT_EQ(parsedString(R"("\u00CD")"), "\x78");
 }
 
 TEST_P(JSONDataParser, InvalidStrings) {
   for (const char* text : {R"(")", R"("abc)", R"("\)", R"("\")", R"("\u)", R"("\u00)", R"("\u004")",
                            R"("\u00g1")", R"("\ug041")", R"("\u0 41")", "\"\\u00\xff\xff\""}) {
-    EXPECT_EQ("syntax error: invalid string", failure(text)) << text;
+    EXPECT_EQ(failure(text), "syntax error: invalid string") << text;
   }
 }
 
 TEST_P(JSONDataParser, AZeroByteEndsTheText) {
-  EXPECT_EQ("1", parsed(std::string("1\0 2", 4)));
-  EXPECT_EQ("syntax error: array comma or end expected", failure(std::string("[1\0]", 4)));
-  EXPECT_EQ("syntax error: invalid string", failure(std::string("\"a\0b\"", 5)));
-  EXPECT_EQ("syntax error: invalid string", failure(std::string("\"a\\\0b\"", 6)));
-  EXPECT_EQ("", failure(std::string("\0[1]", 4)));
-  EXPECT_EQ("", failure(std::string("// \0\n1", 6)));
+  EXPECT_EQ(parsed(std::string("1\0 2", 4)), "1");
+  EXPECT_EQ(failure(std::string("[1\0]", 4)), "syntax error: array comma or end expected");
+  EXPECT_EQ(failure(std::string("\"a\0b\"", 5)), "syntax error: invalid string");
+  EXPECT_EQ(failure(std::string("\"a\\\0b\"", 6)), "syntax error: invalid string");
+  EXPECT_EQ(failure(std::string("\0[1]", 4)), "");
+  EXPECT_EQ(failure(std::string("// \0\n1", 6)), "");
 }
 
 TEST_P(JSONDataParser, Objects) {
-  EXPECT_EQ("{}", parsed("{}"));
-  EXPECT_EQ("{}", parsed(" { } "));
-  EXPECT_EQ(R"({"b":1,"a":{"":[]}})", parsed(R"( { "b" : 1 , "a" : { "" : [ ] } } )"));
-  EXPECT_EQ(1, node_.getByIndex(0)->refCount());
-  EXPECT_EQ(R"({"k\nA":1})", parsed(R"({"k\n\u0041":1})"));
+  EXPECT_EQ(parsed("{}"), "{}");
+  EXPECT_EQ(parsed(" { } "), "{}");
+  EXPECT_EQ(parsed(R"( { "b" : 1 , "a" : { "" : [ ] } } )"), R"({"b":1,"a":{"":[]}})");
+  EXPECT_EQ(node_.getByIndex(0)->refCount(), 1);
+  EXPECT_EQ(parsed(R"({"k\n\u0041":1})"), R"({"k\nA":1})");
 }
 
 TEST_P(JSONDataParser, TrailingCommasAreAccepted) {
-  EXPECT_EQ("[1,2]", parsed("[1,2,]"));
-  EXPECT_EQ(2, node_.length());
-  EXPECT_EQ(R"({"a":1})", parsed(R"({"a":1,})"));
-  EXPECT_EQ("[[1]]", parsed("[[1,],]"));
+  EXPECT_EQ(parsed("[1,2,]"), "[1,2]");
+  EXPECT_EQ(node_.length(), 2);
+  EXPECT_EQ(parsed(R"({"a":1,})"), R"({"a":1})");
+  EXPECT_EQ(parsed("[[1,],]"), "[[1]]");
 }
 
 TEST_P(JSONDataParser, EqualKeysAreAllKept) {
-  EXPECT_EQ(R"({"a":1,"a":2})", parsed(R"({"a":1,"a":2})"));
-  EXPECT_EQ(2, node_.getByKey("a")->longValue());
+  EXPECT_EQ(parsed(R"({"a":1,"a":2})"), R"({"a":1,"a":2})");
+  EXPECT_EQ(node_.getByKey("a")->longValue(), 2);
 }
 
 TEST_P(JSONDataParser, ObjectNotClosed) {
   for (const char* text : {"{", "{ // x", "{]", "{a:1}", "{\"a\":1,", "{\"a\":1,]", "{\"a\":1,/"}) {
-    EXPECT_EQ("syntax error: object not closed", failure(text)) << text;
+    EXPECT_EQ(failure(text), "syntax error: object not closed") << text;
   }
 }
 
 TEST_P(JSONDataParser, ObjectKeyMustBeAString) {
   for (const char* text :
        {"{1:2}", "{null:1}", "{true:1}", "{[", "{{", "{,", "{:1}", "{\"a\":1,,"}) {
-    EXPECT_EQ("syntax error: object key must be a string", failure(text)) << text;
+    EXPECT_EQ(failure(text), "syntax error: object key must be a string") << text;
   }
 }
 
 TEST_P(JSONDataParser, InvalidStringForObjectKey) {
-  EXPECT_EQ("syntax error: invalid string for object key", failure("{\"a"));
-  EXPECT_EQ("syntax error: invalid string for object key", failure(R"({"\u00x0":1})"));
+  EXPECT_EQ(failure("{\"a"), "syntax error: invalid string for object key");
+  EXPECT_EQ(failure(R"({"\u00x0":1})"), "syntax error: invalid string for object key");
 }
 
 TEST_P(JSONDataParser, ObjectColonExpected) {
   for (const char* text : {R"({"a")", R"({"a",)", R"({"a" 1})", R"({"a"})", R"({"a"x)"}) {
-    EXPECT_EQ("syntax error: object colon expected", failure(text)) << text;
+    EXPECT_EQ(failure(text), "syntax error: object colon expected") << text;
   }
 }
 
 TEST_P(JSONDataParser, ObjectCommaOrEndExpected) {
   for (const char* text : {R"({"a":1)", R"({"a":1])", R"({"a":1 "b":2})", R"({"a":1:)",
                            R"({"a":1 x)", R"({"a":1/)", R"({"a":1{)"}) {
-    EXPECT_EQ("syntax error: object comma or end expected", failure(text)) << text;
+    EXPECT_EQ(failure(text), "syntax error: object comma or end expected") << text;
   }
 }
 
 TEST_P(JSONDataParser, ArrayNotClosed) {
   for (const char* text : {"[", "[ /* */", "[}", "[x", "[1,", "[1,}", "[1,x", "[/"}) {
-    EXPECT_EQ("syntax error: array not closed", failure(text)) << text;
+    EXPECT_EQ(failure(text), "syntax error: array not closed") << text;
   }
 }
 
 TEST_P(JSONDataParser, ArrayCommaOrEndExpected) {
   for (const char* text : {"[1", "[1}", "[1 2]", "[1:", "[1x", "[[]", "[truex]"}) {
-    EXPECT_EQ("syntax error: array comma or end expected", failure(text)) << text;
+    EXPECT_EQ(failure(text), "syntax error: array comma or end expected") << text;
   }
 }
 
 TEST_P(JSONDataParser, OnlyTheFirstErrorIsPrinted) {
-  EXPECT_EQ("syntax error: invalid number", failure(R"({"a":[{"b":[+]}]})"));
+  EXPECT_EQ(failure(R"({"a":[{"b":[+]}]})"), "syntax error: invalid number");
 }
 
 TEST_P(JSONDataParser, OnAnErrorWhatWasCompleteStays) {
   failure(R"({"a":1,"b":[2],"c":[3,x]})");
-  EXPECT_EQ(R"({"a":1,"b":[2]})", written());
+  EXPECT_EQ(written(), R"({"a":1,"b":[2]})");
   failure("[1,[2,3,x],4]");
-  EXPECT_EQ("[1]", written());
+  EXPECT_EQ(written(), "[1]");
   failure("[1,2");
-  EXPECT_EQ("[1]", written());  // the 2 was not followed by a comma
+  EXPECT_EQ(written(), "[1]");  // the 2 was not followed by a comma
   failure(R"({"a":1,"b":2)");
-  EXPECT_EQ(R"({"a":1})", written());
+  EXPECT_EQ(written(), R"({"a":1})");
 }
 
 TEST_P(JSONDataParser, FailureBeforeAValueLeavesTheNodeAsItWas) {
   node_.setLong(5);
   EXPECT_FALSE(parse("x"));
-  EXPECT_EQ("5", written());
+  EXPECT_EQ(written(), "5");
   EXPECT_FALSE(parse(""));
   EXPECT_FALSE(parse("nul"));
   EXPECT_FALSE(parse("tru"));
   EXPECT_FALSE(parse("+"));
-  EXPECT_EQ("5", written());
+  EXPECT_EQ(written(), "5");
 }
 
 TEST_P(JSONDataParser, ParsingIntoAContainerOfTheSameTypeAppends) {
   parsed(R"({"a":1})");
   EXPECT_TRUE(parse(R"({"b":2,"a":3})"));
-  EXPECT_EQ(R"({"a":1,"b":2,"a":3})", written());
+  EXPECT_EQ(written(), R"({"a":1,"b":2,"a":3})");
   EXPECT_TRUE(parse("[1]"));
-  EXPECT_EQ("[1]", written());
+  EXPECT_EQ(written(), "[1]");
   EXPECT_TRUE(parse("[2,[3]]"));
-  EXPECT_EQ("[1,2,[3]]", written());
+  EXPECT_EQ(written(), "[1,2,[3]]");
   EXPECT_TRUE(parse("\"x\""));
   EXPECT_TRUE(parse("\"y\""));
-  EXPECT_EQ("\"y\"", written());
+  EXPECT_EQ(written(), "\"y\"");
 }
 
 TEST_P(JSONDataParser, DeepestTextParsesAndADeeperOneFails) {
@@ -375,20 +377,24 @@ TEST_P(JSONDataParser, DeepestTextParsesAndADeeperOneFails) {
            std::string(static_cast<std::size_t>(depth), ']');
   };
   EXPECT_EQ(arrays(10000), parsed(arrays(10000)));
-  EXPECT_EQ("syntax error: nested too deeply", failure(arrays(10001)));
-  EXPECT_EQ("[]", written());
+  EXPECT_EQ(failure(arrays(10001)), "syntax error: nested too deeply");
+  EXPECT_EQ(written(), "[]");
 
   std::string objects;
-  for (int i = 0; i < 10000; ++i) objects += "{\"a\":";
-  EXPECT_EQ("syntax error: nested too deeply", failure(objects + "{"));
-  EXPECT_EQ("syntax error: nested too deeply", failure(objects + "[]"));
+  for (int i = 0; i < 10000; ++i) {
+    objects += "{\"a\":";
+  }
+  EXPECT_EQ(failure(objects + "{"), "syntax error: nested too deeply");
+  EXPECT_EQ(failure(objects + "[]"), "syntax error: nested too deeply");
   EXPECT_EQ(objects + "1" + std::string(10000, '}'),
             parsed(objects + "1" + std::string(10000, '}')));
 }
 
 TEST_P(JSONDataParser, DepthCountsOpenContainersOnly) {
   std::string text = "[";
-  for (int i = 0; i < 20000; ++i) text += i == 0 ? "[]" : ",[]";
+  for (int i = 0; i < 20000; ++i) {
+    text += i == 0 ? "[]" : ",[]";
+  }
   EXPECT_EQ(text + "]", parsed(text + "]"));
 }
 
@@ -397,39 +403,39 @@ TEST(JSONDataParserForms, NullPointerFailsSilently) {
   const char* p = nullptr;
   StderrCapture errors;
   EXPECT_FALSE(node.setFromJsonString(p));
-  EXPECT_EQ("", errors.end());
+  EXPECT_EQ(errors.end(), "");
 }
 
 TEST(JSONDataParserForms, StlStringIsParsedUpToItsFirstZeroByte) {
   JSONData node;
   EXPECT_TRUE(node.setFromJsonStlString(std::string("[1] \0 x", 7)));
-  EXPECT_EQ(1, node.length());
+  EXPECT_EQ(node.length(), 1);
   StderrCapture errors;
   EXPECT_FALSE(node.setFromJsonStlString(std::string("[1\0]", 4)));
-  EXPECT_EQ("JSONData::setFromJsonString(): syntax error: array comma or end expected\n",
-            errors.end());
+  EXPECT_EQ(errors.end(),
+            "JSONData::setFromJsonString(): syntax error: array comma or end expected\n");
 }
 
 TEST(JSONDataParserForms, StlStringMayBeTheNodesOwn) {
   JSONData node;
   node.setString(R"(["a text that is too long for a short buffer"])");
   EXPECT_TRUE(node.setFromJsonStlString(*node.stringValue()));
-  EXPECT_EQ("a text that is too long for a short buffer", *node.getByIndex(0)->stringValue());
+  EXPECT_EQ(*node.getByIndex(0)->stringValue(), "a text that is too long for a short buffer");
 }
 
 TEST(JSONDataParserForms, StreamStaysUsableBehindTheValue) {
   std::istringstream in("[1] {\"a\":2} 3");
   JSONData node;
   EXPECT_TRUE(node.setFromStream(in));
-  EXPECT_EQ(1, node.length());
+  EXPECT_EQ(node.length(), 1);
   EXPECT_TRUE(node.setFromStream(in));
-  EXPECT_EQ(2, node.getByKey("a")->longValue());
+  EXPECT_EQ(node.getByKey("a")->longValue(), 2);
   EXPECT_TRUE(node.setFromStream(in));
-  EXPECT_EQ(3, node.longValue());
+  EXPECT_EQ(node.longValue(), 3);
   EXPECT_FALSE(in.fail());
   StderrCapture errors;
   EXPECT_FALSE(node.setFromStream(in));
-  EXPECT_EQ("", errors.end());
+  EXPECT_EQ(errors.end(), "");
 }
 
 TEST(JSONDataParserForms, StreamThatCannotBeReadFailsSilently) {
@@ -437,5 +443,5 @@ TEST(JSONDataParserForms, StreamThatCannotBeReadFailsSilently) {
   JSONData node;
   StderrCapture errors;
   EXPECT_FALSE(node.setFromStream(in));
-  EXPECT_EQ("", errors.end());
+  EXPECT_EQ(errors.end(), "");
 }

@@ -22,9 +22,13 @@ constexpr int FAR_TOO_DEEP = 200000;
 // Arrays and objects in turn, with a value beside and behind each inner one.
 std::string nestedText(int depth) {
   std::string text;
-  for (int i = 0; i < depth; ++i) text += i % 2 == 0 ? "[1," : "{\"k\":";
+  for (int i = 0; i < depth; ++i) {
+    text += i % 2 == 0 ? "[1," : "{\"k\":";
+  }
   text += "\"${DEPTH_TEST}\"";
-  for (int i = depth - 1; i >= 0; --i) text += i % 2 == 0 ? ",2]" : ",\"l\":3}";
+  for (int i = depth - 1; i >= 0; --i) {
+    text += i % 2 == 0 ? ",2]" : ",\"l\":3}";
+  }
   return text;
 }
 
@@ -82,7 +86,7 @@ TEST(JSONDepth, CloneAndCopy) {
 }
 
 TEST(JSONDepth, ExpandValues) {
-  ASSERT_EQ(0, setenv("DEPTH_TEST", "found", 1));
+  ASSERT_EQ(setenv("DEPTH_TEST", "found", 1), 0);
   JSOM handle;
   ASSERT_FALSE(handle.fromString(nestedText(DEEPEST)).isError());
   handle.expandValues();
@@ -90,7 +94,7 @@ TEST(JSONDepth, ExpandValues) {
   handle.toCompactString(out, 6);
   std::string expected = nestedText(DEEPEST);
   expected.replace(expected.find("${DEPTH_TEST}"), 13, "found");
-  EXPECT_EQ(expected, out);
+  EXPECT_EQ(out, expected);
 }
 
 TEST(JSONDepth, HandleDeepCopies) {
@@ -100,14 +104,14 @@ TEST(JSONDepth, HandleDeepCopies) {
   other["copy"] = handle;
   std::string out;
   other.toCompactString(out, 6);
-  EXPECT_EQ("{\"copy\":" + nestedText(DEEPEST) + "}", out);
+  EXPECT_EQ(out, "{\"copy\":" + nestedText(DEEPEST) + "}");
 }
 
 TEST(JSONDepth, FailureAtTheGreatestDepthFreesEverything) {
   JSONData node;
   StderrCapture errors;
   EXPECT_FALSE(node.setFromJsonStlString(nestedText(DEEPEST + 1)));
-  EXPECT_EQ("[1]", compact(node));
+  EXPECT_EQ(compact(node), "[1]");
 }
 
 TEST(JSONDepth, TreesDeeperThanAnyTextAreWrittenCopiedAndFreed) {
@@ -121,8 +125,10 @@ TEST(JSONDepth, TreesDeeperThanAnyTextAreWrittenCopiedAndFreed) {
 
 TEST(JSONDepth, WideTreesAreWrittenCopiedAndFreed) {
   JSONData node;
-  for (int i = 0; i < 300000; ++i) node.setByIndex(i, new JSONData);
+  for (int i = 0; i < 300000; ++i) {
+    node.setByIndex(i, new JSONData);
+  }
   JSONData* const twin = node.clone();
-  EXPECT_EQ(300000, twin->length());
+  EXPECT_EQ(twin->length(), 300000);
   JSONData::release(twin);
 }

@@ -34,7 +34,9 @@ class Random {
 // Any bytes but 0, which no text can hold.
 std::string randomBytes(Random& random) {
   std::string text;
-  for (int i = random.below(12); i > 0; --i) text += static_cast<char>(1 + random.below(255));
+  for (int i = random.below(12); i > 0; --i) {
+    text += static_cast<char>(1 + random.below(255));
+  }
   return text;
 }
 
@@ -111,7 +113,9 @@ class TextMaker {
         text_ += std::to_string(static_cast<std::int64_t>(random_.bits()) >> random_.below(64));
         break;
       case 3:
-        if (random_.chance(30)) text_ += '-';
+        if (random_.chance(30)) {
+          text_ += '-';
+        }
         text_ +=
             std::to_string(random_.below(1000000)) + "." + std::to_string(random_.below(1000000));
         break;
@@ -130,7 +134,9 @@ class TextMaker {
     text_ += isObject ? '{' : '[';
     const int count = random_.below(6);
     for (int i = 0; i < count; ++i) {
-      if (i > 0) text_ += ',';
+      if (i > 0) {
+        text_ += ',';
+      }
       if (isObject) {
         _space();
         _string(std::to_string(i));
@@ -139,7 +145,9 @@ class TextMaker {
       }
       _value(nesting);
     }
-    if (count == 0) _space();
+    if (count == 0) {
+      _space();
+    }
     text_ += isObject ? '}' : ']';
   }
 
@@ -169,12 +177,16 @@ class TextMaker {
                                          "\xf0\x9f\x98\x80",
                                          "0"};
     text_ += '"' + start;
-    for (int i = random_.below(8); i > 0; --i) text_ += PIECES[random_.below(std::size(PIECES))];
+    for (int i = random_.below(8); i > 0; --i) {
+      text_ += PIECES[random_.below(std::size(PIECES))];
+    }
     text_ += '"';
   }
 
   void _space() {
-    while (random_.chance(20)) text_ += " \t\n\r"[random_.below(4)];
+    while (random_.chance(20)) {
+      text_ += " \t\n\r"[random_.below(4)];
+    }
   }
 
   Random& random_;
@@ -184,40 +196,40 @@ class TextMaker {
 void expectSame(const json& expected, const JSONData& node) {
   switch (expected.type()) {
     case json::value_t::null:
-      ASSERT_EQ(JSONData::NULL_VALUE, node.type());
+      ASSERT_EQ(node.type(), JSONData::NULL_VALUE);
       break;
     case json::value_t::boolean:
-      ASSERT_EQ(JSONData::BOOLEAN, node.type());
+      ASSERT_EQ(node.type(), JSONData::BOOLEAN);
       ASSERT_EQ(expected.get<bool>(), node.booleanValue());
       break;
     case json::value_t::number_integer:
     case json::value_t::number_unsigned:
-      ASSERT_EQ(JSONData::LONG, node.type());
+      ASSERT_EQ(node.type(), JSONData::LONG);
       ASSERT_EQ(expected.get<std::int64_t>(), node.longValue());
       break;
     case json::value_t::number_float:
-      ASSERT_EQ(JSONData::DOUBLE, node.type());
+      ASSERT_EQ(node.type(), JSONData::DOUBLE);
       // The digits are added one by one, each sum rounded.
       ASSERT_NEAR(expected.get<double>(), node.doubleValue(),
                   1e-14 * std::fabs(expected.get<double>()));
       break;
     case json::value_t::string:
-      ASSERT_EQ(JSONData::STRING, node.type());
+      ASSERT_EQ(node.type(), JSONData::STRING);
       ASSERT_EQ(expected.get<std::string>(), *node.stringValue());
       break;
     case json::value_t::array:
-      ASSERT_EQ(JSONData::ARRAY, node.type());
+      ASSERT_EQ(node.type(), JSONData::ARRAY);
       ASSERT_EQ(expected.size(), static_cast<std::size_t>(node.length()));
       for (int i = 0; i < node.length(); ++i) {
         expectSame(expected[static_cast<std::size_t>(i)], *node.getByIndex(i));
       }
       break;
     case json::value_t::object:
-      ASSERT_EQ(JSONData::OBJECT, node.type());
+      ASSERT_EQ(node.type(), JSONData::OBJECT);
       ASSERT_EQ(expected.size(), static_cast<std::size_t>(node.length()));
       for (const auto& [key, value] : expected.items()) {
         const JSONData* const member = node.getByKey(key);
-        ASSERT_NE(nullptr, member) << key;
+        ASSERT_NE(member, nullptr) << key;
         expectSame(value, *member);
       }
       break;
@@ -262,7 +274,9 @@ TEST(JSONProperty, AnotherLibraryReadsTheSame) {
     std::istringstream in(text);
     ASSERT_TRUE(fromStream.setFromStream(in));
     expectSame(expected, fromStream);
-    if (HasFatalFailure()) return;
+    if (HasFatalFailure()) {
+      return;
+    }
   }
 }
 
@@ -280,7 +294,9 @@ TEST(JSONProperty, AnotherLibraryReadsWhatIsWritten) {
       ASSERT_TRUE(reread.setFromJsonStlString(again));
       expectSame(json::parse(again), reread);
     }
-    if (HasFatalFailure()) return;
+    if (HasFatalFailure()) {
+      return;
+    }
   }
 }
 
@@ -307,7 +323,9 @@ TEST(JSONProperty, NoBytesDoHarm) {
   for (unsigned seed = 1; seed <= 20000; ++seed) {
     Random random(seed);
     std::string text;
-    if (random.chance(50)) text = TextMaker(random).container();
+    if (random.chance(50)) {
+      text = TextMaker(random).container();
+    }
     for (int i = random.below(20); i > 0; --i) {
       const char byte = alphabet[static_cast<std::size_t>(random.below(letters))];
       text.insert(static_cast<std::size_t>(random.below(static_cast<int>(text.size()) + 1)), 1,

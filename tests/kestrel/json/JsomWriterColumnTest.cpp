@@ -56,26 +56,28 @@ void expectCount(std::size_t expected, const Calls& calls) {
 TEST(JsomWriterColumn, NoBreakAt24575) {
   // [ + " + text + " + , are counted before the second element.
   const std::string text = letters(BREAK - 1 - 4);
-  EXPECT_EQ("[\"" + text + "\",2", written([&](JsomWriter& writer) {
+  EXPECT_EQ(written([&](JsomWriter& writer) {
               writer.startArray();
               writer.appendString(text, false);
               writer.appendInt(2);
-            }));
+            }),
+            "[\"" + text + "\",2");
 }
 
 TEST(JsomWriterColumn, BreakAt24576StandsBetweenCommaAndValue) {
   const std::string text = letters(BREAK - 4);
-  EXPECT_EQ("[\"" + text + "\",\n2,3", written([&](JsomWriter& writer) {
+  EXPECT_EQ(written([&](JsomWriter& writer) {
               writer.startArray();
               writer.appendString(text, false);
               writer.appendInt(2);
               writer.appendInt(3);
-            }));
+            }),
+            "[\"" + text + "\",\n2,3");
 }
 
 TEST(JsomWriterColumn, NeverBeforeALabelOrAClosingBracket) {
   const std::string text = letters(30000);
-  EXPECT_EQ("{\"a\":\"" + text + "\",\"b\":\n[\"" + text + "\"]}", written([&](JsomWriter& writer) {
+  EXPECT_EQ(written([&](JsomWriter& writer) {
               writer.startObject();
               writer.appendLabel("a", true);
               writer.appendString(text, false);
@@ -84,7 +86,8 @@ TEST(JsomWriterColumn, NeverBeforeALabelOrAClosingBracket) {
               writer.appendString(text, false);
               writer.endArray();
               writer.endObject();
-            }));
+            }),
+            "{\"a\":\"" + text + "\",\"b\":\n[\"" + text + "\"]}");
 }
 
 TEST(JsomWriterColumn, EveryValueOperationBreaks) {
@@ -116,11 +119,12 @@ TEST(JsomWriterColumn, EveryValueOperationBreaks) {
 
 TEST(JsomWriterColumn, NullOfEndBreaksToo) {
   const std::string label = letters(BREAK);
-  EXPECT_EQ("{\"" + label + "\":\nnull}", written([&](JsomWriter& writer) {
+  EXPECT_EQ(written([&](JsomWriter& writer) {
               writer.startObject();
               writer.appendLabel(label.c_str(), true);
               writer.end();
-            }));
+            }),
+            "{\"" + label + "\":\nnull}");
 }
 
 TEST(JsomWriterColumn, CountsOfValues) {
@@ -163,9 +167,9 @@ TEST(JsomWriterColumn, CountsOfStrings) {
 
 TEST(JsomWriterColumn, LongRunBeforeAnEscapeBringsNoBreak) {
   const std::string text = letters(30000) + "\n";
-  EXPECT_EQ("7", nextValueAfter([&](JsomWriter& writer) { writer.appendString(text, false); }));
+  EXPECT_EQ(nextValueAfter([&](JsomWriter& writer) { writer.appendString(text, false); }), "7");
   const std::string turned = "\n" + letters(30000);
-  EXPECT_EQ("\n7", nextValueAfter([&](JsomWriter& writer) { writer.appendString(turned, false); }));
+  EXPECT_EQ(nextValueAfter([&](JsomWriter& writer) { writer.appendString(turned, false); }), "\n7");
 }
 
 TEST(JsomWriterColumn, IndentationIsAddedToTheCount) {
@@ -173,40 +177,46 @@ TEST(JsomWriterColumn, IndentationIsAddedToTheCount) {
   // instead of a comma first.
   std::string expected = "[";
   for (int i = 0; i < 6150; ++i) {
-    if (i > 0) expected += ',';
+    if (i > 0) {
+      expected += ',';
+    }
     expected += i == 6144 ? "\n \n7" : "\n 7";
   }
-  EXPECT_EQ(expected, written(
-                          [](JsomWriter& writer) {
-                            writer.startArray();
-                            for (int i = 0; i < 6150; ++i) writer.appendInt(7);
-                          },
-                          true));
+  EXPECT_EQ(written(
+                [](JsomWriter& writer) {
+                  writer.startArray();
+                  for (int i = 0; i < 6150; ++i) {
+                    writer.appendInt(7);
+                  }
+                },
+                true),
+            expected);
 }
 
 TEST(JsomWriterColumn, InTheIndentedLayoutTheBreakFollowsTheSpaceAfterTheLabel) {
   const std::string label = letters(BREAK);
-  EXPECT_EQ("{\n \"" + label + "\": \n1", written(
-                                              [&](JsomWriter& writer) {
-                                                writer.startObject();
-                                                writer.appendLabel(label.c_str(), true);
-                                                writer.appendInt(1);
-                                              },
-                                              true));
+  EXPECT_EQ(written(
+                [&](JsomWriter& writer) {
+                  writer.startObject();
+                  writer.appendLabel(label.c_str(), true);
+                  writer.appendInt(1);
+                },
+                true),
+            "{\n \"" + label + "\": \n1");
 }
 
 TEST(JsomWriterColumn, TheSpaceAfterTheLabelIsCounted) {
   // { + line feed and space + quotes and label + : + space
   for (const std::size_t missing : {1U, 0U}) {
     const std::string label = letters(BREAK - 7 - missing);
-    EXPECT_EQ("{\n \"" + label + "\": " + (missing == 0 ? "\n1" : "1"),
-              written(
+    EXPECT_EQ(written(
                   [&](JsomWriter& writer) {
                     writer.startObject();
                     writer.appendLabel(label.c_str(), true);
                     writer.appendInt(1);
                   },
-                  true));
+                  true),
+              "{\n \"" + label + "\": " + (missing == 0 ? "\n1" : "1"));
   }
 }
 
@@ -218,15 +228,17 @@ TEST(JsomWriterColumn, ReturnToTheTopLevelStartsALineOnlyInTheIndentedLayout) {
     writer.endArray();
     writer.appendInt(7);
   };
-  EXPECT_EQ("[\"" + text + "\"]\n7", written(calls));
-  EXPECT_EQ("[\n \"" + text + "\"\n]7", written(calls, true));
+  EXPECT_EQ(written(calls), "[\"" + text + "\"]\n7");
+  EXPECT_EQ(written(calls, true), "[\n \"" + text + "\"\n]7");
 }
 
 TEST(JsomWriterColumn, CountStopsAtItsLimit) {
   // Takes whatever it is given without looking at it.
   struct Sink : std::streambuf {
     std::streamsize xsputn(const char* bytes, std::streamsize length) override {
-      if (length < 1000) text.append(bytes, static_cast<std::size_t>(length));
+      if (length < 1000) {
+        text.append(bytes, static_cast<std::size_t>(length));
+      }
       return length;
     }
     std::string text;
@@ -237,5 +249,5 @@ TEST(JsomWriterColumn, CountStopsAtItsLimit) {
   writer.write("", INT_MAX);
   writer.appendInt(7);
   writer.appendInt(8);
-  EXPECT_EQ("\n78", sink.text);
+  EXPECT_EQ(sink.text, "\n78");
 }

@@ -51,7 +51,7 @@ TEST(JsomWriter, WhitespaceIsOffAtFirst) {
 }
 
 TEST(JsomWriter, CompactLayoutHasNoSpacesAndNoLineFeeds) {
-  EXPECT_EQ(R"({"a":[1,2],"b":{}})", written([](JsomWriter& writer) {
+  EXPECT_EQ(written([](JsomWriter& writer) {
               writer.startObject();
               writer.appendLabel("a", true);
               writer.startArray();
@@ -62,31 +62,31 @@ TEST(JsomWriter, CompactLayoutHasNoSpacesAndNoLineFeeds) {
               writer.startObject();
               writer.endObject();
               writer.endObject();
-            }));
+            }),
+            R"({"a":[1,2],"b":{}})");
 }
 
 TEST(JsomWriter, IndentedLayoutHasOneSpaceALevel) {
-  EXPECT_EQ(
-      "{\n"
-      " \"a\": [\n"
-      "  1,\n"
-      "  2\n"
-      " ],\n"
-      " \"b\": {\n"
-      " }\n"
-      "}",
-      indented([](JsomWriter& writer) {
-        writer.startObject();
-        writer.appendLabel("a", true);
-        writer.startArray();
-        writer.appendInt(1);
-        writer.appendInt(2);
-        writer.endArray();
-        writer.appendLabel("b", true);
-        writer.startObject();
-        writer.endObject();
-        writer.endObject();
-      }));
+  EXPECT_EQ(indented([](JsomWriter& writer) {
+              writer.startObject();
+              writer.appendLabel("a", true);
+              writer.startArray();
+              writer.appendInt(1);
+              writer.appendInt(2);
+              writer.endArray();
+              writer.appendLabel("b", true);
+              writer.startObject();
+              writer.endObject();
+              writer.endObject();
+            }),
+            "{\n"
+            " \"a\": [\n"
+            "  1,\n"
+            "  2\n"
+            " ],\n"
+            " \"b\": {\n"
+            " }\n"
+            "}");
 }
 
 TEST(JsomWriter, TopLevelValuesFollowEachOtherWithoutSeparator) {
@@ -97,24 +97,24 @@ TEST(JsomWriter, TopLevelValuesFollowEachOtherWithoutSeparator) {
     writer.endArray();
     writer.appendBoolean(true);
   };
-  EXPECT_EQ("1null[]true", written(calls));
-  EXPECT_EQ("1null[\n]true", indented(calls));
+  EXPECT_EQ(written(calls), "1null[]true");
+  EXPECT_EQ(indented(calls), "1null[\n]true");
 }
 
 TEST(JsomWriter, EmptyContainersStandOnTwoLinesWhenIndented) {
-  EXPECT_EQ("[\n {\n },\n [\n ]\n]", indented([](JsomWriter& writer) {
+  EXPECT_EQ(indented([](JsomWriter& writer) {
               writer.startArray();
               writer.startObject();
               writer.endObject();
               writer.startArray();
               writer.endArray();
               writer.endArray();
-            }));
+            }),
+            "[\n {\n },\n [\n ]\n]");
 }
 
 TEST(JsomWriter, ScalarValues) {
-  EXPECT_EQ("[null,true,false,-1,4294967295,-9223372036854775808,18446744073709551615]",
-            written([](JsomWriter& writer) {
+  EXPECT_EQ(written([](JsomWriter& writer) {
               writer.startArray();
               writer.appendNull();
               writer.appendBoolean(true);
@@ -124,97 +124,106 @@ TEST(JsomWriter, ScalarValues) {
               writer.appendLong(-9223372036854775807LL - 1);
               writer.appendUnsignedLong(18446744073709551615ULL);
               writer.endArray();
-            }));
+            }),
+            "[null,true,false,-1,4294967295,-9223372036854775808,18446744073709551615]");
 }
 
 TEST(JsomWriter, JsonValueIsWrittenVerbatim) {
-  EXPECT_EQ("[{\"x\" : 1},2]", written([](JsomWriter& writer) {
+  EXPECT_EQ(written([](JsomWriter& writer) {
               writer.startArray();
               writer.appendJsonValue("{\"x\" : 1} and more", 9);
               writer.appendJsonValue("2", 1);
               writer.endArray();
-            }));
+            }),
+            "[{\"x\" : 1},2]");
 }
 
 TEST(JsomWriter, SevenBytesAreEscaped) {
-  EXPECT_EQ(R"("\b\t\n\f\r\"\\")",
-            written([](JsomWriter& writer) { writer.appendString("\b\t\n\f\r\"\\", 7, false); }));
+  EXPECT_EQ(written([](JsomWriter& writer) { writer.appendString("\b\t\n\f\r\"\\", 7, false); }),
+            R"("\b\t\n\f\r\"\\")");
 }
 
 TEST(JsomWriter, OtherControlBytesTheSlashAndHighBytesStayAsTheyAre) {
   const std::string text("\x01/\x7f\xc3\xa9\xff\0\x1f", 8);
-  EXPECT_EQ("\"" + text + "\"",
-            written([&](JsomWriter& writer) { writer.appendString(text, false); }));
+  EXPECT_EQ(written([&](JsomWriter& writer) { writer.appendString(text, false); }),
+            "\"" + text + "\"");
 }
 
 TEST(JsomWriter, RunsBetweenEscapesAreKept) {
-  EXPECT_EQ(R"("ab\ncd\\e")", written([](JsomWriter& writer) {
-              writer.appendString(std::string("ab\ncd\\e"), false);
-            }));
+  EXPECT_EQ(
+      written([](JsomWriter& writer) { writer.appendString(std::string("ab\ncd\\e"), false); }),
+      R"("ab\ncd\\e")");
 }
 
 TEST(JsomWriter, RawStringsAndLabelsAreNotEscaped) {
-  EXPECT_EQ("{\"a\tb\":\"c\\d\"", written([](JsomWriter& writer) {
+  EXPECT_EQ(written([](JsomWriter& writer) {
               writer.startObject();
               writer.appendLabel("a\tb", true);
               writer.appendString(std::string("c\\d"), true);
-            }));
+            }),
+            "{\"a\tb\":\"c\\d\"");
 }
 
 TEST(JsomWriter, LabelsAreEscapedUnlessRaw) {
-  EXPECT_EQ(R"({"a\tb":1,"c\"":2)", written([](JsomWriter& writer) {
+  EXPECT_EQ(written([](JsomWriter& writer) {
               writer.startObject();
               writer.appendLabel("a\tb", false);
               writer.appendInt(1);
               writer.appendLabel("c\"more", 2, false);
               writer.appendInt(2);
-            }));
+            }),
+            R"({"a\tb":1,"c\"":2)");
 }
 
 TEST(JsomWriter, NullStringIsWrittenAsNullWithoutQuotes) {
-  EXPECT_EQ("[null,null]", written([](JsomWriter& writer) {
+  EXPECT_EQ(written([](JsomWriter& writer) {
               writer.startArray();
               writer.appendString(nullptr, 5, false);
               writer.appendString(nullptr, 5, true);
               writer.endArray();
-            }));
+            }),
+            "[null,null]");
 }
 
 TEST(JsomWriter, NullLabelIsWrittenAsNullAndColon) {
-  EXPECT_EQ("{null:1,null:2", written([](JsomWriter& writer) {
+  EXPECT_EQ(written([](JsomWriter& writer) {
               writer.startObject();
               writer.appendLabel(nullptr, 3, true);
               writer.appendInt(1);
               writer.appendLabel(nullptr, false);
               writer.appendInt(2);
-            }));
+            }),
+            "{null:1,null:2");
 }
 
 TEST(JsomWriter, EmptyAndNegativeLengthsGiveTwoQuotes) {
-  EXPECT_EQ(R"(["","","",""])", written([](JsomWriter& writer) {
+  EXPECT_EQ(written([](JsomWriter& writer) {
               writer.startArray();
               writer.appendString("abc", 0, false);
               writer.appendString("abc", -1, false);
               writer.appendString("abc", -1, true);
               writer.appendString(std::string(), false);
               writer.endArray();
-            }));
+            }),
+            R"(["","","",""])");
 }
 
 TEST(JsomWriter, NegativeLengthsOfRawOutputWriteNothing) {
-  EXPECT_EQ("", written([](JsomWriter& writer) {
+  EXPECT_EQ(written([](JsomWriter& writer) {
               writer.write("abc", -3);
               writer.write(nullptr, 3);
               writer.appendJsonValue("abc", -1);
-            }));
+            }),
+            "");
 }
 
 TEST(JsomWriter, RawOutputGoesStraightThrough) {
-  EXPECT_EQ("{xyz!", written([](JsomWriter& writer) {
+  EXPECT_EQ(written([](JsomWriter& writer) {
               writer.startObject();
               writer.write("xyz", 3);
               writer.writeChar('!');
-            }));
+            }),
+            "{xyz!");
 }
 
 TEST(JsomWriter, ValueWithoutLabelPrintsItsOperationName) {
@@ -250,14 +259,15 @@ TEST(JsomWriter, ValueWithoutLabelPrintsItsOperationName) {
 
 TEST(JsomWriter, AfterAValueWithoutLabelTheDocumentGoesOnAsIfNothingHappened) {
   StderrCapture errors;
-  EXPECT_EQ(R"({"a":1})", written([](JsomWriter& writer) {
+  EXPECT_EQ(written([](JsomWriter& writer) {
               writer.startObject();
               writer.appendInt(7);
               writer.appendLabel("a", true);
               writer.appendInt(1);
               writer.startArray();
               writer.endObject();
-            }));
+            }),
+            R"({"a":1})");
 }
 
 TEST(JsomWriter, LabelOutsideAnObjectIsRefused) {
@@ -277,8 +287,8 @@ TEST(JsomWriter, LabelOutsideAnObjectIsRefused) {
 
 TEST(JsomWriter, EndObjectAtTheTopLevelPrintsAZeroByteAsState) {
   EXPECT_EQ(
-      std::string("ERROR: JsonWriter::endObject() No current object on stack. state: \0\n", 68),
-      misuse("", nothing, [](JsomWriter& writer) { writer.endObject(); }));
+      misuse("", nothing, [](JsomWriter& writer) { writer.endObject(); }),
+      std::string("ERROR: JsonWriter::endObject() No current object on stack. state: \0\n", 68));
 }
 
 TEST(JsomWriter, EndObjectIsRefusedInArraysAndAfterALabel) {
@@ -326,22 +336,23 @@ TEST(JsomWriter, EndGivesAPendingLabelNullAndClosesEverything) {
     writer.appendLabel("b", true);
     writer.end();
   };
-  EXPECT_EQ(R"({"a":[1,{"b":null}]})", written(calls));
-  EXPECT_EQ("{\n \"a\": [\n  1,\n  {\n   \"b\": null\n  }\n ]\n}", indented(calls));
+  EXPECT_EQ(written(calls), R"({"a":[1,{"b":null}]})");
+  EXPECT_EQ(indented(calls), "{\n \"a\": [\n  1,\n  {\n   \"b\": null\n  }\n ]\n}");
 }
 
 TEST(JsomWriter, EndAtTheTopLevelWritesNothing) {
-  EXPECT_EQ("", written([](JsomWriter& writer) { writer.end(); }));
+  EXPECT_EQ(written([](JsomWriter& writer) { writer.end(); }), "");
 }
 
 TEST(JsomWriter, CanBeUsedAgainAfterEnd) {
-  EXPECT_EQ("[][2]", written([](JsomWriter& writer) {
+  EXPECT_EQ(written([](JsomWriter& writer) {
               writer.startArray();
               writer.end();
               writer.startArray();
               writer.appendInt(2);
               writer.end();
-            }));
+            }),
+            "[][2]");
 }
 
 TEST(JsomWriter, DestructorClosesWhatIsOpen) {
@@ -352,7 +363,7 @@ TEST(JsomWriter, DestructorClosesWhatIsOpen) {
     writer.appendLabel("a", true);
     writer.startArray();
   }
-  EXPECT_EQ(R"({"a":[]})", out.str());
+  EXPECT_EQ(out.str(), R"({"a":[]})");
 }
 
 TEST(JsomWriter, DestructorIsVirtual) {
@@ -363,7 +374,7 @@ TEST(JsomWriter, DestructorIsVirtual) {
   std::unique_ptr<JsomWriter> writer = std::make_unique<Derived>(&out);
   writer->startArray();
   writer.reset();
-  EXPECT_EQ("[]", out.str());
+  EXPECT_EQ(out.str(), "[]");
 }
 
 TEST(JsomWriter, EndFlushesTheStream) {
@@ -377,22 +388,22 @@ TEST(JsomWriter, EndFlushesTheStream) {
   std::ostream out(&buffer);
   JsomWriter writer(&out);
   writer.appendInt(1);
-  EXPECT_EQ(0, buffer.flushes);
+  EXPECT_EQ(buffer.flushes, 0);
   writer.flush();
-  EXPECT_EQ(1, buffer.flushes);
+  EXPECT_EQ(buffer.flushes, 1);
   writer.end();
-  EXPECT_EQ(2, buffer.flushes);
+  EXPECT_EQ(buffer.flushes, 2);
 }
 
 TEST(JsomWriter, EveryValueReachesTheStreamAtOnce) {
   std::ostringstream out;
   JsomWriter writer(&out);
   writer.startArray();
-  EXPECT_EQ("[", out.str());
+  EXPECT_EQ(out.str(), "[");
   writer.appendInt(1);
-  EXPECT_EQ("[1", out.str());
+  EXPECT_EQ(out.str(), "[1");
   writer.appendString(std::string("x"), false);
-  EXPECT_EQ("[1,\"x\"", out.str());
+  EXPECT_EQ(out.str(), "[1,\"x\"");
 }
 
 TEST(JsomWriter, AFailedStreamDoesNoHarm) {
@@ -404,7 +415,7 @@ TEST(JsomWriter, AFailedStreamDoesNoHarm) {
   writer.appendDouble(1.5, 3);
   writer.end();
   EXPECT_FALSE(out);
-  EXPECT_EQ("", out.str());
+  EXPECT_EQ(out.str(), "");
 }
 
 TEST(JsomWriter, DestructionOverAThrowingStreamDoesNotThrow) {
@@ -444,20 +455,22 @@ TEST(JsomWriter, AtADepthOf47TheIndentationIs47SpacesAndAt48AlsoAZeroByte) {
   std::ostringstream out;
   JsomWriter writer(&out);
   writer.whitespace = true;
-  for (int i = 0; i < 47; ++i) writer.startArray();
+  for (int i = 0; i < 47; ++i) {
+    writer.startArray();
+  }
   out.str("");
   writer.appendInt(1);
-  EXPECT_EQ("\n" + std::string(47, ' ') + "1", out.str());
+  EXPECT_EQ(out.str(), "\n" + std::string(47, ' ') + "1");
 
   out.str("");
   writer.startArray();
-  EXPECT_EQ(",\n" + std::string(47, ' ') + "[", out.str());
+  EXPECT_EQ(out.str(), ",\n" + std::string(47, ' ') + "[");
   out.str("");
   writer.appendInt(1);
-  EXPECT_EQ("\n" + std::string(47, ' ') + std::string(1, '\0') + "1", out.str());
+  EXPECT_EQ(out.str(), "\n" + std::string(47, ' ') + std::string(1, '\0') + "1");
 
   writer.startArray();
   out.str("");
   writer.appendInt(1);
-  EXPECT_EQ("\n" + std::string(47, ' ') + std::string(1, '\0') + "1", out.str());
+  EXPECT_EQ(out.str(), "\n" + std::string(47, ' ') + std::string(1, '\0') + "1");
 }

@@ -17,7 +17,7 @@ namespace {
 std::string fixedText(long double value, int precision, int capacity) {
   std::vector<char> buffer(static_cast<std::size_t>(capacity) + 1, '#');
   const int length = kestrel::formatFixed(value, precision, buffer.data(), capacity);
-  EXPECT_EQ('#', buffer.back());
+  EXPECT_EQ(buffer.back(), '#');
   EXPECT_EQ(static_cast<std::size_t>(length), std::strlen(buffer.data()));
   return buffer.data();
 }
@@ -34,7 +34,9 @@ double randomDouble(std::mt19937_64& random) {
     const std::uint64_t bits = random();
     double value;
     std::memcpy(&value, &bits, sizeof(value));
-    if (std::isfinite(value)) return value;
+    if (std::isfinite(value)) {
+      return value;
+    }
   }
 }
 
@@ -63,11 +65,11 @@ TEST(NumberText, ValuesWiderThanADoubleAreNotNarrowed) {
 }
 
 TEST(NumberText, TiesAreRoundedToEven) {
-  EXPECT_EQ("0", fixedText(0.5, 0, 64));
-  EXPECT_EQ("2", fixedText(1.5, 0, 64));
-  EXPECT_EQ("2", fixedText(2.5, 0, 64));
-  EXPECT_EQ("0.12", fixedText(0.125, 2, 64));
-  EXPECT_EQ("0.38", fixedText(0.375, 2, 64));
+  EXPECT_EQ(fixedText(0.5, 0, 64), "0");
+  EXPECT_EQ(fixedText(1.5, 0, 64), "2");
+  EXPECT_EQ(fixedText(2.5, 0, 64), "2");
+  EXPECT_EQ(fixedText(0.125, 2, 64), "0.12");
+  EXPECT_EQ(fixedText(0.375, 2, 64), "0.38");
 }
 
 TEST(NumberText, DigitsBeyondTheBufferChangeNothingInIt) {
@@ -92,18 +94,18 @@ TEST(NumberText, DigitsBeyondTheBufferAreNotRoundedIntoIt) {
 }
 
 TEST(NumberText, TextIsKeptUpToTheBufferOnly) {
-  EXPECT_EQ("12855504354071922204335696738729300820177623950262342682411008",
-            fixedText(std::ldexp(1.0, 203), 0, 64));
-  EXPECT_EQ("102844034832575377634685573909834406561420991602098741459288064",
-            fixedText(std::ldexp(1.0, 206), 0, 64));
+  EXPECT_EQ(fixedText(std::ldexp(1.0, 203), 0, 64),
+            "12855504354071922204335696738729300820177623950262342682411008");
+  EXPECT_EQ(fixedText(std::ldexp(1.0, 206), 0, 64),
+            "102844034832575377634685573909834406561420991602098741459288064");
   const std::string cut = "164550455732120604215496918255735050498273586563357986334860902";
   EXPECT_EQ(cut, fixedText(std::ldexp(1.0, 210), 0, 64));
 }
 
 TEST(NumberText, FailsWhenTheWholeTextCannotBeCounted) {
-  EXPECT_EQ("0", fixedText(1, INT_MAX, 64));
-  EXPECT_EQ("0", fixedText(1, INT_MAX - 1, 64));
-  EXPECT_EQ("1." + std::string(61, '0'), fixedText(1, INT_MAX - 2, 64));
+  EXPECT_EQ(fixedText(1, INT_MAX, 64), "0");
+  EXPECT_EQ(fixedText(1, INT_MAX - 1, 64), "0");
+  EXPECT_EQ(fixedText(1, INT_MAX - 2, 64), "1." + std::string(61, '0'));
 }
 
 TEST(NumberText, TrimTakesZerosAndThePointOnlyFromTextLongerThanPrecisionAndOne) {
@@ -111,13 +113,13 @@ TEST(NumberText, TrimTakesZerosAndThePointOnlyFromTextLongerThanPrecisionAndOne)
     return text.substr(0, static_cast<std::size_t>(kestrel::trimZeros(
                               text.data(), static_cast<int>(text.size()), precision)));
   };
-  EXPECT_EQ("2.5", trimmed("2.500", 3));
-  EXPECT_EQ("2", trimmed("2.000", 3));
-  EXPECT_EQ("0", trimmed("0", 0));
-  EXPECT_EQ("0", trimmed("000", 0));
-  EXPECT_EQ("1", trimmed("100", 0));
-  EXPECT_EQ("2.0", trimmed("2.0", 2));
-  EXPECT_EQ("2", trimmed("2.0", 1));
-  EXPECT_EQ("2.0", trimmed("2.0", INT_MAX));
-  EXPECT_EQ("2", trimmed("2.0", INT_MIN));
+  EXPECT_EQ(trimmed("2.500", 3), "2.5");
+  EXPECT_EQ(trimmed("2.000", 3), "2");
+  EXPECT_EQ(trimmed("0", 0), "0");
+  EXPECT_EQ(trimmed("000", 0), "0");
+  EXPECT_EQ(trimmed("100", 0), "1");
+  EXPECT_EQ(trimmed("2.0", 2), "2.0");
+  EXPECT_EQ(trimmed("2.0", 1), "2");
+  EXPECT_EQ(trimmed("2.0", INT_MAX), "2.0");
+  EXPECT_EQ(trimmed("2.0", INT_MIN), "2");
 }

@@ -123,7 +123,7 @@ class PerfScriptTest : public ::testing::Test {
 
   void expectHistory(const Encoding& encoding, const char* what) {
     const std::string path = folder_.write("perf.data", made::fileBytes(history(1), encoding));
-    EXPECT_EQ(EXPECTED, words(perfScript(path))) << what;
+    EXPECT_EQ(words(perfScript(path)), EXPECTED) << what;
   }
 
   TempDir folder_;
@@ -182,11 +182,11 @@ TEST_F(PerfScriptTest, ReadsCompressedRecords) {
 
 TEST_F(PerfScriptTest, ReadsFolders) {
   const std::string path = folder_.file("recording");
-  ASSERT_EQ(0, std::system(("mkdir '" + path + "'").c_str()));
+  ASSERT_EQ(std::system(("mkdir '" + path + "'").c_str()), 0);
   for (const auto& [name, bytes] : made::folderFiles(history(1))) {
     folder_.write("recording/" + name, bytes);
   }
-  EXPECT_EQ(EXPECTED, words(perfScript(path)));
+  EXPECT_EQ(words(perfScript(path)), EXPECTED);
 }
 
 TEST_F(PerfScriptTest, ReadsEachSamplesEvent) {
@@ -204,7 +204,7 @@ TEST_F(PerfScriptTest, ReadsEachSamplesEvent) {
              ++at) {
           ++taskClocks;
         }
-        EXPECT_EQ(2u, taskClocks) << output;
+        EXPECT_EQ(taskClocks, 2u) << output;
       }
     }
   }

@@ -80,13 +80,13 @@ std::string expectedRecords() {
 
 TEST(RecordingFileTest, AFileHasTheRecordsAndTheAttribute) {
   const std::string file = made::fileBytes(smallRecording());
-  EXPECT_EQ("PERFILE2", part(file, 0, 8));
-  EXPECT_EQ(104u, number(file, 8));
-  EXPECT_EQ(128u + 16, number(file, 16));
+  EXPECT_EQ(part(file, 0, 8), "PERFILE2");
+  EXPECT_EQ(number(file, 8), 104u);
+  EXPECT_EQ(number(file, 16), 128u + 16);
   const std::size_t attribute = number(file, 24);
-  EXPECT_EQ(1u | uint64_t{128} << 32, number(file, attribute));  // type software, size
-  EXPECT_EQ(0x187u, number(file, attribute + 24));               // IP, TID, TIME, CPU, PERIOD
-  EXPECT_EQ(0x1842300u, number(file, attribute + 40));           // with sample_id_all, mmap2
+  EXPECT_EQ(number(file, attribute), 1u | uint64_t{128} << 32);  // type software, size
+  EXPECT_EQ(number(file, attribute + 24), 0x187u);               // IP, TID, TIME, CPU, PERIOD
+  EXPECT_EQ(number(file, attribute + 40), 0x1842300u);           // with sample_id_all, mmap2
   EXPECT_EQ(expectedRecords(), records(file));
 }
 
@@ -94,46 +94,46 @@ TEST(RecordingFileTest, TheShortHeaderHasNoBitmap) {
   const std::string file = made::fileBytes(
       smallRecording(),
       {.form = Form::SHORT_HEADER, .magic = made::Magic::PERFFILE, .attributeSize = 64});
-  EXPECT_EQ("PERFFILE", part(file, 0, 8));
-  EXPECT_EQ(72u, number(file, 8));
-  EXPECT_EQ(80u, number(file, 16));
-  EXPECT_EQ(72u, number(file, 24));
-  EXPECT_EQ(72u + 80, number(file, DATA_OFFSET));
+  EXPECT_EQ(part(file, 0, 8), "PERFFILE");
+  EXPECT_EQ(number(file, 8), 72u);
+  EXPECT_EQ(number(file, 16), 80u);
+  EXPECT_EQ(number(file, 24), 72u);
+  EXPECT_EQ(number(file, DATA_OFFSET), 72u + 80);
   EXPECT_EQ(file.size(), number(file, DATA_OFFSET) + number(file, DATA_OFFSET + 8));
 }
 
 TEST(RecordingFileTest, TheForeignOrderTurnsNumbersOnly) {
   const std::string file = made::fileBytes(smallRecording(), {.order = ByteOrder::BIG});
-  EXPECT_EQ("2ELIFREP", part(file, 0, 8));
-  EXPECT_EQ("\0\0\0\0\0\0\0\x68"s, part(file, 8, 8));
+  EXPECT_EQ(part(file, 0, 8), "2ELIFREP");
+  EXPECT_EQ(part(file, 8, 8), "\0\0\0\0\0\0\0\x68"s);
   // type, size; then the flags: 0x00 0x23 0x84 0x01, the bits of each byte reversed
-  EXPECT_EQ("\0\0\0\x01\0\0\0\x80"s, part(file, 104, 8));
-  EXPECT_EQ("\0\xc4\x21\x80\0\0\0\0"s, part(file, 104 + 40, 8));
+  EXPECT_EQ(part(file, 104, 8), "\0\0\0\x01\0\0\0\x80"s);
+  EXPECT_EQ(part(file, 104 + 40, 8), "\0\xc4\x21\x80\0\0\0\0"s);
   // COMM: type 3, misc 0, size 8 + 8 + 8 + 24; pid 10, tid 11
   const std::size_t data = 104 + 144;
-  EXPECT_EQ("\0\0\0\x03\0\0\0\x30\0\0\0\x0a\0\0\0\x0b"s + "app\0\0\0\0\0"s, part(file, data, 24));
+  EXPECT_EQ(part(file, data, 24), "\0\0\0\x03\0\0\0\x30\0\0\0\x0a\0\0\0\x0b"s + "app\0\0\0\0\0"s);
 }
 
 TEST(RecordingFileTest, APipeHasAttributesAndFeaturesAsRecords) {
   Recording recording = smallRecording();
   const std::string file = made::fileBytes(
       recording, {.form = Form::PIPE, .attributeSize = 112, .identification = Identification::ID});
-  EXPECT_EQ("PERFILE2"s + "\x10\0\0\0\0\0\0\0"s, part(file, 0, 16));
-  EXPECT_EQ(64u | uint64_t{8 + 112 + 8} << 48, number(file, 16));  // HEADER_ATTR with one id
-  EXPECT_EQ(100u, number(file, 16 + 8 + 112));
+  EXPECT_EQ(part(file, 0, 16), "PERFILE2"s + "\x10\0\0\0\0\0\0\0"s);
+  EXPECT_EQ(number(file, 16), 64u | uint64_t{8 + 112 + 8} << 48);  // HEADER_ATTR with one id
+  EXPECT_EQ(number(file, 16 + 8 + 112), 100u);
   const std::size_t feature = 16 + 128;
-  EXPECT_EQ(80u | uint64_t{8 + 8 + 4 + 64} << 48, number(file, feature));
-  EXPECT_EQ(3u, number(file, feature + 8));
-  EXPECT_EQ("\x40\0\0\0board\0"s, part(file, feature + 16, 10));
+  EXPECT_EQ(number(file, feature), 80u | uint64_t{8 + 8 + 4 + 64} << 48);
+  EXPECT_EQ(number(file, feature + 8), 3u);
+  EXPECT_EQ(part(file, feature + 16, 10), "\x40\0\0\0board\0"s);
 }
 
 TEST(RecordingFileTest, APipeOfForeignOrderTurnsItsRecords) {
   const std::string file = made::fileBytes(
       smallRecording(), {.form = Form::PIPE, .order = ByteOrder::BIG, .attributeSize = 64});
-  EXPECT_EQ("2ELIFREP\0\0\0\0\0\0\0\x10\0\0\0\x40\0\0\0\x48"s, part(file, 0, 24));
+  EXPECT_EQ(part(file, 0, 24), "2ELIFREP\0\0\0\0\0\0\0\x10\0\0\0\x40\0\0\0\x48"s);
   // the sample: pid and tid stay in their order
-  EXPECT_EQ("\0\0\0\x09\0\x02\0\x30\0\0\0\0\0\0\x80\x10\0\0\0\x0a\0\0\0\x0b"s,
-            part(file, file.size() - 48, 24));
+  EXPECT_EQ(part(file, file.size() - 48, 24),
+            "\0\0\0\x09\0\x02\0\x30\0\0\0\0\0\0\x80\x10\0\0\0\x0a\0\0\0\x0b"s);
 }
 
 TEST(RecordingFileTest, IdsStandWhereTheKernelPutsThem) {
@@ -144,11 +144,11 @@ TEST(RecordingFileTest, IdsStandWhereTheKernelPutsThem) {
       records(made::fileBytes(recording, {.identification = Identification::IDENTIFIER}));
   const std::string withId =
       records(made::fileBytes(recording, {.identification = Identification::ID}));
-  EXPECT_EQ(100u, number(identified, identified.size() - 48));
-  EXPECT_EQ(100u, number(withId, withId.size() - 24));
+  EXPECT_EQ(number(identified, identified.size() - 48), 100u);
+  EXPECT_EQ(number(withId, withId.size() - 24), 100u);
   const std::size_t mapEnd = 8 + 8 + 8 + 32 + 8 + 32 + 24 + 8 + 16 + 32;  // of COMM and MMAP2
-  EXPECT_EQ(100u, number(identified, mapEnd - 8));
-  EXPECT_EQ(100u, number(withId, mapEnd - 16));
+  EXPECT_EQ(number(identified, mapEnd - 8), 100u);
+  EXPECT_EQ(number(withId, mapEnd - 16), 100u);
 }
 
 TEST(RecordingFileTest, BuildIdsReplaceTheInodeOfMapsThatHaveOne) {
@@ -156,10 +156,10 @@ TEST(RecordingFileTest, BuildIdsReplaceTheInodeOfMapsThatHaveOne) {
   recording.map({.file = "/a", .buildId = std::string(20, 'i')}).map({.file = "[vdso]"});
   const std::string bytes =
       records(made::fileBytes(recording, {.hasSampleIdAll = false, .maps = Maps::MMAP2_BUILD_ID}));
-  EXPECT_EQ(10u | uint64_t{2 | 1 << 14} << 32 | uint64_t{80} << 48, number(bytes, 0));
-  EXPECT_EQ("\x14\0\0\0"s + std::string(20, 'i'), part(bytes, 40, 24));
-  EXPECT_EQ(10u | uint64_t{2} << 32 | uint64_t{80} << 48, number(bytes, 80));
-  EXPECT_EQ(77u, number(bytes, 80 + 48));
+  EXPECT_EQ(number(bytes, 0), 10u | uint64_t{2 | 1 << 14} << 32 | uint64_t{80} << 48);
+  EXPECT_EQ(part(bytes, 40, 24), "\x14\0\0\0"s + std::string(20, 'i'));
+  EXPECT_EQ(number(bytes, 80), 10u | uint64_t{2} << 32 | uint64_t{80} << 48);
+  EXPECT_EQ(number(bytes, 80 + 48), 77u);
 }
 
 TEST(RecordingFileTest, OldMapsHaveNeitherInodeNorProtection) {
@@ -243,14 +243,14 @@ TEST(RecordingFileTest, CompressedRecordsAreOneStreamAndSplitWhatTheyHold) {
       const std::size_t size = header >> 48;
       std::string packed = bytes.substr(at + 8, size - 8);
       if (isPadded) {
-        EXPECT_EQ(0u, size % 8);
+        EXPECT_EQ(size % 8, 0u);
         packed = packed.substr(8, number(packed, 0));
       }
       EXPECT_EQ(count == 0, packed.starts_with("\x28\xb5\x2f\xfd"));
       std::string output(1000, '\0');
       ZSTD_inBuffer from{packed.data(), packed.size(), 0};
       ZSTD_outBuffer to{output.data(), output.size(), 0};
-      ASSERT_EQ(0u, ZSTD_isError(ZSTD_decompressStream(stream, &to, &from)));
+      ASSERT_EQ(ZSTD_isError(ZSTD_decompressStream(stream, &to, &from)), 0u);
       EXPECT_EQ(packed.size(), from.pos);
       unpacked.append(output, 0, to.pos);
       at += size;
@@ -264,7 +264,7 @@ TEST(RecordingFileTest, CompressedRecordsAreOneStreamAndSplitWhatTheyHold) {
 TEST(RecordingFileTest, AnUnfinishedFileSaysThatItHasNoData) {
   Recording recording = smallRecording();
   const std::string file = made::fileBytes(recording, {.isUnfinished = true});
-  EXPECT_EQ(0u, number(file, DATA_OFFSET + 8));
+  EXPECT_EQ(number(file, DATA_OFFSET + 8), 0u);
   EXPECT_EQ(uint64_t{1} << 3 | 1 << 12, number(file, 72));
   EXPECT_EQ(expectedRecords(), file.substr(number(file, DATA_OFFSET)));
 }
@@ -272,15 +272,15 @@ TEST(RecordingFileTest, AnUnfinishedFileSaysThatItHasNoData) {
 TEST(RecordingFileTest, SectionsCanStandInAnotherOrder) {
   const std::string file =
       made::fileBytes(smallRecording(), {.attributePadding = 24, .attributesLast = true});
-  EXPECT_EQ(128u + 24 + 16, number(file, 16));
+  EXPECT_EQ(number(file, 16), 128u + 24 + 16);
   EXPECT_EQ(file.size() - (128 + 24 + 16), number(file, 24));
-  EXPECT_EQ(104u, number(file, DATA_OFFSET));
-  EXPECT_EQ(1u | uint64_t{128} << 32, number(file, number(file, 24)));
+  EXPECT_EQ(number(file, DATA_OFFSET), 104u);
+  EXPECT_EQ(number(file, number(file, 24)), 1u | uint64_t{128} << 32);
 }
 
 TEST(RecordingFileTest, AFolderHasTheRecordsOfEachProcessorApart) {
   const auto files = made::folderFiles(smallRecording().finishedRound());
-  ASSERT_EQ(3u, files.size());
+  ASSERT_EQ(files.size(), 3u);
   EXPECT_EQ(part(expectedRecords(), 0, 48), records(files.at("data")));
   EXPECT_EQ(part(expectedRecords(), 48 + 112, 48), files.at("data.1"));
   EXPECT_EQ(part(expectedRecords(), 48, 112), files.at("data.3"));
