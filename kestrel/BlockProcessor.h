@@ -1,5 +1,5 @@
-// A consumer of a byte stream: whoever reads the data pushes it block by block, and ends with
-// processEOF() or processError(). One thread at a time.
+// A consumer of a byte stream. Whoever reads the stream pushes it in, block by block, and then
+// calls processEOF() or, when it could not be read, processError(). One thread at a time.
 #pragma once
 
 namespace kestrel {
@@ -11,7 +11,7 @@ class BlockProcessor {
   virtual void processBuffer(const char* data, int length) = 0;
   virtual void processEOF() {}
   virtual void processError(const char* /*message*/) {}
-  // Makes the object ready for another stream.
+  // Called before another stream; the base class keeps nothing of the one before.
   virtual void reset() {}
 };
 

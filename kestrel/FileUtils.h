@@ -11,18 +11,18 @@ class BlockProcessor;
 
 class FileUtils {
  public:
-  // Creates the missing directories of a path, with mode 0777 less the umask. With `isDirectory`
-  // false the last component is a file name and is not created. True when nothing was missing or
-  // all of it could be created; whatever exists already counts as a directory, files too.
+  // Creates the missing directories of a path, with mode 0777 less the umask; unless `isDirectory`,
+  // those of the folder that it lies in. True when they are there now. Whatever has the name of a
+  // directory counts as one, and so does a beginning of the path that ends in ":".
   static bool mkpath(const std::string& path, bool isDirectory);
 
-  // Pushes the file through the processor. False with errno set when the file cannot be opened, and
-  // nothing reaches the processor, or when it cannot be read to its end, and the processor gets
-  // what could be, and the end of data. A directory is an empty file.
+  // Pushes the file through the processor. A directory is an empty file. False, with errno set,
+  // when the file cannot be opened: then nothing reaches the processor; or cannot be read to its
+  // end: then what could be read does, and the end of data.
   static bool processFile(const std::string& path, BlockProcessor& processor);
   // Pushes the rest of the stream through the processor in blocks of 2048 bytes, then ends it with
-  // processEOF(). False, and nothing reaches the processor, when the stream is bad. A read error in
-  // the middle ends the data and leaves the stream bad, with errno set.
+  // processEOF(). False, and nothing reaches the processor, when the stream is bad beforehand. An
+  // error later counts as the end of the data; it leaves the stream bad and its errno set.
   static bool processStream(std::istream& in, BlockProcessor& processor);
 
   // Copies the bytes of a regular file; a target that exists is overwritten, its directories are

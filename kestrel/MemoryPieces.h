@@ -1,6 +1,6 @@
 // Memory for very many small things that all go at the same time: texts, or the objects of a pool.
-// Things lie one behind the other in large pieces. Taking one costs a fraction of an allocation,
-// and nothing is lost between them. Pieces of 2 MiB ask the system for huge pages, with which a
+// They lie one behind the other in pieces of up to 2 MiB, with nothing between them, and taking one
+// costs a fraction of an allocation. The largest pieces ask the system for huge pages, with which a
 // list of a million symbols is read in three quarters of the time. One thread only.
 #pragma once
 
@@ -16,9 +16,9 @@ class MemoryPieces {
   MemoryPieces(const MemoryPieces&) = delete;
   MemoryPieces& operator=(const MemoryPieces&) = delete;
 
-  // So many bytes, not initialised, right behind those taken before. They are aligned for objects
-  // of a class when only objects of that class are taken, or of classes with multiples of its size.
-  // Valid as long as this object. Throws std::bad_alloc.
+  // So many bytes, not initialised, valid as long as this object. Nothing is done to align them:
+  // they are aligned for a class as long as only objects of that class are taken, as Pooled does.
+  // Throws std::bad_alloc.
   char* take(std::size_t bytes) {
     if (bytes > left_) {
       _addPiece(bytes);

@@ -4,7 +4,7 @@
 
 namespace kestrel {
 
-MetricRegistry::MetricRegistry() : logger_(Logger::getLogger("MetricRegistry")) {}
+MetricRegistry::MetricRegistry() { Logger::getLogger("MetricRegistry"); }
 
 MetricRegistry* MetricRegistry::Instance() {
   static MetricRegistry* const instance = new MetricRegistry();

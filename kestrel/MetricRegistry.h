@@ -1,5 +1,5 @@
-// All metrics of the process, so that a visitor can read them at once. Borrows the metrics. Any
-// thread; each operation holds the registry's lock to its end.
+// All metrics of the process, so that a visitor can read them at once. Borrows them: their owners
+// add and remove them. Any thread; each operation holds the registry's lock to its end.
 #pragma once
 
 #include <functional>
@@ -9,7 +9,6 @@
 
 namespace kestrel {
 
-class Logger;
 class Metric;
 
 class MetricRegistry {
@@ -17,7 +16,7 @@ class MetricRegistry {
   class Visitor {
    public:
     virtual ~Visitor() = default;
-    // True ends the walk. Must not add or remove metrics: the registry's lock is held.
+    // True: enough. Must not add or remove metrics: the registry's lock is held.
     virtual bool visit(Metric* metric) = 0;
   };
 
@@ -25,14 +24,14 @@ class MetricRegistry {
   // Never null, never destroyed.
   static MetricRegistry* Instance();
 
-  // A metric that is registered already stays as it is.
+  // Does nothing for a metric that is there already.
   void addMetric(Metric* metric);
+  // Does nothing for a metric that is not there.
   void removeMetric(Metric* metric);
-  // In ascending order of the metrics' addresses.
+  // Shows the metrics to the visitor, in ascending order of their addresses, until it has enough.
   void visit(Visitor& visitor) const;
 
  private:
-  Logger* const logger_;
   mutable RequiredLock lock_;
   std::set<Metric*, std::less<Metric*>> metrics_ KESTREL_GUARDED_BY(lock_);
 };

@@ -15,17 +15,18 @@ class TimeConverter {
   virtual ~TimeConverter() = default;
 
   // `clockStart` 0 asks for no window: the first time stamp seen becomes time zero. `duration` 0 or
-  // less leaves the end open. A start that maps to data time 0 is no window either, kept so.
-  // Nothing is validated: a skew of 0 gives what the arithmetic gives.
+  // less leaves the end open. A start that maps to data time 0 is taken for none, too, and an end
+  // that does for an open one (kept so): the window then begins at the first time stamp and keeps
+  // its end. Nothing is validated: a skew of 0 gives what the arithmetic gives.
   void setup(double clockStart, double duration, double skew, double offset, double base);
 
   // Whether `dataTime` lies inside the window. `clockTime` always receives its clock time relative
   // to the window's start. Without a window, a time stamp below the first one seen lies outside:
   // kept so, recordings are not sorted.
   bool nextTimestamp(double dataTime, double& clockTime);
-  // Whether there is a window to be inside of.
+  // Whether the window's start is known; without one asked for, from the first time stamp on.
   bool hasWindow() const { return dataStart_ != 0.0; }
-  // What nextTimestamp() would answer while there is a window. Changes nothing.
+  // What nextTimestamp() would answer, once hasWindow(). Changes nothing.
   bool isInside(double dataTime) const;
 
  private:

@@ -15,10 +15,11 @@ double getNow();
 // (kept so).
 double getSystemStartTime();
 
-// Writes date, time and milliseconds in UTC, "01/01/70 00:00:00.500" in the "C" locale; `buffer`
-// holds at least 80 bytes. Returns the number of characters. The milliseconds are not padded with
-// zeros (kept so: 5 ms read ".5") and carry the sign of a negative time. A time outside 32 bits of
-// seconds counts as the nearest that fits, with no milliseconds; not-a-number counts as 0.
+// Writes date, time and milliseconds in UTC, as the locale writes the first two: "01/01/70
+// 00:00:00.500" in the "C" locale. `buffer` holds at least 80 bytes; what a locale makes longer is
+// no text at all. Returns the number of characters. The milliseconds are not padded with zeros
+// (kept so: 5 ms read ".5"), and those of a negative time have its sign. A time beyond 32 bits of
+// seconds counts as the nearest whole second that fits, and not-a-number as 0.
 int timeToString(double time, char* buffer);
 void timeToString(double time, std::string& out);
 

@@ -1,8 +1,7 @@
-// Reads numbers and text from a run of bytes in order, with the check of its bounds: for whatever
-// decodes a recording, but for the parts of samples that were measured before. Values are copied in
-// machine byte order (perf writes natively), never cast in place: a body need not be aligned, and
-// Arm may trap. After the first read past the end ok() is false and every later read yields zero or
-// nothing, so that a decoder checks once, at its end.
+// Reads numbers and text from a run of bytes, in order and never past its end. The first read that
+// does not fit makes ok() false; it and every later one yield zero or nothing, so that a decoder
+// checks once, when it has read all. Values are copied in the machine's byte order (perf writes
+// natively), never cast in place: they need not be aligned, and Arm may trap.
 #pragma once
 
 #include <cstddef>
