@@ -33,9 +33,8 @@ class PerfEventAttribute {
 
   uint32_t type() const { return type_; }
   uint32_t size() const { return size_; }
-  uint32_t config() const {
-    return config_;
-  }  // the low half: the upper half is not kept, deliberately
+  // The low half: the upper half is not kept, deliberately.
+  uint32_t config() const { return config_; }
   uint64_t samplePeriod() const { return samplePeriod_; }  // or the frequency, when freq()
   bool freq() const { return freq_; }
   uint64_t sampleType() const { return sampleType_; }
@@ -54,9 +53,8 @@ class PerfEventAttribute {
   bool comm() const { return comm_; }
   bool enableOnExec() const { return enableOnExec_; }
   bool task() const { return task_; }
-  uint32_t wakeupEvents() const {
-    return wakeupEvents_;
-  }  // or the watermark in bytes, when watermark()
+  // Or the watermark in bytes, when watermark().
+  uint32_t wakeupEvents() const { return wakeupEvents_; }
   bool watermark() const { return watermark_; }
   uint32_t preciseIp() const { return preciseIp_; }  // 0 to 3
   bool sampleIdAll() const { return sampleIdAll_; }

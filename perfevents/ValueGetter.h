@@ -13,8 +13,7 @@
 namespace perfevents {
 
 // The fixed-size fields of a sample, in the kernel's order. A field whose bit is absent from the
-// layout stays all ones
-// (`time`: 0).
+// layout stays all ones, the time 0.
 struct SampleValues {
   uint64_t ip = UINT64_MAX;
   uint32_t pid = UINT32_MAX;

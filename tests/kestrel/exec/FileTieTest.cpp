@@ -34,6 +34,14 @@ struct Source {
       at += static_cast<std::size_t>(count);
     }
   }
+  // All that there is, to its end on the other side.
+  void sendAll(const std::string& bytes, FileTie& tie) const {
+    write(bytes);
+    writer->close();
+    ASSERT_NE(tie.getFileProcessor(), nullptr);
+    EXPECT_TRUE(tie.getFileProcessor()->waitTilDone(10000));
+    tie.close();
+  }
 };
 
 // Takes at most three bytes at a time, and in all no more than `room`.
@@ -60,11 +68,7 @@ TEST(FileTieTest, CopiesIntoAStream) {
   Source source;
   FileTie tie;
   EXPECT_TRUE(tie.tie(source.reader, &target));
-  source.write("some bytes");
-  source.writer->close();
-  ASSERT_NE(tie.getFileProcessor(), nullptr);
-  EXPECT_TRUE(tie.getFileProcessor()->waitTilDone(10000));
-  tie.close();
+  source.sendAll("some bytes", tie);
   EXPECT_EQ(target.str(), "some bytes");
   EXPECT_EQ(tie.getError(), 0);
 }
@@ -75,10 +79,7 @@ TEST(FileTieTest, CopiesIntoAFile) {
   Source source;
   FileTie tie;
   EXPECT_TRUE(tie.tie(source.reader, target.get()));
-  source.write("some bytes");
-  source.writer->close();
-  EXPECT_TRUE(tie.getFileProcessor()->waitTilDone(10000));
-  tie.close();
+  source.sendAll("some bytes", tie);
   target->close();
   EXPECT_EQ(readAll(reader), "some bytes");
 }
@@ -88,10 +89,7 @@ TEST(FileTieTest, AFileThatTakesBlocksInPiecesGetsAllOfThem) {
   Source source;
   FileTie tie;
   EXPECT_TRUE(tie.tie(source.reader, &target));
-  source.write("0123456789");
-  source.writer->close();
-  EXPECT_TRUE(tie.getFileProcessor()->waitTilDone(10000));
-  tie.close();
+  source.sendAll("0123456789", tie);
   EXPECT_EQ(target.taken, "0123456789");
 }
 
@@ -100,10 +98,7 @@ TEST(FileTieTest, AFileThatIsFullLosesTheRestAndTheTieGoesOn) {
   Source source;
   FileTie tie;
   EXPECT_TRUE(tie.tie(source.reader, &target));
-  source.write("0123456789");
-  source.writer->close();
-  EXPECT_TRUE(tie.getFileProcessor()->waitTilDone(10000));
-  tie.close();
+  source.sendAll("0123456789", tie);
   EXPECT_EQ(target.taken, "01234");
   EXPECT_EQ(tie.getError(), EIO);  // the file does not say why
 }

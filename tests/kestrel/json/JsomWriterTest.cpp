@@ -50,35 +50,21 @@ TEST(JsomWriter, WhitespaceIsOffAtFirst) {
   EXPECT_FALSE(JsomWriter(&out).whitespace);
 }
 
-TEST(JsomWriter, CompactLayoutHasNoSpacesAndNoLineFeeds) {
-  EXPECT_EQ(written([](JsomWriter& writer) {
-              writer.startObject();
-              writer.appendLabel("a", true);
-              writer.startArray();
-              writer.appendInt(1);
-              writer.appendInt(2);
-              writer.endArray();
-              writer.appendLabel("b", true);
-              writer.startObject();
-              writer.endObject();
-              writer.endObject();
-            }),
-            R"({"a":[1,2],"b":{}})");
-}
-
-TEST(JsomWriter, IndentedLayoutHasOneSpaceALevel) {
-  EXPECT_EQ(indented([](JsomWriter& writer) {
-              writer.startObject();
-              writer.appendLabel("a", true);
-              writer.startArray();
-              writer.appendInt(1);
-              writer.appendInt(2);
-              writer.endArray();
-              writer.appendLabel("b", true);
-              writer.startObject();
-              writer.endObject();
-              writer.endObject();
-            }),
+TEST(JsomWriter, CompactLayoutHasNoSpacesAndNoLineFeedsIndentedLayoutOneSpaceALevel) {
+  const Calls calls = [](JsomWriter& writer) {
+    writer.startObject();
+    writer.appendLabel("a", true);
+    writer.startArray();
+    writer.appendInt(1);
+    writer.appendInt(2);
+    writer.endArray();
+    writer.appendLabel("b", true);
+    writer.startObject();
+    writer.endObject();
+    writer.endObject();
+  };
+  EXPECT_EQ(written(calls), R"({"a":[1,2],"b":{}})");
+  EXPECT_EQ(indented(calls),
             "{\n"
             " \"a\": [\n"
             "  1,\n"
