@@ -38,7 +38,7 @@ class SharedCacheTest : public testing::Test {
       const std::string line =
           "objcopy --remove-section=.note.gnu.build-id --add-symbol function_" + std::to_string(i) +
           "=.text:1,function " FIXTURES "/functions " + place;
-      ASSERT_EQ(0, std::system(line.c_str()));
+      ASSERT_EQ(std::system(line.c_str()), 0);
       File file;
       file.name = "/bin/" + std::to_string(i);
       files.push_back(file);
@@ -95,7 +95,7 @@ TEST_F(SharedCacheTest, RunsAtOnceGetWhatOneGets) {
   for (const pid_t pid : runs) {
     int status = -1;
     waitpid(pid, &status, 0);
-    EXPECT_EQ(0, status);
+    EXPECT_EQ(status, 0);
   }
   EXPECT_EQ(listAll("afterwards"), expected);
   EXPECT_LE(cacheSize(), options.cacheSize);
@@ -133,7 +133,7 @@ TEST_F(SharedCacheTest, AFileThatIsTooMuchCostsItsOwnNamesOnly) {
       change(Elf32_Ehdr{}, Elf32_Shdr{});
     }
   }
-  ASSERT_EQ(0, truncate(slow.c_str(), size + (1 << 20)));
+  ASSERT_EQ(truncate(slow.c_str(), size + (1 << 20)), 0);
   options.timeout = std::chrono::milliseconds(700);
   std::filesystem::create_directories(temp.file("work"));
   const auto start = std::chrono::steady_clock::now();
