@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace prepare {
@@ -16,6 +17,8 @@ class NamedRanges {
   bool holds(std::uint64_t address) const;
 
  private:
+  void _addLine(std::string_view line);
+
   // Ascending: from each to the next there are names, then none, and so on.
   std::vector<std::uint64_t> changes_;
 };

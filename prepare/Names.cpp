@@ -38,6 +38,12 @@ bool isOwnKernel(const recordings::KernelImage& image) {
   return start != 0 && start == image.referenceAddress && end == image.end;
 }
 
+// As perf calls a thread that has no name.
+std::string numberName(const SampledThread& thread) {
+  std::string name = std::to_string(static_cast<std::int32_t>(thread.recordedTid));
+  return name.insert(0, 1, ':');
+}
+
 bool isListable(const MappedFile& file) {
   return file.kind == MappedFile::Kind::FILE || file.kind == MappedFile::Kind::VDSO ||
          file.kind == MappedFile::Kind::PERF_MAP ||
@@ -86,10 +92,10 @@ void Names::find(const std::function<void(std::size_t, std::size_t)>& progress) 
 
 // Which files were hit, and how often.
 void Names::_collect() {
-  for (const auto& [pid, process] : preparation_.plainProcesses()) {
+  preparation_.plainProcesses().forEach([this](std::uint32_t, const PlainProcess& process) {
     kernelHits_ += process.kernelHits;
     process.placement.forEach([this](std::uint64_t, const Piece& piece) { _addFile(piece); });
-  }
+  });
 }
 
 void Names::_addFile(const Piece& piece) {
@@ -153,13 +159,13 @@ void Names::_listKernelCode(HitFile& hit) {
     }
   } else if (hit.file->kind == MappedFile::Kind::KERNEL_CODE) {
     std::map<std::uint64_t, std::uint64_t> ranges;
-    for (const auto& [pid, process] : preparation_.plainProcesses()) {
+    preparation_.plainProcesses().forEach([&](std::uint32_t, const PlainProcess& process) {
       process.placement.forEach([&](std::uint64_t, const Piece& piece) {
         if (piece.file == hit.file) {
           ranges[piece.low - piece.base] = piece.high - piece.base;
         }
       });
-    }
+    });
     listing::ListText list;
     std::uint64_t end = 0;
     for (const auto& [low, high] : ranges) {
@@ -189,7 +195,7 @@ std::uint64_t HitFile::listedAddress(std::uint64_t fileOffset) const {
 
 void Names::write(PlainRecording& output) const {
   const recordings::KernelImage& kernel = preparation_.processes().kernel();
-  if (kernel.start != kernel.end) {
+  if (kernel.start != kernel.end && (!kernel.isAssumed || kernelHits_ > 0)) {
     output.addMap(NO_PID, 0, kernel.start, kernel.end - kernel.start, kernel.referenceAddress,
                   KERNEL_NAME + kernel.referenceName, true);
   }
@@ -201,29 +207,28 @@ void Names::write(PlainRecording& output) const {
     }
   });
   _writeMaps(output);
-  for (const auto& [tid, thread] : preparation_.threads()) {
-    output.addName(thread.pid, tid, thread.name.empty() ? ":" + std::to_string(tid) : thread.name);
-  }
-  for (const auto& [pid, process] : preparation_.plainProcesses()) {
-    const std::string& name = preparation_.processes().nameOf(pid);
-    if (!name.empty() && !preparation_.threads().contains(pid)) {
-      output.addName(pid, pid, name);  // of a process only whose other threads were sampled
+  preparation_.threads().forEach([&](std::uint32_t tid, const SampledThread& thread) {
+    output.addName(thread.pid, tid, thread.name.empty() ? numberName(thread) : thread.name);
+  });
+  preparation_.plainProcesses().forEach([&](std::uint32_t pid, const PlainProcess& process) {
+    if (!process.name.empty() && !preparation_.threads().contains(pid)) {
+      output.addName(pid, pid, process.name);  // only whose other threads were sampled
     }
-  }
+  });
 }
 
 void Names::_writeMaps(PlainRecording& output) const {
   const recordings::KernelImage& kernel = preparation_.processes().kernel();
-  for (const auto& [pid, process] : preparation_.plainProcesses()) {
+  preparation_.plainProcesses().forEach([&](std::uint32_t pid, const PlainProcess& process) {
     if (process.kernelHits > 0 && !hasKernelList()) {
       output.addMap(pid, pid, kernel.start, kernel.farthestEnd - kernel.start, kernel.start,
                     KERNEL_NAME, false);
     }
-    process.placement.forEach([&, owner = pid](std::uint64_t written, const Piece& piece) {
-      output.addMap(owner, owner, written, piece.high - piece.low, _pageOffset(piece),
+    process.placement.forEach([&](std::uint64_t written, const Piece& piece) {
+      output.addMap(pid, pid, written, piece.high - piece.low, _pageOffset(piece),
                     byFile_.at(piece.file)->writtenName, false);
     });
-  }
+  });
 }
 
 }  // namespace prepare

@@ -102,14 +102,14 @@ unsigned char* PlainRecording::_claim(std::size_t bytes) {
   return at;
 }
 
-void PlainRecording::addSample(const recordings::Sample& sample,
+void PlainRecording::addSample(const recordings::Sample& sample, std::uint32_t tid,
                                std::span<const std::uint64_t> frames) {
   const std::size_t count = fields_.chain ? std::min(frames.size(), MOST_FRAMES) : 0;
   const std::size_t size = abi::RECORD_HEADER_SIZE + 8 + 8 + (fields_.time ? 8 : 0) +
                            (fields_.cpu ? 8 : 0) + (fields_.chain ? 8 + count * 8 : 0);
   FieldWriter record(_claim(size));
   record.header(abi::RECORD_SAMPLE, sample.misc, size);
-  record.put(frames.front()).put(sample.pid).put(sample.tid);
+  record.put(frames.front()).put(sample.pid).put(tid);
   if (fields_.time) {
     record.put(sample.time);
   }

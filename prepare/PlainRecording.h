@@ -29,9 +29,11 @@ class PlainRecording {
   PlainRecording(const PlainRecording&) = delete;
   PlainRecording& operator=(const PlainRecording&) = delete;
 
-  // `frames` is the call chain, innermost first; its first entry is the sample's own address. More
-  // than MOST_FRAMES are cut. Without Fields::chain, the address alone is written.
-  void addSample(const recordings::Sample& sample, std::span<const std::uint64_t> frames);
+  // `tid` replaces the sample's own. `frames` is the call chain, innermost first; its first entry
+  // is the sample's own address. More than MOST_FRAMES are cut. Without Fields::chain, the address
+  // alone is written.
+  void addSample(const recordings::Sample& sample, std::uint32_t tid,
+                 std::span<const std::uint64_t> frames);
   void addName(std::uint32_t pid, std::uint32_t tid, const std::string& name);
   // `isKernel`: of the kernel's side, as misc says it to other readers.
   void addMap(std::uint32_t pid, std::uint32_t tid, std::uint64_t start, std::uint64_t size,

@@ -29,15 +29,14 @@ Preparation::Preparation(const recordings::Recording& recording, PlainRecording&
     : recording_(recording),
       output_(output),
       settings_(std::move(settings)),
+      plainProcesses_(settings_.scratchDirectory,
+                      [this](const std::string& text) {
+                        return PlainProcess::restored(text, processes_.files());
+                      }),
+      threads_(settings_.scratchDirectory, SampledThread::restored),
       remembered_(REMEMBERED) {
-  rules_.reserved.push_back(STACKS);
+  _reserve();
   rules_.mustBeHigh = settings_.mustBeHigh;
-}
-
-const recordings::MappedFile& Preparation::unknownFile() {
-  static const recordings::MappedFile file{
-      "[unknown]", recordings::MappedFile::Kind::FILE, {}, 0, {}, 0};
-  return file;
 }
 
 Preparation::Mode Preparation::_modeOf(std::uint16_t misc) {
@@ -55,10 +54,30 @@ Preparation::Mode Preparation::_modeOf(std::uint16_t misc) {
 void Preparation::onMap(const recordings::MapRecord& map) {
   const recordings::KernelImage& kernel = processes_.kernel();
   const std::uint64_t startBefore = kernel.start;
+  const std::uint64_t endBefore = kernel.end;
   processes_.onMap(map);
   runTimeCode_.onMap(map);
-  if (kernel.start != startBefore) {
-    rules_.reserved = {STACKS, {kernel.start, kernel.farthestEnd - 1}};
+  if (kernel.start != startBefore || kernel.end != endBefore) {
+    _reserve();
+  }
+}
+
+// Before the first sample in it is placed.
+void Preparation::_assumeKernel() {
+  isKernelSettled_ = true;
+  if (processes_.kernel().start == processes_.kernel().end && settings_.assumedKernel) {
+    if (const auto kernel = settings_.assumedKernel()) {
+      processes_.assumeKernel(*kernel);
+      _reserve();
+    }
+  }
+}
+
+void Preparation::_reserve() {
+  const recordings::KernelImage& kernel = processes_.kernel();
+  rules_.reserved = {STACKS};
+  if (kernel.start != kernel.end) {
+    rules_.reserved.push_back({kernel.start, kernel.farthestEnd - 1});
   }
 }
 
@@ -76,33 +95,85 @@ void Preparation::onFork(const recordings::TaskRecord& task) {
   }
 }
 
-void Preparation::onExit(const recordings::TaskRecord& task) { processes_.onExit(task); }
+void Preparation::onExit(const recordings::TaskRecord& task) {
+  processes_.onExit(task);
+  if (processes_.hasLongGone()) {
+    _forgetLongGone();
+  }
+}
+
+void Preparation::_forgetLongGone() {
+  _finishWaiting();
+  processes_.forgetLongGone([this](std::uint32_t tid) { _setAside(tid); });
+  tasks_.fill({});
+  std::fill(remembered_.begin(), remembered_.end(), Remembered());
+}
+
+// Not where writing it down would cost more than its samples did.
+void Preparation::_setAside(std::uint32_t tid) {
+  const std::string& name = processes_.nameOf(tid);
+  PlainProcess* const process = plainProcesses_.inHand(tid);
+  if (process != nullptr && process->newHits >= process->placement.size()) {
+    process->name = name;
+    plainProcesses_.setAside(tid);
+  }
+  SampledThread* const thread = threads_.inHand(tid);
+  if (thread != nullptr && thread->newSamples >= thread->underOthers.size()) {
+    if (!thread->isNameSettled) {
+      thread->rename(name);
+    }
+    threads_.setAside(tid);
+  }
+}
 
 Preparation::Task& Preparation::_taskOf(const recordings::Sample& sample) {
   Task& task = tasks_[(sample.tid ^ sample.pid * 31) % TASKS];
   if (task.thread == nullptr || task.pid != sample.pid || task.tid != sample.tid) {
-    const auto [place, isNew] = threads_.try_emplace(sample.tid);
-    if (isNew) {
-      // Two threads are the converter's own: their process is not to be chosen.
-      place->second.pid = sample.tid <= 1 ? sample.tid : sample.pid;
-    }
-    task = {sample.pid, sample.tid, &processes_.process(sample.pid), &place->second,
-            &plainProcesses_[place->second.pid]};
+    const std::uint32_t writtenTid = _writtenTid(sample.pid, sample.tid);
+    task = {sample.pid,
+            sample.tid,
+            writtenTid,
+            &processes_.process(sample.pid),
+            &threads_[writtenTid],
+            &plainProcesses_[sample.pid]};
   }
   return task;
+}
+
+// The converter knows one process of each tid. A tid that another process had before, or that tells
+// nothing (-1, of a task that is gone), becomes one that no task has.
+std::uint32_t Preparation::_writtenTid(std::uint32_t pid, std::uint32_t tid) {
+  // Two threads are the converter's own: their process is not to be chosen.
+  if (tid > 1 || pid == tid) {
+    SampledThread& first = threads_[tid];
+    if (first.samples == 0) {
+      first.recordedTid = tid;
+      first.pid = pid;
+    }
+    if (first.pid == pid) {
+      return tid;
+    }
+    first.isNameSettled = true;
+  }
+  const auto [place, isNew] = substitutes_.try_emplace({pid, tid}, nextSubstitute_);
+  if (isNew) {
+    while (threads_.contains(nextSubstitute_)) {
+      ++nextSubstitute_;
+    }
+    place->second = nextSubstitute_++;
+    SampledThread& thread = threads_[place->second];
+    thread.pid = pid;
+    thread.recordedTid = tid;
+    thread.isNameSettled = true;
+  }
+  return place->second;
 }
 
 void Preparation::_countName(Task& task) {
   SampledThread& thread = *task.thread;
   ++thread.samples;
-  const std::string& name = processes_.thread(task.tid).name;
-  if (name != thread.name) {
-    if (thread.underName > 0) {
-      thread.underOthers[thread.name] += thread.underName;
-    }
-    thread.name = name;
-    thread.underName = 0;
-  }
+  ++thread.newSamples;
+  thread.rename(processes_.nameOf(task.tid));
   ++thread.underName;
 }
 
@@ -166,7 +237,7 @@ std::uint64_t Preparation::_placeSampled(Task& task, Mode mode, std::uint64_t ad
   } else {
     const std::uint64_t start = address & ~(UNKNOWN_SIZE - 1);
     const recordings::Mapping unknown{start, start + std::min(UNKNOWN_SIZE, ~start), start,
-                                      &unknownFile()};
+                                      &Placement::unknownFile()};
     piece = &task.plain->placement.place(unknown, address, rules_);
     piece->hit(address);
   }
@@ -215,12 +286,13 @@ void Preparation::_addPlaced(ModeCounts& counts, Piece* piece, std::uint64_t add
 
 // The words of a chain after each mark begin with the interrupted address itself; in the part that
 // was sampled, that is the sample's own and stands in front already.
-void Preparation::_addCallers(Task& task, Mode sampled, const recordings::Sample& sample) {
+void Preparation::_addCallers(Task& task, Mode sampled, std::uint32_t event,
+                              const recordings::Sample& sample) {
   Mode mode = Mode::USER;
   bool isSampledNext = sampled == mode;
   const bool hasBranches =
       sample.branches.size() > 0 &&
-      (recording_.layout(0).attribute().branchSampleType & abi::BRANCH_CALL_STACK) != 0;
+      (recording_.layout(event).attribute().branchSampleType & abi::BRANCH_CALL_STACK) != 0;
   for (std::size_t i = 0; i < sample.chainLength(); ++i) {
     const std::uint64_t word = sample.chainWord(i);
     if (word >= abi::CONTEXT_FIRST) {
@@ -258,20 +330,25 @@ void Preparation::onSample(std::uint32_t event, const recordings::Sample& sample
   Task& task = _taskOf(sample);
   _countName(task);
   const Mode mode = _modeOf(sample.misc);
+  if (mode == Mode::KERNEL && !isKernelSettled_) {
+    _assumeKernel();
+  }
   areCallersCounted_ = counts_.samples() % CALLERS_COUNTED_EVERY == 0;
   frames_.clear();
   frames_.push_back(_placeSampled(task, mode, sample.ip));
-  _addCallers(task, mode, sample);
+  _addCallers(task, mode, event, sample);
   if (sample.userStack.empty() && waiting_.empty()) {
-    _write(sample);
+    _write(sample, task);
   } else {
     _wait(event, sample, task, mode);
   }
 }
 
-void Preparation::_write(const recordings::Sample& sample) {
+void Preparation::_write(const recordings::Sample& sample, const Task& task) {
   counts_.longestChain = std::max(counts_.longestChain, frames_.size());
-  output_.addSample(sample, frames_);
+  counts_.renumberedSamples += task.writtenTid != task.tid ? 1 : 0;
+  task.plain->newHits += frames_.size();
+  output_.addSample(sample, task.writtenTid, frames_);
 }
 
 // Chains are found for many samples at once; the maps of the moment are kept with each.
@@ -321,24 +398,24 @@ void Preparation::_finishWaiting() {
         _addUserCaller(waiting.task, waiting.dump->maps, waiting.version, found[i]);
       }
     }
-    _write(waiting.sample);
+    _write(waiting.sample, waiting.task);
   }
   waiting_.clear();
 }
 
 void Preparation::finish() {
   _finishWaiting();
-  for (auto& [tid, thread] : threads_) {
-    const std::string& last = processes_.thread(tid).name;
-    if (thread.name != last && thread.underName > 0) {
-      thread.underOthers[thread.name] += thread.underName;
-      thread.underName = 0;
+  plainProcesses_.forEachInHand([this](std::uint32_t pid, PlainProcess& process) {
+    process.name = processes_.nameOf(pid).empty() ? process.name : processes_.nameOf(pid);
+  });
+  threads_.forEachInHand([this](std::uint32_t tid, SampledThread& thread) {
+    if (!thread.isNameSettled) {
+      thread.rename(processes_.nameOf(tid));
     }
-    thread.name = last;
-    for (const auto& [name, samples] : thread.underOthers) {
-      counts_.samplesUnderOtherNames += name != last ? samples : 0;
-    }
-  }
+  });
+  threads_.forEach([this](std::uint32_t, const SampledThread& thread) {
+    counts_.samplesUnderOtherNames += thread.samplesUnderOtherNames();
+  });
 }
 
 }  // namespace prepare

@@ -1,6 +1,7 @@
 // Turns the records of a recording, as they come in the order of time, into a plain recording: each
 // address is looked up at its moment, and placed so that the converter, which knows no moments,
-// comes to the same answer. Memory does not grow with the number of samples. One thread.
+// comes to the same answer. Memory grows neither with the number of samples nor with that of the
+// processes that have ended. One thread.
 #pragma once
 
 #include <array>
@@ -8,13 +9,16 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "prepare/AddressCounts.h"
 #include "prepare/Placement.h"
 #include "prepare/PlainRecording.h"
+#include "prepare/PlainTasks.h"
 #include "prepare/RunTimeCode.h"
+#include "prepare/ShelvedTable.h"
 #include "prepare/StackDumps.h"
 #include "recordings/Processes.h"
 #include "recordings/Recording.h"
@@ -34,23 +38,10 @@ struct PreparationCounts {
   ModeCounts userCallers;
   std::uint64_t movedSamples = 0;
   std::uint64_t samplesUnderOtherNames = 0;  // than the thread's last
+  std::uint64_t renumberedSamples = 0;       // of threads that have another tid now
   std::size_t longestChain = 0;              // frames, the sampled address included
 
   std::uint64_t samples() const { return kernelSamples.all + userSamples.all; }
-};
-
-// A process as the converter will see it.
-struct PlainProcess {
-  Placement placement;
-  std::uint64_t kernelHits = 0;  // samples and callers in the kernel itself
-};
-
-struct SampledThread {
-  std::uint32_t pid = 0;  // of its first sample; a tid that comes again stays with this process
-  std::uint64_t samples = 0;
-  std::string name;  // of the samples counted in `underName`
-  std::uint64_t underName = 0;
-  std::map<std::string, std::uint64_t> underOthers;
 };
 
 class Preparation : public recordings::RecordVisitor {
@@ -59,6 +50,10 @@ class Preparation : public recordings::RecordVisitor {
     std::vector<bool> wantedEvents;
     bool keepUnknown = false;      // addresses of call chains that no map holds
     std::size_t mostFrames = 127;  // of a chain that is found from a stack dump
+    // Where temporary files are made.
+    std::string scratchDirectory;
+    // Asked once, and only if samples fell into a kernel that no map tells of.
+    std::function<std::optional<recordings::KernelImage>()> assumedKernel;
     std::function<bool(const recordings::Mapping&)> mustBeHigh;
     StackDumps::Locator locate;
     std::function<void(std::uint64_t, std::uint64_t)> progress;
@@ -84,8 +79,9 @@ class Preparation : public recordings::RecordVisitor {
   const recordings::Processes& processes() const { return processes_; }
   const RunTimeCode& runTimeCode() const { return runTimeCode_; }
   // By the pid that they have in the plain recording.
-  const std::map<std::uint32_t, PlainProcess>& plainProcesses() const { return plainProcesses_; }
-  const std::map<std::uint32_t, SampledThread>& threads() const { return threads_; }
+  const ShelvedTable<PlainProcess>& plainProcesses() const { return plainProcesses_; }
+  // By the tid that they have there.
+  const ShelvedTable<SampledThread>& threads() const { return threads_; }
 
   // Sampled addresses, and callers of every CALLERS_COUNTED_EVERY-th sample, by MappedFile::index
   // (KERNEL_INDEX: the kernel itself) and address in that file, as recorded (offsets for files).
@@ -94,15 +90,13 @@ class Preparation : public recordings::RecordVisitor {
   static constexpr std::uint32_t KERNEL_INDEX = 0x7fffffff;
   static constexpr std::uint64_t CALLERS_COUNTED_EVERY = 8;
 
-  // What the pieces of addresses that no map holds refer to.
-  static const recordings::MappedFile& unknownFile();
-
  private:
   enum class Mode { KERNEL, USER, OTHER };
-  // Who a sample is of. Its pointers stay good.
+  // Who a sample is of. Its pointers stay good until processes are forgotten.
   struct Task {
     std::uint32_t pid = 0;
     std::uint32_t tid = 0;
+    std::uint32_t writtenTid = 0;
     recordings::Process* process = nullptr;
     SampledThread* thread = nullptr;
     PlainProcess* plain = nullptr;
@@ -125,11 +119,17 @@ class Preparation : public recordings::RecordVisitor {
   };
   static constexpr std::size_t MOST_WAITING = 256;
   static constexpr std::size_t TASKS = 1024;
+  static constexpr std::uint32_t FIRST_SUBSTITUTE = 0x80000000;
   static constexpr std::size_t REMEMBERED = 8192;
 
   Task& _taskOf(const recordings::Sample& sample);
+  std::uint32_t _writtenTid(std::uint32_t pid, std::uint32_t tid);
+  void _forgetLongGone();
+  void _setAside(std::uint32_t tid);
   void _countName(Task& task);
   bool _isInKernel(std::uint64_t address) const;
+  void _assumeKernel();
+  void _reserve();
   Piece* _findPiece(Task& task, Mode mode, std::uint64_t address);
   Piece* _findPieceIn(Task& task, const recordings::AddressSpace& maps, std::uint64_t version,
                       std::uint64_t address);
@@ -139,10 +139,10 @@ class Preparation : public recordings::RecordVisitor {
   void _addUserCaller(Task& task, const recordings::AddressSpace& maps, std::uint64_t version,
                       std::uint64_t address);
   void _addPlaced(ModeCounts& counts, Piece* piece, std::uint64_t address);
-  void _write(const recordings::Sample& sample);
+  void _write(const recordings::Sample& sample, const Task& task);
   void _wait(std::uint32_t event, const recordings::Sample& sample, const Task& task, Mode mode);
   void _finishWaiting();
-  void _addCallers(Task& task, Mode sampled, const recordings::Sample& sample);
+  void _addCallers(Task& task, Mode sampled, std::uint32_t event, const recordings::Sample& sample);
   void _addBranches(Task& task, const recordings::Sample& sample);
   static Mode _modeOf(std::uint16_t misc);
 
@@ -152,11 +152,14 @@ class Preparation : public recordings::RecordVisitor {
   PlacementRules rules_;
   recordings::Processes processes_;
   RunTimeCode runTimeCode_;
-  std::map<std::uint32_t, PlainProcess> plainProcesses_;
-  std::map<std::uint32_t, SampledThread> threads_;
+  ShelvedTable<PlainProcess> plainProcesses_;
+  ShelvedTable<SampledThread> threads_;
+  std::map<std::pair<std::uint32_t, std::uint32_t>, std::uint32_t> substitutes_;  // by pid and tid
+  std::uint32_t nextSubstitute_ = FIRST_SUBSTITUTE;
   PreparationCounts counts_;
   AddressCounts sampledAddresses_;
   AddressCounts callerAddresses_;
+  bool isKernelSettled_ = false;
   bool areCallersCounted_ = false;  // of the sample in hand
   std::array<Task, TASKS> tasks_;
   std::vector<Remembered> remembered_;

@@ -11,6 +11,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "prepare/AssumedKernel.h"
 #include "prepare/Bundle.h"
 #include "prepare/Bundling.h"
 #include "prepare/Contents.h"
@@ -116,11 +117,15 @@ class LowMaps {
 struct Attempt {
   Attempt(Recording& source, const Options& options, const std::string& path,
           const std::vector<bool>& wanted, std::uint32_t event, const RecordedFiles& files,
-          LowMaps& lowMaps, Progress& progress)
+          LowMaps& lowMaps, Progress& progress, const std::string& scratchDirectory)
       : output(path, source.events()[event].attribute, fieldsOf(source, event)),
         preparation(
             source, output,
-            {wanted, options.keepUnknown, options.maxFrames,
+            {wanted, options.keepUnknown, options.maxFrames, scratchDirectory,
+             [&options, &files] {
+               return assumedKernel(options.recording, options.listing.kallsyms,
+                                    files.isThisMachine());
+             },
              [&lowMaps](const recordings::Mapping& map) { return lowMaps.mustBeHigh(map); },
              [&files](const recordings::MappedFile& file) { return files.locationOf(file); },
              [&progress](std::uint64_t done, std::uint64_t all) { progress.show(done, all); }}) {}
@@ -267,9 +272,9 @@ class Run {
     for (const TimeOrder::Trust trust : {TimeOrder::Trust::ROUNDS, TimeOrder::Trust::NOTHING}) {
       if (!isInOrder) {
         attempt_.reset();
-        attempt_ = std::make_unique<Attempt>(*recording_, options_,
-                                             folder_.workPath(ConverterFiles::RECORDING), wanted_,
-                                             event_, recorded_, lowMaps_, progress_);
+        attempt_ = std::make_unique<Attempt>(
+            *recording_, options_, folder_.workPath(ConverterFiles::RECORDING), wanted_, event_,
+            recorded_, lowMaps_, progress_, folder_.workPath());
         isInOrder = recording_->walk(attempt_->preparation, trust, folder_.workPath(), walk_);
       }
     }

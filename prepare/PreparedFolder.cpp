@@ -60,14 +60,25 @@ PreparedFolder::PreparedFolder(const std::string& place) : place_(absolute(place
   const mode_t mask = umask(0);
   umask(mask);
   chmod(work_.c_str(), 0777 & ~mask);
-  write(MARK, "");
+  try {
+    write(MARK, "");
+  } catch (...) {
+    // Without a descriptor, which may be what is missing.
+    unlink(workPath(MARK).c_str());
+    rmdir(work_.c_str());
+    throw;
+  }
 }
 
 PreparedFolder::~PreparedFolder() {
   if (!isCommitted_) {
-    std::error_code ignored;
-    fs::remove_all(work_, ignored);
+    _remove();
   }
+}
+
+void PreparedFolder::_remove() const {
+  std::error_code ignored;
+  fs::remove_all(work_, ignored);
 }
 
 void PreparedFolder::write(const std::string& name, const std::string& text) const {
@@ -97,8 +108,7 @@ void PreparedFolder::commit() {
     isCommitted_ = true;
     return;
   }
-  std::error_code ignored;
-  fs::remove_all(work_, ignored);
+  _remove();
   isCommitted_ = true;
 }
 

@@ -31,6 +31,8 @@ class PreparedFolder {
   static std::string placeFor(const std::string& recording);
 
  private:
+  void _remove() const;
+
   std::string place_;
   std::string work_;
   bool isCommitted_ = false;

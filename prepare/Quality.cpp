@@ -249,7 +249,7 @@ void Quality::_explain() {
 }
 
 void Quality::_explainFile(const HitFile& hit) {
-  if (hit.file == &Preparation::unknownFile()) {
+  if (hit.file == &Placement::unknownFile()) {
     return;
   }
   const auto counted = samplesOfFile_.find(hit.file->index);
@@ -392,11 +392,11 @@ std::string Quality::json() const {
   json.endArray();
   members.array("moved");
   std::size_t moved = 0;
-  for (const auto& process : preparation_.plainProcesses()) {
-    process.second.placement.forEach([&](std::uint64_t written, const Piece& piece) {
+  preparation_.plainProcesses().forEach([&](std::uint32_t pid, const PlainProcess& process) {
+    process.placement.forEach([&](std::uint64_t written, const Piece& piece) {
       if (piece.shift != 0 && moved++ < LINES_OF_MOVED) {
         json.startObject();
-        members.number("pid", process.first)
+        members.number("pid", pid)
             .text("name", piece.file->name)
             .number("from", piece.low)
             .number("to", written)
@@ -405,7 +405,20 @@ std::string Quality::json() const {
         json.endObject();
       }
     });
-  }
+  });
+  json.endArray();
+  members.array("renumbered");
+  std::size_t renumbered = 0;
+  preparation_.threads().forEach([&](std::uint32_t tid, const SampledThread& thread) {
+    if (thread.recordedTid != tid && renumbered++ < LINES_OF_MOVED) {
+      json.startObject();
+      members.number("pid", thread.pid)
+          .number("tid", thread.recordedTid)
+          .number("as", tid)
+          .number("samples", thread.samples);
+      json.endObject();
+    }
+  });
   json.endArray();
   members.array("nameless");
   for (const Nameless& nameless : nameless_) {

@@ -109,6 +109,7 @@ constexpr std::uint16_t MISC_CPUMODE = 7;
 constexpr std::uint16_t MISC_KERNEL = 1;
 constexpr std::uint16_t MISC_USER = 2;
 constexpr std::uint16_t MISC_GUEST_KERNEL = 4;
+constexpr std::uint16_t MISC_GUEST_USER = 5;
 constexpr std::uint16_t MISC_MMAP_DATA = 1u << 13;
 constexpr std::uint16_t MISC_COMM_EXEC = 1u << 13;
 constexpr std::uint16_t MISC_FORK_EXEC = 1u << 13;  // made by perf for a living process

@@ -18,8 +18,9 @@ class Decompressor {
 
   // What is to be unpacked next; borrowed until it is used up.
   void give(Bytes packed);
-  // Unpacked bytes, at least one record long unless the input is used up; stays valid until take().
-  // False if the bytes given are no zstd stream.
+  // More unpacked bytes: called again until there is a whole record or isUsedUp(), they grow to
+  // more than a record can have. Valid until the next call. False if the bytes given are no zstd
+  // stream.
   bool unpack();
   Bytes unpacked() const { return Bytes(buffer_.get() + first_, last_ - first_); }
   // The first `bytes` of unpacked() have been read.
@@ -31,9 +32,12 @@ class Decompressor {
   struct Stream;
   std::unique_ptr<Stream> stream_;
   std::unique_ptr<unsigned char[]> buffer_;
+  std::size_t capacity_;
   std::size_t first_ = 0;
   std::size_t last_ = 0;
   bool isDrained_ = true;
+
+  void _makeRoom();
 };
 
 }  // namespace recordings

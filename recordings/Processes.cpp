@@ -8,8 +8,6 @@ namespace recordings {
 
 namespace {
 
-// Samples of a process may follow its end, but not by much.
-constexpr std::size_t GONE_KEPT = 4096;
 constexpr std::uint64_t KERNEL_BEHIND_TEXT = 32 * 1024 * 1024;
 constexpr std::uint64_t END_OF_32_BITS = 1ull << 32;
 
@@ -36,6 +34,17 @@ std::uint64_t startOfKernelFromZero(const MapRecord& map) {
 
 }  // namespace
 
+void KernelImage::setEnd(std::uint64_t newEnd) {
+  end = newEnd;
+  farthestEnd = end + std::min(KERNEL_BEHIND_TEXT, ~end);
+}
+
+void Processes::assumeKernel(const KernelImage& kernel) {
+  kernel_ = kernel;
+  kernel_.setEnd(kernel.end);
+  kernel_.isAssumed = true;
+}
+
 Process& Processes::process(std::uint32_t pid) {
   const auto [place, isNew] = processes_.try_emplace(pid);
   if (isNew) {
@@ -61,6 +70,9 @@ void Processes::onMap(const MapRecord& map) {
   if (map.isOfKernel()) {
     _onKernelMap(map);
     return;
+  }
+  if ((map.misc & abi::MISC_CPUMODE) == abi::MISC_GUEST_USER) {
+    return;  // of a process of another machine, whatever has this pid here
   }
   if (map.isData()) {
     // Not code; but what it covers is no longer what it was.
@@ -97,8 +109,8 @@ void Processes::_onKernelMap(const MapRecord& map) {
     const bool isGuest = map.name.starts_with("[guest");
     if (!isGuest && map.length > 0) {
       kernel_.start = map.start == 0 ? startOfKernelFromZero(map) : map.start;
-      kernel_.end = endOf(map);
-      kernel_.farthestEnd = kernel_.end + std::min(KERNEL_BEHIND_TEXT, ~kernel_.end);
+      kernel_.setEnd(endOf(map));
+      kernel_.isAssumed = false;
       kernel_.referenceAddress = map.pageOffset;
       kernel_.referenceName = nameEnd == std::string::npos ? "" : map.name.substr(nameEnd + 1);
       if (kernel_.referenceName.empty()) {
@@ -148,30 +160,46 @@ void Processes::onComm(const CommRecord& comm) {
 void Processes::onFork(const TaskRecord& task) {
   Thread& child = thread(task.tid);
   child.name = thread(task.parentTid).name;
+  child.life = ++versions_;
   if (task.pid == task.parentPid) {
-    return;  // a thread: shares its process's maps
+    ++process(task.pid).otherThreads;
+    return;  // shares its process's maps
   }
   const AddressSpace inherited = task.isMadeByPerf ? AddressSpace() : process(task.parentPid).maps;
   Process& started = process(task.pid);
   started.maps = inherited;
+  started.otherThreads = 0;
+  started.hasFirstEnded = false;
   _changed(started);
 }
 
 void Processes::onExit(const TaskRecord& task) {
-  if (task.pid == task.tid) {
-    gone_.emplace_back(task.pid, process(task.pid).version);
-    _forgetLongGone();
+  gone_.push_back({task.pid, task.tid, thread(task.tid).life});
+  Process& owner = process(task.pid);
+  if (task.tid == task.pid) {
+    owner.hasFirstEnded = true;
+  } else if (owner.otherThreads > 0 && --owner.otherThreads == 0 && owner.hasFirstEnded) {
+    gone_.push_back({task.pid, task.pid, thread(task.pid).life});
   }
 }
 
-void Processes::_forgetLongGone() {
+void Processes::forgetLongGone(const std::function<void(std::uint32_t)>& onForgetting) {
   while (gone_.size() > GONE_KEPT) {
-    const auto [pid, version] = gone_.front();
+    const Gone gone = gone_.front();
     gone_.pop_front();
-    const auto place = processes_.find(pid);
-    // Unless the pid has come again, or other threads of the process have gone on mapping.
-    if (place != processes_.end() && place->second.version == version) {
-      place->second.maps.clear();
+    const auto place = threads_.find(gone.tid);
+    if (place == threads_.end() || place->second.life != gone.life) {
+      continue;  // the tid has come again
+    }
+    // Where the first thread ended before the others, the process goes on.
+    const auto owner = processes_.find(gone.tid);
+    if (owner != processes_.end() && owner->second.otherThreads > 0) {
+      continue;
+    }
+    onForgetting(gone.tid);
+    threads_.erase(place);
+    if (owner != processes_.end()) {
+      processes_.erase(owner);
     }
   }
 }

@@ -1,11 +1,13 @@
 // The processes of a recording at the moment that its walk has reached, as the kernel keeps them: a
 // fork copies the parent's maps, a new program drops them, a new map covers older ones, threads
 // share their process's maps, and a pid may come again. To be told of every record in the order of
-// time. One thread.
+// time. Memory grows with the processes that live, not with those that have lived, as long as
+// forgetLongGone() is called. One thread.
 #pragma once
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -18,6 +20,8 @@ namespace recordings {
 
 struct Process {
   std::uint32_t pid = 0;
+  std::uint32_t otherThreads = 0;  // that have begun and not ended, besides the first
+  bool hasFirstEnded = false;
   AddressSpace maps;
   // Another number with each change of the maps: what was found out about them holds as long as it
   // stays.
@@ -26,7 +30,8 @@ struct Process {
 
 struct Thread {
   std::uint32_t tid = 0;
-  std::string name;  // empty: not known
+  std::string name;        // empty: not known
+  std::uint64_t life = 0;  // another number each time that a thread of this tid begins
 };
 
 // The kernel's side of the address space: itself, its modules, code that it made.
@@ -41,17 +46,30 @@ struct KernelImage {
   std::string referenceName;
   std::uint64_t referenceAddress = 0;
   BuildId buildId;
+  bool isAssumed = false;  // not told by the recording
+
+  void setEnd(std::uint64_t newEnd);
 };
 
 class Processes {
  public:
+  // As long as no map tells of the kernel, it is this one: start, end and reference.
+  void assumeKernel(const KernelImage& kernel);
   void onMap(const MapRecord& map);
   void onComm(const CommRecord& comm);
   void onFork(const TaskRecord& task);
   void onExit(const TaskRecord& task);
   void onKsymbol(const KsymbolRecord& symbol);
 
-  // Never null; made without maps or name if nothing was heard of it. Stays where it is.
+  // Samples of a task may follow its end, but not by much. Whether some ended so long ago that they
+  // should be forgotten now.
+  bool hasLongGone() const { return gone_.size() >= 2 * GONE_KEPT; }
+  // Forgets threads, and processes without threads, that have ended, all but the last GONE_KEPT.
+  // `onForgetting` is called for the tid of each just before.
+  void forgetLongGone(const std::function<void(std::uint32_t)>& onForgetting);
+  static constexpr std::size_t GONE_KEPT = 2048;
+
+  // Made without maps or name if nothing was heard of it. Stays where it is until it is forgotten.
   Process& process(std::uint32_t pid);
   Thread& thread(std::uint32_t tid);
   // Of the thread; empty if nothing was heard of it.
@@ -65,11 +83,15 @@ class Processes {
  private:
   void _onKernelMap(const MapRecord& map);
   void _changed(Process& process) { process.version = ++versions_; }
-  void _forgetLongGone();
+  struct Gone {
+    std::uint32_t pid;
+    std::uint32_t tid;
+    std::uint64_t life;
+  };
 
   std::map<std::uint32_t, Process> processes_;
   std::map<std::uint32_t, Thread> threads_;
-  std::deque<std::pair<std::uint32_t, std::uint64_t>> gone_;  // pid and version at its end
+  std::deque<Gone> gone_;
   Process kernelCode_;
   KernelImage kernel_;
   MappedFiles files_;

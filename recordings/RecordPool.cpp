@@ -1,73 +1,91 @@
 #include "recordings/RecordPool.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace recordings {
 
+// Begins with this, then records: in front of each the address of its block.
 struct RecordPool::Block {
+  std::size_t size;
   std::size_t used;  // bytes, this header included
   std::size_t records;
+  Block* older;
+  Block* younger;
+
+  unsigned char* bytes() { return reinterpret_cast<unsigned char*>(this); }
 };
 
 RecordPool::~RecordPool() {
-  for (Block* const block : all_) {
-    std::free(block);
+  while (youngest_ != nullptr) {
+    ::operator delete(std::exchange(youngest_, youngest_->older));
   }
 }
 
-// Blocks are aligned to their size.
-RecordPool::Block* RecordPool::_blockOf(const unsigned char* bytes) {
-  const auto address = reinterpret_cast<std::uintptr_t>(bytes);
-  return reinterpret_cast<Block*>(address & ~(std::uintptr_t{BLOCK_SIZE} - 1));
+RecordPool::Block* RecordPool::_makeBlock(std::size_t room) {
+  const std::size_t size = std::max(nextSize_, sizeof(Block) + room);
+  nextSize_ = std::min(nextSize_ * 2, LAST_BLOCK_SIZE);
+  Block* const block = new (::operator new(size)) Block{size, sizeof(Block), 0, youngest_, nullptr};
+  if (youngest_ != nullptr) {
+    youngest_->younger = block;
+  }
+  youngest_ = block;
+  return block;
 }
 
-void RecordPool::_beginBlock() {
+void RecordPool::_beginBlock(std::size_t room) {
   if (free_.empty()) {
-    void* const memory = std::aligned_alloc(BLOCK_SIZE, BLOCK_SIZE);
-    if (memory == nullptr) {
-      throw std::bad_alloc();
-    }
-    current_ = static_cast<Block*>(memory);
-    all_.push_back(current_);
-    free_.reserve(all_.size());
+    current_ = _makeBlock(room);
   } else {
     current_ = free_.back();
     free_.pop_back();
   }
-  *current_ = {sizeof(Block), 0};
-  ++usedBlocks_;
+  usedBytes_ += current_->size;
+}
+
+// No record is left in it.
+void RecordPool::_endBlock(Block* block) {
+  usedBytes_ -= block->size;
+  if (block->size == LAST_BLOCK_SIZE) {
+    block->used = sizeof(Block);
+    free_.push_back(block);
+    return;
+  }
+  (block == youngest_ ? youngest_ : block->younger->older) = block->older;
+  if (block->older != nullptr) {
+    block->older->younger = block->younger;
+  }
+  ::operator delete(block);
 }
 
 const unsigned char* RecordPool::copy(Bytes record) {
-  const std::size_t room = (record.size() + 7) & ~std::size_t{7};
-  if (current_ == nullptr || current_->used + room > BLOCK_SIZE) {
-    Block* const full = current_;
-    _beginBlock();
-    if (full != nullptr && full->records == 0) {
-      free_.push_back(full);
-      --usedBlocks_;
+  const std::size_t room = sizeof(Block*) + ((record.size() + 7) & ~std::size_t{7});
+  if (current_ == nullptr || current_->used + room > current_->size) {
+    if (current_ != nullptr && current_->records == 0) {
+      _endBlock(current_);
     }
+    _beginBlock(room);
   }
-  unsigned char* const at = reinterpret_cast<unsigned char*>(current_) + current_->used;
-  std::memcpy(at, record.data(), record.size());
+  unsigned char* const at = current_->bytes() + current_->used;
+  std::memcpy(at, &current_, sizeof(Block*));
+  std::memcpy(at + sizeof(Block*), record.data(), record.size());
   current_->used += room;
   ++current_->records;
-  return at;
+  return at + sizeof(Block*);
 }
 
 void RecordPool::free(const unsigned char* bytes) {
-  Block* const block = _blockOf(bytes);
+  Block* block = nullptr;
+  std::memcpy(&block, bytes - sizeof(Block*), sizeof(Block*));
   if (--block->records > 0) {
     return;
   }
   if (block == current_) {
     block->used = sizeof(Block);
   } else {
-    free_.push_back(block);
-    --usedBlocks_;
+    _endBlock(block);
   }
 }
 

@@ -1,5 +1,6 @@
 // Memory for copies of records that are all freed soon, in about the order in which they came:
-// blocks that return to the pool when the last record in them is freed. One thread.
+// blocks that return to the pool when the last record in them is freed. The first ones are small,
+// for recordings that are. One thread.
 #pragma once
 
 #include <cstddef>
@@ -31,21 +32,24 @@ class RecordPool {
   const unsigned char* copy(Bytes record);
   void free(const unsigned char* bytes);
   // Bytes in blocks that hold a record.
-  std::size_t usedBytes() const { return usedBlocks_ * BLOCK_SIZE; }
+  std::size_t usedBytes() const { return usedBytes_; }
 
   static constexpr std::size_t LARGEST_RECORD = 65535;
 
  private:
-  static constexpr std::size_t BLOCK_SIZE = 256 * 1024;
+  static constexpr std::size_t FIRST_BLOCK_SIZE = 4 * 1024;
+  static constexpr std::size_t LAST_BLOCK_SIZE = 256 * 1024;
   struct Block;
 
-  static Block* _blockOf(const unsigned char* bytes);
-  void _beginBlock();
+  void _beginBlock(std::size_t room);
+  void _endBlock(Block* block);
+  Block* _makeBlock(std::size_t room);
 
   Block* current_ = nullptr;
-  std::vector<Block*> free_;
-  std::vector<Block*> all_;
-  std::size_t usedBlocks_ = 0;
+  std::vector<Block*> free_;   // of LAST_BLOCK_SIZE
+  Block* youngest_ = nullptr;  // of all that there are, in a chain
+  std::size_t nextSize_ = FIRST_BLOCK_SIZE;
+  std::size_t usedBytes_ = 0;
 };
 
 // Sorts by time; equal times keep their order. Fast where ascending stretches follow each other, as

@@ -53,6 +53,13 @@ class DocumentSamples:
     def __len__(self) -> int:
         return len(self.ip)
 
+    def restore_threads(self, renumbered: list[dict[str, int]]) -> None:
+        """Gives threads the tids that they were recorded with: `renumbered` of quality.json."""
+        recorded = {thread["as"]: thread["tid"] for thread in renumbered}
+        for index, tid in enumerate(self.tid):
+            if tid in recorded:
+                self.tid[index] = recorded[tid]
+
 
 def readable(name: str) -> str:
     """A function's name without what the document puts into it: blanks behind short names, wide signs."""

@@ -12,7 +12,6 @@
 
 namespace {
 
-constexpr std::size_t CONSTANT_BYTES = 1024 * 1024;
 constexpr std::size_t BYTES_PER_INPUT_BYTE = 64;
 
 std::atomic<long long> heldBytes{0};
@@ -123,9 +122,10 @@ AllocationMeter::AllocationMeter() {
 
 std::size_t AllocationMeter::peak() const { return static_cast<std::size_t>(peakBytes.load()); }
 
-void requireBoundedMemory(const AllocationMeter& meter, std::size_t inputSize) {
+void requireBoundedMemory(const AllocationMeter& meter, std::size_t inputSize,
+                          std::size_t constant) {
   const std::size_t peak = meter.peak();
-  if (peak > CONSTANT_BYTES + BYTES_PER_INPUT_BYTE * inputSize) {
+  if (peak > constant + BYTES_PER_INPUT_BYTE * inputSize) {
     reportFinding(std::to_string(peak) + " bytes of memory for an input of " +
                   std::to_string(inputSize));
   }

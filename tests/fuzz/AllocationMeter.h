@@ -17,4 +17,6 @@ class AllocationMeter {
 
 // Reports a finding when reading `inputSize` bytes took more than the program promises: a constant
 // plus 64 bytes for each byte of input.
-void requireBoundedMemory(const AllocationMeter& meter, std::size_t inputSize);
+inline constexpr std::size_t MEMORY_AT_REST = std::size_t{1024} * 1024;
+void requireBoundedMemory(const AllocationMeter& meter, std::size_t inputSize,
+                          std::size_t constant = MEMORY_AT_REST);

@@ -8,12 +8,16 @@
 #include "recordings/Processes.h"
 #include "recordings/Recording.h"
 #include "recordings/RecordingError.h"
+#include "tests/fuzz/AllocationMeter.h"
 #include "tests/fuzz/FuzzTarget.h"
 
 namespace {
 
 using recordings::Bytes;
 using recordings::TimeOrder;
+
+// Few packed bytes may be many records, of which so many bytes are held to be sorted.
+constexpr std::size_t MEMORY_TO_SORT = 2 * TimeOrder::MEMORY_LIMIT;
 
 class Follower : public recordings::RecordVisitor {
  public:
@@ -34,7 +38,12 @@ class Follower : public recordings::RecordVisitor {
   void onMap(const recordings::MapRecord& map) override { processes_.onMap(map); }
   void onComm(const recordings::CommRecord& comm) override { processes_.onComm(comm); }
   void onFork(const recordings::TaskRecord& task) override { processes_.onFork(task); }
-  void onExit(const recordings::TaskRecord& task) override { processes_.onExit(task); }
+  void onExit(const recordings::TaskRecord& task) override {
+    processes_.onExit(task);
+    if (processes_.hasLongGone()) {
+      processes_.forgetLongGone([](std::uint32_t) {});
+    }
+  }
   void onKsymbol(const recordings::KsymbolRecord& symbol) override { processes_.onKsymbol(symbol); }
   void onProgress(std::uint64_t, std::uint64_t) override {}
 
@@ -55,6 +64,7 @@ class Follower : public recordings::RecordVisitor {
 extern "C" int LLVMFuzzerInitialize(int*, char***) { return 0; }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+  const AllocationMeter meter;
   try {
     recordings::Recording recording(std::make_unique<recordings::MemoryInput>(Bytes(data, size)));
     recordings::WalkCounts counts;
@@ -67,5 +77,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   } catch (const recordings::RecordingError& error) {
     require(*error.what() != '\0', "a refusal says why");
   }
+  requireBoundedMemory(meter, size, MEMORY_AT_REST + MEMORY_TO_SORT);
   return 0;
 }

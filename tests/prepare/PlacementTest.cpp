@@ -76,6 +76,68 @@ TEST_F(PlacementTest, OfTwoThingsAtOneAddressTheSecondMoves) {
   expectApart();
 }
 
+// Only the pages of what was hit in both are in doubt.
+TEST_F(PlacementTest, OtherPagesOfWhatHasMovedStayWhereTheyAreFree) {
+  const Mapping first{0x400000, 0x500000, 0, &A};
+  const Mapping second{0x400000, 0x500000, 0, &B};
+  hit(first, 0x410100);
+  hit(first, 0x412100);
+  EXPECT_NE(0x411000u, hit(second, 0x411000));
+  EXPECT_NE(0x410008u, hit(second, 0x410008));  // the same page as a hit of the other
+  EXPECT_EQ(0x420000u, hit(second, 0x420000));
+  EXPECT_EQ(0x40f000u, hit(second, 0x40f000));
+  EXPECT_EQ(0x4fffffu, hit(second, 0x4fffff));
+  EXPECT_NE(0x411fffu, hit(second, 0x411fff));
+  expectApart();
+}
+
+TEST_F(PlacementTest, WhatMovedInTwoStepsDoesNotOverlap) {
+  const Mapping first{0x400000, 0x500000, 0, &A};
+  const Mapping second{0x400000, 0x500000, 0, &B};
+  hit(first, 0x410100);
+  const std::uint64_t one = hit(second, 0x410100);
+  hit(first, 0x412100);
+  const std::uint64_t two = hit(second, 0x412100);
+  EXPECT_NE(0x412100u, two);
+  EXPECT_EQ(one, hit(second, 0x410100));
+  EXPECT_EQ(two, hit(second, 0x412100));
+  EXPECT_EQ(3u, pieces().size());
+  expectApart();
+}
+
+TEST_F(PlacementTest, AfterWritingDownEverythingStandsWhereItStood) {
+  recordings::MappedFiles files;
+  const MappedFile& one = files.get(MappedFile::Kind::FILE, "one", {});
+  const MappedFile& two = files.get(MappedFile::Kind::FILE, "two", {});
+  const Mapping first{0x401000, 0x403000, 0x1000, &one};
+  const Mapping second{0x401000, 0x402000, 0x1000, &two};
+  const Mapping unknown{0x700000, 0x710000, 0x700000, &Placement::unknownFile()};
+  hit(first, 0x401100);
+  const std::uint64_t moved = hit(second, 0x401100);
+  hit(unknown, 0x700123);
+  placement_.place(first, 0x401100, rules_).samples = 7;
+  placement_.place(second, 0x401100, rules_).callers = 9;
+  const std::vector<std::string> before = pieces();
+
+  prepare::ShelfWriter writer;
+  placement_.save(writer);
+  const std::string text = writer.take();
+  placement_ = Placement();
+  prepare::ShelfReader reader(text);
+  placement_.restore(reader, files);
+
+  EXPECT_EQ(before, pieces());
+  EXPECT_EQ(moved, hit(second, 0x401100));
+  EXPECT_EQ(0x401100u, hit(first, 0x401100));
+  EXPECT_EQ(0x700124u, hit(unknown, 0x700124));
+  EXPECT_EQ(7u, placement_.place(first, 0x401100, rules_).samples);
+  EXPECT_EQ(9u, placement_.place(second, 0x401100, rules_).callers);
+  EXPECT_EQ(before.size(), pieces().size());
+  // The next one that moves does not land on what moved before.
+  hit({0x401000, 0x402000, 0x1000, &C}, 0x401100);
+  expectApart();
+}
+
 TEST_F(PlacementTest, TheSameFileAtAnotherOffsetIsAnotherThing) {
   hit({0x401000, 0x403000, 0x1000, &A}, 0x401100);
   EXPECT_NE(0x401100u, hit({0x401000, 0x403000, 0x5000, &A}, 0x401100));

@@ -1,6 +1,7 @@
 // A recording, and the plain recording that it becomes: read back, with what its maps say.
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,16 +31,21 @@ constexpr std::uint64_t KERNEL_TEXT = 0xffffffff81000000;
 // The samples of a plain recording, written without names.
 class Prepared {
  public:
-  explicit Prepared(const std::string& bytes, bool keepUnknown = false) : bytes_(bytes) {
+  explicit Prepared(const std::string& bytes, bool keepUnknown = false,
+                    std::vector<bool> wantedEvents = {true},
+                    const std::optional<recordings::KernelImage>& kernel = std::nullopt)
+      : bytes_(bytes) {
     source_ = std::make_unique<recordings::Recording>(
         std::make_unique<recordings::MemoryInput>(asBytes(bytes_)));
     const recordings::SampleLayout& layout = source_->layout(0);
     PlainRecording output(folder_.file("plain"), source_->events()[0].attribute,
                           {layout.hasTime(), layout.hasCpu(), layout.hasChain()});
     Preparation::Settings settings;
-    settings.wantedEvents.assign(source_->events().size(), false);
-    settings.wantedEvents[0] = true;
+    wantedEvents.resize(source_->events().size());
+    settings.wantedEvents = wantedEvents;
     settings.keepUnknown = keepUnknown;
+    settings.assumedKernel = [kernel] { return kernel; };
+    settings.scratchDirectory = folder_.path();
     settings.mustBeHigh = [](const recordings::Mapping&) { return false; };
     settings.progress = [](std::uint64_t, std::uint64_t) {};
     preparation = std::make_unique<Preparation>(*source_, output, settings);
@@ -54,13 +60,30 @@ class Prepared {
   // What the converter will find at an address of a process.
   std::string fileAt(std::uint32_t pid, std::uint64_t address) const {
     std::string name = "nothing";
-    preparation->plainProcesses().at(pid).placement.forEach(
-        [&](std::uint64_t written, const Piece& piece) {
-          if (address >= written && address - written < piece.high - piece.low) {
-            name = piece.file->name;
-          }
-        });
+    forEachPiece(pid, [&](std::uint64_t written, const Piece& piece) {
+      if (address >= written && address - written < piece.high - piece.low) {
+        name = piece.file->name;
+      }
+    });
     return name;
+  }
+  template <typename Visit>
+  void forEachPiece(std::uint32_t pid, Visit visit) const {
+    preparation->plainProcesses().forEach([&](std::uint32_t its, const auto& process) {
+      if (its == pid) {
+        process.placement.forEach(visit);
+      }
+    });
+  }
+  // "pid 10 app", as the converter will see the thread.
+  std::string thread(std::uint32_t tid) const {
+    std::string text = "nobody";
+    preparation->threads().forEach([&](std::uint32_t its, const auto& thread) {
+      if (its == tid) {
+        text = "pid " + std::to_string(thread.pid) + " " + thread.name;
+      }
+    });
+    return text;
   }
 
   std::unique_ptr<Preparation> preparation;
@@ -163,6 +186,119 @@ TEST(PreparationTest, BranchStacksReplaceTheUsersPartOfTheChain) {
                           "400200 400300]"));
 }
 
+// Each event says for itself whether its branches are calls.
+TEST(PreparationTest, BranchesOfAnEventThatSampledJumpsAreNoChain) {
+  made::Recording recording = withChains();
+  recording.events.emplace_back();
+  for (made::Event& event : recording.events) {
+    event.sampleType |= SampleBit::CALLCHAIN | SampleBit::BRANCH_STACK;
+  }
+  recording.events[0].branchSampleType = 1 << 11;  // calls
+  recording.events[1].branchSampleType = 1 << 3;   // any
+  for (const std::size_t event : {0u, 1u}) {
+    recording.sample({.ip = 0x400120,
+                      .pid = 10,
+                      .tid = 10,
+                      .time = event + 1,
+                      .chain = {CONTEXT_USER, 0x400120, 0x400999},
+                      .event = event,
+                      .branches = {{0x400200, 0x400110, 0}}});
+  }
+  const std::string bytes =
+      made::fileBytes(recording, {.identification = made::Identification::IDENTIFIER});
+  EXPECT_THAT(Prepared(bytes, false, {true, true}).lines,
+              ElementsAre("sample 0 400120 10/10 t1 cpu0 [400120 400200]",
+                          "sample 0 400120 10/10 t2 cpu0 [400120 400999]"));
+}
+
+// The converter knows one process of each tid.
+TEST(PreparationTest, ATidOfSeveralProcessesIsAnotherOneInEach) {
+  constexpr std::uint32_t GONE = 0xffffffff;
+  made::Recording recording;
+  recording.map({.pid = 10, .tid = 10, .address = 0x400000, .length = 0x9000, .file = "/bin/a"})
+      .map({.pid = 20, .tid = 20, .address = 0x400000, .length = 0x9000, .file = "/bin/b"})
+      .sample({.ip = 0x400100, .pid = 10, .tid = GONE, .time = 1})
+      .sample({.ip = 0x400200, .pid = 20, .tid = GONE, .time = 2})
+      .sample({.ip = 0x400300, .pid = 10, .tid = GONE, .time = 3})
+      .comm({.pid = 10, .tid = 15, .name = "first", .time = 4})
+      .sample({.ip = 0x400400, .pid = 10, .tid = 15, .time = 5})
+      .comm({.pid = 20, .tid = 15, .name = "second", .time = 6})
+      .sample({.ip = 0x400500, .pid = 20, .tid = 15, .time = 7})
+      .sample({.ip = 0x400500, .pid = 20, .tid = 15, .time = 8});
+  const Prepared prepared(made::fileBytes(recording));
+  const auto substitute = [](std::uint32_t number) {
+    return std::to_string(static_cast<std::int32_t>(0x80000000 + number));
+  };
+  EXPECT_THAT(prepared.lines,
+              ElementsAre("sample 0 400100 10/-1 t1 cpu0",
+                          "sample 0 400200 20/" + substitute(0) + " t2 cpu0",
+                          "sample 0 400300 10/-1 t3 cpu0", "sample 0 400400 10/15 t5 cpu0",
+                          "sample 0 400500 20/" + substitute(1) + " t7 cpu0",
+                          "sample 0 400500 20/" + substitute(1) + " t8 cpu0"));
+  EXPECT_EQ(3u, prepared.counts().renumberedSamples);
+  EXPECT_EQ("pid 10 first", prepared.thread(15));
+  EXPECT_EQ("pid 20 second", prepared.thread(0x80000001));
+  EXPECT_EQ("/bin/b", prepared.fileAt(20, 0x400200));
+  EXPECT_EQ(6u, prepared.counts().userSamples.mapped);
+}
+
+// Its own threads have names of its own: no other process may give them one.
+TEST(PreparationTest, TheConvertersOwnTidsOfOtherProcessesAreOthers) {
+  made::Recording recording;
+  recording.comm({.pid = 7, .tid = 0, .name = "other"})
+      .sample({.ip = 0x400100, .pid = 7, .tid = 0, .time = 1})
+      .sample({.ip = 0x400100, .pid = 1, .tid = 1, .time = 2});
+  const Prepared prepared(made::fileBytes(recording));
+  EXPECT_EQ("nobody", prepared.thread(0));
+  EXPECT_EQ("pid 7 other", prepared.thread(0x80000000));
+  EXPECT_EQ("pid 1 ", prepared.thread(1));
+}
+
+// Far more processes than are kept in memory, and a pid that comes again when it is long gone.
+TEST(PreparationTest, ProcessesThatAreLongGoneAreWrittenAllTheSame) {
+  made::Recording recording;
+  recording.comm({.pid = 1, .tid = 1, .name = "init"})
+      .map({.pid = 1, .tid = 1, .address = 0x400000, .length = 0x1000, .file = "/sbin/init"});
+  std::uint64_t time = 0;
+  const auto live = [&](std::uint32_t pid, const std::string& name, std::uint64_t ip) {
+    const made::Task task{.pid = pid, .parentPid = 1, .tid = pid, .parentTid = 1, .time = ++time};
+    recording.fork(task)
+        .comm({.pid = pid, .tid = pid, .name = name, .time = ++time, .isExec = true})
+        .map({.pid = pid,
+              .tid = pid,
+              .address = 0x400000,
+              .length = 0x1000,
+              .file = "/bin/" + name,
+              .time = ++time})
+        .sample({.ip = ip, .pid = pid, .tid = pid, .time = ++time});
+    recording.exit({.pid = pid, .parentPid = 1, .tid = pid, .parentTid = 1, .time = ++time});
+  };
+  constexpr std::uint32_t LAST = 20 + 3 * recordings::Processes::GONE_KEPT;
+  for (std::uint32_t pid = 20; pid < LAST; ++pid) {
+    live(pid, "tool" + std::to_string(pid % 3), 0x400100);
+  }
+  live(20, "again", 0x400100);
+  live(21, "again", 0x400900);
+  const Prepared prepared(made::fileBytes(recording));
+  EXPECT_GT(2 * recordings::Processes::GONE_KEPT + 10,
+            prepared.preparation->plainProcesses().countInHand());
+  EXPECT_GT(2 * recordings::Processes::GONE_KEPT + 10,
+            prepared.preparation->threads().countInHand());
+  EXPECT_EQ("/bin/tool2", prepared.fileAt(20, 0x400100));
+  EXPECT_EQ("/bin/tool0", prepared.fileAt(21, 0x400100));
+  EXPECT_EQ("/bin/again", prepared.fileAt(21, 0x400900));
+  EXPECT_EQ("/bin/tool1", prepared.fileAt(22, 0x400100));
+  EXPECT_EQ("pid 20 again", prepared.thread(20));
+  EXPECT_EQ("pid 22 tool1", prepared.thread(22));
+  EXPECT_EQ(1u, prepared.counts().movedSamples);
+  EXPECT_EQ(2u, prepared.counts().samplesUnderOtherNames);
+  EXPECT_EQ(prepared.counts().userSamples.all, prepared.counts().userSamples.mapped);
+  std::size_t processes = 0;
+  prepared.preparation->plainProcesses().forEach(
+      [&](std::uint32_t, const prepare::PlainProcess&) { ++processes; });
+  EXPECT_EQ(LAST - 20, processes);
+}
+
 TEST(PreparationTest, OneProgramAfterAnotherAtOneAddressAreTakenApart) {
   made::Recording recording;
   recording.comm({.pid = 10, .tid = 10, .name = "shell"})
@@ -187,7 +323,7 @@ TEST(PreparationTest, OneProgramAfterAnotherAtOneAddressAreTakenApart) {
   EXPECT_EQ("/bin/tool", prepared.fileAt(10, moved));
   EXPECT_EQ(moved + 8, std::stoull(prepared.lines[2].substr(9), nullptr, 16));
   // Names: the last one holds, and how many samples ran under another is known.
-  EXPECT_EQ("tool", prepared.preparation->threads().at(10).name);
+  EXPECT_EQ("pid 10 tool", prepared.thread(10));
   EXPECT_EQ(1u, prepared.counts().samplesUnderOtherNames);
 }
 
@@ -203,9 +339,8 @@ TEST(PreparationTest, ForkedWorkersHaveTheirParentsMapsAndName) {
   EXPECT_EQ(0u, prepared.counts().movedSamples);
   EXPECT_EQ(2u, prepared.counts().userSamples.mapped);
   EXPECT_EQ("/bin/server", prepared.fileAt(20, 0x400100));
-  EXPECT_EQ("server", prepared.preparation->threads().at(20).name);
-  EXPECT_EQ("server", prepared.preparation->threads().at(21).name);
-  EXPECT_EQ(20u, prepared.preparation->threads().at(21).pid);
+  EXPECT_EQ("pid 20 server", prepared.thread(20));
+  EXPECT_EQ("pid 20 server", prepared.thread(21));
 }
 
 // What no map holds is shown in stretches of 64 KiB, which keep clear of what is known.
@@ -226,12 +361,11 @@ TEST(PreparationTest, UnknownStretchesLieBesideEachOtherAndBesideMaps) {
     EXPECT_EQ("[unknown]", prepared.fileAt(10, ip)) << std::hex << ip;
   }
   std::uint64_t end = 0;
-  prepared.preparation->plainProcesses().at(10).placement.forEach(
-      [&](std::uint64_t written, const Piece& piece) {
-        EXPECT_LE(end, written);
-        EXPECT_LT(piece.low, piece.high);
-        end = written + (piece.high - piece.low);
-      });
+  prepared.forEachPiece(10, [&](std::uint64_t written, const Piece& piece) {
+    EXPECT_LE(end, written);
+    EXPECT_LT(piece.low, piece.high);
+    end = written + (piece.high - piece.low);
+  });
 }
 
 TEST(PreparationTest, ModulesAndMadeKernelCodeAreFoundOutsideTheKernel) {
@@ -251,6 +385,22 @@ TEST(PreparationTest, ModulesAndMadeKernelCodeAreFoundOutsideTheKernel) {
   EXPECT_EQ(2u, prepared.counts().kernelSamples.mapped);
   EXPECT_EQ("[ext4]", prepared.fileAt(10, 0xffffffffc0000100));
   EXPECT_EQ("bpf_1", prepared.fileAt(10, 0xffffffffc0100010));
+}
+
+// perf may not see where the kernel is, and then records no map of it.
+TEST(PreparationTest, AKernelThatWasNotRecordedMayBeAssumed) {
+  made::Recording recording;
+  recording.map({.pid = 10, .tid = 10, .address = 0x400000, .length = 0x9000, .file = "/bin/app"})
+      .sample({.ip = KERNEL_TEXT + 0x10, .pid = 10, .tid = 10, .time = 1, .mode = Mode::KERNEL})
+      .sample({.ip = KERNEL_TEXT - 0x10, .pid = 10, .tid = 10, .time = 2, .mode = Mode::KERNEL});
+  const std::string bytes = made::fileBytes(recording);
+  EXPECT_EQ(0u, Prepared(bytes).counts().kernelSamples.mapped);
+  recordings::KernelImage kernel;
+  kernel.start = KERNEL_TEXT;
+  kernel.end = KERNEL_TEXT + 0x1000000;
+  const Prepared assumed(bytes, false, {true}, kernel);
+  EXPECT_EQ(2u, assumed.counts().kernelSamples.all);
+  EXPECT_EQ(1u, assumed.counts().kernelSamples.mapped);
 }
 
 // A user address is looked up in the process, whatever the kernel has there, and the other way.

@@ -1,5 +1,7 @@
+#include <exception>
 #include <filesystem>
 #include <string>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <gmock/gmock.h>
@@ -111,6 +113,29 @@ TEST(PreparedFolderTest, APlaceThatIsNotThereIsToldOf) {
   const TempDir temp;
   EXPECT_THAT(refusalOf(temp.file("no/such/out")),
               HasSubstr(temp.file("no/such") + ": no folder can be made there: No such file"));
+}
+
+// Made, but nothing can be written into it.
+TEST(PreparedFolderTest, OneThatCannotBeMarkedIsNotLeftBehind) {
+  const TempDir temp;
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit noFiles{0, before.rlim_max};
+  std::exception_ptr refusal;  // a sanitizer needs descriptors to look at one
+  setrlimit(RLIMIT_NOFILE, &noFiles);
+  try {
+    const PreparedFolder folder(temp.file("out"));
+  } catch (...) {
+    refusal = std::current_exception();
+  }
+  setrlimit(RLIMIT_NOFILE, &before);
+  ASSERT_TRUE(refusal != nullptr);
+  try {
+    std::rethrow_exception(refusal);
+  } catch (const PrepareError& error) {
+    EXPECT_THAT(error.what(), HasSubstr("cannot be written: Too many open files"));
+  }
+  EXPECT_EQ(0u, entriesOf(temp));
 }
 
 TEST(PreparedFolderTest, PlacesAreNamedAfterTheRecording) {

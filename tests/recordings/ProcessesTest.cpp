@@ -149,15 +149,82 @@ TEST(ProcessesTest, AForkMadeByPerfCopiesNothing) {
   EXPECT_THAT(history.maps(20), IsEmpty());
 }
 
-TEST(ProcessesTest, LongGoneProcessesAreForgottenAndLivingOnesAreNot) {
-  History history;
-  history.map(1, 0x1000, 0x1000, "/sbin/init");
-  for (uint32_t pid = 100; pid < 10000; ++pid) {
+// As whoever follows a recording does.
+std::vector<uint32_t> forgetAll(History& history) {
+  std::vector<uint32_t> forgotten;
+  for (uint32_t pid = 50000; !history.processes.hasLongGone(); ++pid) {
     history.fork(pid, pid, 1, 1).exit(pid, pid);
   }
+  history.processes.forgetLongGone([&](uint32_t tid) {
+    if (tid < 50000) {
+      forgotten.push_back(tid);
+    }
+  });
+  return forgotten;
+}
+
+TEST(ProcessesTest, LongGoneProcessesAreForgottenAndLivingOnesAreNot) {
+  History history;
+  history.map(1, 0x1000, 0x1000, "/sbin/init").comm(1, 1, "init");
+  const uint32_t last = 100 + 2 * Processes::GONE_KEPT - 1;
+  for (uint32_t pid = 100; pid <= last; ++pid) {
+    EXPECT_FALSE(history.processes.hasLongGone());
+    history.fork(pid, pid, 1, 1).exit(pid, pid);
+  }
+  ASSERT_TRUE(history.processes.hasLongGone());
+  std::vector<uint32_t> forgotten;
+  history.processes.forgetLongGone([&](uint32_t tid) {
+    EXPECT_EQ("init", history.processes.nameOf(tid));
+    forgotten.push_back(tid);
+  });
+  EXPECT_FALSE(history.processes.hasLongGone());
+  ASSERT_EQ(Processes::GONE_KEPT, forgotten.size());
+  EXPECT_EQ(100u, forgotten.front());
+  EXPECT_EQ("", history.processes.nameOf(100));
   EXPECT_THAT(history.maps(100), IsEmpty());
-  EXPECT_THAT(history.maps(9999), ElementsAre("1000-2000@0 /sbin/init"));
+  EXPECT_THAT(history.maps(last), ElementsAre("1000-2000@0 /sbin/init"));
+  EXPECT_EQ("init", history.processes.nameOf(last));
   EXPECT_THAT(history.maps(1), ElementsAre("1000-2000@0 /sbin/init"));
+}
+
+TEST(ProcessesTest, ThreadsThatHaveEndedAreForgottenAndTheirProcessIsNot) {
+  History history;
+  history.map(10, 0x1000, 0x1000, "/bin/a").comm(10, 10, "a").fork(10, 11, 10, 10).exit(10, 11);
+  EXPECT_THAT(forgetAll(history), ElementsAre(11));
+  EXPECT_EQ("", history.processes.nameOf(11));
+  EXPECT_EQ("a", history.processes.nameOf(10));
+  EXPECT_THAT(history.maps(10), ElementsAre("1000-2000@0 /bin/a"));
+}
+
+// main() may call pthread_exit() and leave the work to others.
+TEST(ProcessesTest, AProcessLivesAsLongAsItsLastThread) {
+  History history;
+  history.map(10, 0x1000, 0x1000, "/bin/a").fork(10, 11, 10, 10).exit(10, 10);
+  EXPECT_THAT(forgetAll(history), IsEmpty());
+  EXPECT_THAT(history.maps(10), ElementsAre("1000-2000@0 /bin/a"));
+  history.exit(10, 11);
+  forgetAll(history);  // those that ended before
+  EXPECT_THAT(forgetAll(history), ElementsAre(11, 10));
+  EXPECT_THAT(history.maps(10), IsEmpty());
+}
+
+TEST(ProcessesTest, APidThatHasComeAgainIsNotForgotten) {
+  History history;
+  history.map(10, 0x1000, 0x1000, "/bin/old").exit(10, 10);
+  history.map(30, 0x3000, 0x1000, "/bin/new").comm(30, 30, "new").fork(10, 10, 30, 30);
+  EXPECT_THAT(forgetAll(history), IsEmpty());
+  EXPECT_THAT(history.maps(10), ElementsAre("3000-4000@0 /bin/new"));
+  EXPECT_EQ("new", history.processes.nameOf(10));
+}
+
+// Pids of a guest are not this machine's.
+TEST(ProcessesTest, MapsOfGuestsProcessesAreNobodysHere) {
+  constexpr uint16_t GUEST_USER = 5;
+  History history;
+  history.map(10, 0x1000, 0x1000, "/bin/host")
+      .map(10, 0x1000, 0x1000, "/bin/guest", 0, GUEST_USER)
+      .map(10, 0x5000, 0x1000, "/lib/guest", 0, GUEST_USER);
+  EXPECT_THAT(history.maps(10), ElementsAre("1000-2000@0 /bin/host"));
 }
 
 TEST(ProcessesTest, MapsWithoutAFile) {
@@ -214,6 +281,22 @@ TEST(ProcessesTest, TheKernelsOwnMapNamesItsReference) {
 }
 
 // perf 3.4 writes the kernel's map from 0, or up to the last address: it is not over the processes.
+TEST(ProcessesTest, AnAssumedKernelGivesWayToTheRecordedOne) {
+  recordings::KernelImage assumed;
+  assumed.start = 0xffffffff90000000;
+  assumed.end = 0xffffffff91000000;
+  History history;
+  history.processes.assumeKernel(assumed);
+  const recordings::KernelImage& kernel = history.processes.kernel();
+  EXPECT_TRUE(kernel.isAssumed);
+  EXPECT_EQ(0xffffffff93000000, kernel.farthestEnd);  // 32 MiB behind its text
+  history.map(0xffffffff, 0xffffffff81000000, 0x800000, "[kernel.kallsyms]_text",
+              0xffffffff81000000, KERNEL);
+  EXPECT_FALSE(kernel.isAssumed);
+  EXPECT_EQ(0xffffffff81000000, kernel.start);
+  EXPECT_EQ(0xffffffff81800000, kernel.end);
+}
+
 TEST(ProcessesTest, AKernelFromZeroBeginsWithItsReference) {
   const auto startOf = [](uint64_t length, uint64_t reference) {
     History history;

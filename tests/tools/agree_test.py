@@ -142,6 +142,13 @@ class AgreeTest(unittest.TestCase):
                 # the sample of thread 11 is now one of process 99, too
                 self.assertEqual(2, self.result(made)["samples"]["all"]["present"])
 
+    def test_a_renumbered_thread_is_the_recorded_one(self) -> None:
+        made = self.small()
+        made["samples"]["data"][1][6] = 2147483648
+        self.write("quality.json", '{"renumbered": [{"pid": 10, "tid": 11, "as": 2147483648, "samples": 1}]}')
+        self.assertEqual(3, self.result(made)["samples"]["all"]["present"])
+        self.assertEqual(4, self.result(made, "--quality", str(self.folder / "quality.json"))["samples"]["all"]["present"])
+
     def test_a_sample_at_another_page_has_moved(self) -> None:
         made = self.small()
         made["samples"]["data"][0][1] = 0x7F0000000010
