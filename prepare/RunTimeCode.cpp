@@ -17,6 +17,8 @@ constexpr std::int64_t TOLERANCE = 10 * SECOND;
 // A recording is written until its end, but the last sample may be older.
 constexpr std::int64_t LONGEST_SILENCE = 60 * SECOND;
 constexpr std::size_t MOST_DUMPS = 16;  // of a process
+// Memory must not grow with their number. Of others it is not sure when they began.
+constexpr std::size_t MOST_PROCESSES = 50'000;
 
 std::int64_t nanosecondsOf(const timespec& time) {
   return std::int64_t{time.tv_sec} * SECOND + time.tv_nsec;
@@ -54,7 +56,8 @@ void RunTimeCode::onSample(std::uint64_t time) {
 }
 
 void RunTimeCode::onMap(const recordings::MapRecord& map) {
-  if (!isJitDump(map.name)) {
+  if (!isJitDump(map.name) ||
+      (jitDumps_.size() == MOST_PROCESSES && !jitDumps_.contains(map.pid))) {
     return;
   }
   std::vector<std::string>& dumps = jitDumps_[map.pid];
@@ -64,7 +67,11 @@ void RunTimeCode::onMap(const recordings::MapRecord& map) {
 }
 
 // Of a number that comes again, the first process counts: its map may be the one that is there.
-void RunTimeCode::onBegin(std::uint32_t pid) { begins_.try_emplace(pid, lastTime_); }
+void RunTimeCode::onBegin(std::uint32_t pid) {
+  if (begins_.size() < MOST_PROCESSES) {
+    begins_.try_emplace(pid, lastTime_);
+  }
+}
 
 void RunTimeCode::describe(listing::File& file, const recordings::Recording& recording,
                            bool isThisMachine) const {
