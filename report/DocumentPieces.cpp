@@ -1,6 +1,5 @@
 #include "report/DocumentPieces.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -19,11 +18,13 @@ bool isBlank(char byte) { return byte == ' ' || byte == '\n' || byte == '\r' || 
 
 }  // namespace
 
+// Appends to what is in the buffer, without moving it.
 bool DocumentPieces::_read() {
-  const std::size_t held = buffer_.size();
-  buffer_.resize(held + PIECE);
-  const std::size_t count = std::fread(buffer_.data() + held, 1, PIECE, &file_);
-  buffer_.resize(held + count);
+  if (buffer_.size() < end_ + PIECE + PADDING) {
+    buffer_.resize(end_ + PIECE + PADDING);
+  }
+  const std::size_t count = std::fread(buffer_.data() + end_, 1, PIECE, &file_);
+  end_ += count;
   bytesRead_ += count;
   if (count == 0 && std::ferror(&file_) != 0) {
     throw NoDocument(std::string("it cannot be read (") + std::strerror(errno) + ").");
@@ -34,13 +35,13 @@ bool DocumentPieces::_read() {
 // The first byte from `at` on that is no blank; `at` is left there.
 char DocumentPieces::_skipBlanks(std::size_t& at) {
   for (;;) {
-    while (at < buffer_.size() && isBlank(buffer_[at])) {
+    while (at < end_ && isBlank(buffer_[at])) {
       ++at;
     }
-    if (at < buffer_.size()) {
+    if (at < end_) {
       return buffer_[at];
     }
-    if (at > LONGEST_ROW || !_read()) {
+    if (at - begin_ > LONGEST_ROW || !_read()) {
       throw NoDocument("it ends too early.");
     }
   }
@@ -57,8 +58,8 @@ std::string DocumentPieces::_readString(std::size_t& at) {
   _expect(at, '"', "where a name should begin");
   std::string text;
   for (;; ++at) {
-    while (at >= buffer_.size()) {
-      if (at > LONGEST_ROW || !_read()) {
+    while (at >= end_) {
+      if (at - begin_ > LONGEST_ROW || !_read()) {
         throw NoDocument("a name has no end.");
       }
     }
@@ -69,7 +70,7 @@ std::string DocumentPieces::_readString(std::size_t& at) {
     if (buffer_[at] == '\\') {
       ++at;
     }
-    text += at < buffer_.size() ? buffer_[at] : ' ';
+    text += at < end_ ? buffer_[at] : ' ';
   }
 }
 
@@ -97,56 +98,84 @@ void DocumentPieces::skipToSamples() {
   }
   _expect(at, ':', "behind \"data\"");
   _expect(at, '[', "at the beginning of the rows");
-  buffer_.erase(0, at);
+  begin_ = at;
+}
+
+// Leaves one byte in front, for the bracket of the next rows.
+void DocumentPieces::_moveToFront() {
+  std::memmove(buffer_.data() + 1, buffer_.data() + begin_, end_ - begin_);
+  end_ -= begin_ - 1;
+  begin_ = 1;
+}
+
+// What is from begin_ up to `end`, where a comma or a bracket stands that is no part of it.
+void DocumentPieces::_handOut(std::size_t end) {
+  buffer_[begin_ - 1] = '[';
+  buffer_[end] = ']';
+  rows_ = std::string_view(buffer_).substr(begin_ - 1, end - begin_ + 2);
 }
 
 // The rows end at the first '}', behind the ']' that closes them.
 bool DocumentPieces::_endOfTable(std::size_t scanned) {
-  const void* brace = std::memchr(buffer_.data() + scanned, '}', buffer_.size() - scanned);
-  if (brace == nullptr) {
+  const std::string_view text(buffer_.data(), end_);
+  const std::size_t brace = text.find('}', scanned);
+  if (brace == std::string_view::npos) {
     return false;
   }
-  const auto end = static_cast<std::size_t>(static_cast<const char*>(brace) - buffer_.data());
-  const std::size_t bracket = buffer_.rfind(']', end);
-  if (bracket == std::string::npos) {
+  const std::size_t bracket = text.rfind(']', brace);
+  if (bracket == std::string_view::npos || bracket < begin_) {
     throw NoDocument("the rows of \"samples\" are not closed.");
   }
-  rows_.assign(1, '[').append(buffer_, 0, bracket).append(1, ']');
-  buffer_.erase(0, end + 1);
+  _handOut(bracket);
+  begin_ = brace + 1;
   atEnd_ = true;
   return true;
+}
+
+// Behind the last row that another one follows; 0 where there is none. A row's last entry is an
+// array of pairs, so that of the brackets alone "]][" stands there and nowhere else. No such place
+// is wholly before `scanned`.
+std::size_t DocumentPieces::_endOfLastRow(std::size_t scanned) const {
+  std::size_t brackets[2] = {0, 0};  // places, from the left, of the last two that were met
+  int before = 0;                    // brackets before `scanned`
+  for (std::size_t at = end_; at > begin_ && before < 2; --at) {
+    const char byte = buffer_[at - 1];
+    if (byte != '[' && byte != ']') {
+      continue;
+    }
+    before += at <= scanned;
+    if (byte == ']' && brackets[1] != 0 && buffer_[brackets[0] - 1] == ']' &&
+        buffer_[brackets[1] - 1] == '[') {
+      return brackets[0];
+    }
+    brackets[1] = brackets[0];
+    brackets[0] = at;
+  }
+  return 0;
 }
 
 bool DocumentPieces::nextRows() {
   if (atEnd_) {
     return false;
   }
-  std::size_t scanned = 0;
-  std::ptrdiff_t depth = 0;  // open brackets at `scanned`
+  _moveToFront();
+  std::size_t scanned = begin_;
   for (;;) {
     if (_endOfTable(scanned)) {
       return true;
     }
-    // Counting is quick; only then the last place at which no row is open is looked for.
-    const auto from = buffer_.begin() + static_cast<std::ptrdiff_t>(scanned);
-    depth += std::count(from, buffer_.end(), '[') - std::count(from, buffer_.end(), ']');
-    std::ptrdiff_t open = depth;
-    for (std::size_t at = buffer_.size(); at > scanned; --at) {
-      const char byte = buffer_[at - 1];
-      if (byte == ']' && open == 0) {
-        rows_.assign(1, '[').append(buffer_, 0, at).append(1, ']');
-        // The comma behind the row belongs to neither piece.
-        std::size_t next = at;
-        if (_skipBlanks(next) == ',') {
-          ++next;
-        }
-        buffer_.erase(0, next);
-        return true;
+    if (const std::size_t end = _endOfLastRow(scanned)) {
+      std::size_t next = end;
+      _expect(next, ',', "between two rows of \"samples\"");
+      if (_skipBlanks(next) != '[') {
+        throw NoDocument("something that is no row stands in \"samples\".");
       }
-      open += byte == ']' ? 1 : byte == '[' ? -1 : 0;
+      _handOut(end);
+      begin_ = next;
+      return true;
     }
-    scanned = buffer_.size();
-    if (scanned > LONGEST_ROW) {
+    scanned = end_;
+    if (end_ - begin_ > LONGEST_ROW) {
       throw NoDocument("a row of \"samples\" has no end.");
     }
     if (!_read()) {
@@ -158,12 +187,12 @@ bool DocumentPieces::nextRows() {
 std::string DocumentPieces::rest() {
   while (_read()) {
   }
-  std::size_t at = 0;
+  std::size_t at = begin_;
   if (_skipBlanks(at) != ',') {
     throw NoDocument("there are no tables behind \"samples\".");
   }
   std::string text(1, '{');
-  appendPlainText(text, std::string_view(buffer_).substr(at + 1));
+  appendPlainText(text, std::string_view(buffer_.data(), end_).substr(at + 1));
   buffer_.clear();
   buffer_.shrink_to_fit();
   return text;

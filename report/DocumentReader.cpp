@@ -3,7 +3,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <future>
 #include <memory>
+#include <utility>
 
 #include "report/DocumentPieces.h"
 #include "report/DocumentTables.h"
@@ -16,11 +18,18 @@ Profile readDocument(std::FILE& file, const std::string& name) {
   try {
     DocumentPieces pieces(file);
     ProfileBuilder builder;
-    SampleRowsParser rows(builder);
+    SampleRowsParser parser;
     pieces.skipToSamples();
+    // Rows are added in a thread of their own while the next ones are read: either takes as long.
+    std::future<void> adding;
     while (pieces.nextRows()) {
-      rows.parse(pieces.rows());
+      SampleRows rows = parser.parse(pieces.rows());
+      if (adding.valid()) {
+        adding.get();
+      }
+      adding = std::async([&builder, rows = std::move(rows)] { builder.addSamples(rows); });
     }
+    adding.get();
     parseOtherTables(pieces.rest(), builder);
     return builder.build();
   } catch (const NoDocument& problem) {

@@ -54,7 +54,13 @@ std::string_view trimmed(std::string_view token) {
   return token.substr(0, end == std::string_view::npos ? 0 : end + 1);
 }
 
-void parseSample(ondemand::array values, ProfileBuilder& builder, std::vector<uint64_t>& chain) {
+// The digits of what may be a marker; a lower address need not be made a number.
+bool mayBeMarker(std::string_view token) {
+  constexpr std::size_t DIGITS = 20;
+  return token.size() >= DIGITS;
+}
+
+void parseSample(ondemand::array values, SampleRows& rows) {
   RowCursor row(values, "samples");
   row.take();  // the key
   const uint64_t ip = row.takeNumber();
@@ -64,23 +70,25 @@ void parseSample(ondemand::array values, ProfileBuilder& builder, std::vector<ui
   const uint32_t cpu = row.take32();
   const uint32_t pidkey = row.take32();
   row.take();  // the tid once more
-  chain.assign(1, mapkey);
+  rows.mapkeys.push_back(mapkey);
   bool isFirst = true;
   for (ondemand::array pair : row.take().get_array()) {
     RowCursor entry(pair, "samples");
-    const uint64_t address = entry.takeNumber();
+    ondemand::value value = entry.take();
+    const bool isRead = isFirst || mayBeMarker(value.raw_json_token());
+    const uint64_t address = isRead ? value.get_uint64().value() : 0;
     const uint64_t caller = entry.takeNumber();
     if (address >= FIRST_MARKER) {
       continue;
     }
     // A chain may begin with the sampled address itself.
     if (!isFirst || address != ip) {
-      chain.push_back(caller);
+      rows.mapkeys.push_back(caller);
     }
     isFirst = false;
   }
-  builder.noteTimeDigits(digits);
-  builder.addSample(time, builder.addChain(chain), pidkey, cpu);
+  rows.timeDigits = std::max(rows.timeDigits, digits);
+  rows.rows.push_back({time, cpu, pidkey, rows.mapkeys.size()});
 }
 
 void parseLibrary(RowCursor& row, ProfileBuilder& builder) {
@@ -175,23 +183,23 @@ int64_t parseSeconds(std::string_view token, uint32_t& fractionDigits) {
 
 struct SampleRowsParser::Parser {
   ondemand::parser parser;
-  std::vector<uint64_t> chain;
 };
 
-SampleRowsParser::SampleRowsParser(ProfileBuilder& builder)
-    : parser_(std::make_unique<Parser>()), builder_(builder) {}
+SampleRowsParser::SampleRowsParser() : parser_(std::make_unique<Parser>()) {}
 
 SampleRowsParser::~SampleRowsParser() = default;
 
-void SampleRowsParser::parse(std::string& rows) {
+SampleRows SampleRowsParser::parse(std::string_view rows) {
+  static_assert(DocumentPieces::PADDING >= simdjson::SIMDJSON_PADDING);
+  SampleRows result;
   asNoDocument([&] {
-    rows.reserve(rows.size() + simdjson::SIMDJSON_PADDING);
     ondemand::document document =
-        parser_->parser.iterate(rows.data(), rows.size(), rows.capacity());
+        parser_->parser.iterate(rows.data(), rows.size(), rows.size() + simdjson::SIMDJSON_PADDING);
     for (ondemand::array row : document.get_array()) {
-      parseSample(row, builder_, parser_->chain);
+      parseSample(row, result);
     }
   });
+  return result;
 }
 
 void parseOtherTables(std::string text, ProfileBuilder& builder) {

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "report/ProfileBuilder.h"
 
@@ -11,17 +12,15 @@ namespace report {
 
 class SampleRowsParser {
  public:
-  explicit SampleRowsParser(ProfileBuilder& builder);  // borrowed
+  SampleRowsParser();
   ~SampleRowsParser();
 
-  // A JSON array of rows of "samples". Gets some bytes of padding, and loses what the parser writes
-  // over.
-  void parse(std::string& rows);
+  // A JSON array of rows of "samples", with DocumentPieces::PADDING bytes behind it.
+  SampleRows parse(std::string_view rows);
 
  private:
   struct Parser;  // simdjson's, which lives in the .cpp: its header is large
   std::unique_ptr<Parser> parser_;
-  ProfileBuilder& builder_;
 };
 
 // `text`: an object of the tables "libraries", "functions", "processes" and "files".

@@ -1,6 +1,7 @@
 #include "report/PageWriter.h"
 
 #include <algorithm>
+#include <future>
 #include <ostream>
 #include <string_view>
 #include <vector>
@@ -15,22 +16,45 @@ namespace {
 
 constexpr std::string_view MARK = "<!-- columns -->";
 
-void writeNumbers(std::ostream& out, std::string_view name, const std::vector<uint32_t>& values,
-                  std::string_view encoding = "plain") {
-  const uint32_t largest = values.empty() ? 0 : *std::max_element(values.begin(), values.end());
+// A column in words of a page: made in one thread, written in another.
+struct Column {
+  std::string_view name;
+  std::string_view type;
+  std::size_t count;
+  std::string_view encoding;
+  std::string text;
+};
+
+void write(std::ostream& out, const Column& column) {
+  writeColumn(out, column.name, column.type, column.count, column.encoding, column.text);
+}
+
+template <typename ValueAt>
+Column numbers(std::string_view name, std::size_t count, const ValueAt& valueAt,
+               std::string_view encoding = "plain") {
+  uint64_t largest = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    largest = std::max<uint64_t>(largest, valueAt(i));
+  }
   const unsigned width = widthOf(largest);
-  const std::string_view type = width == 1 ? "u8" : width == 2 ? "u16" : "u32";
-  writeColumn(out, name, type, values.size(), encoding, planesOf(values, width));
+  const std::string_view type = width == 1 ? "u8" : width == 2 ? "u16" : width == 4 ? "u32" : "u64";
+  return {name, type, count, encoding, encodePlanes(count, width, valueAt)};
+}
+
+Column numbers(std::string_view name, const std::vector<uint32_t>& values) {
+  return numbers(name, values.size(), [&values](std::size_t i) { return values[i]; });
+}
+
+void writeText(std::ostream& out, std::string_view name, std::string_view type, std::size_t count,
+               std::string_view bytes) {
+  EncodedText text;
+  text.add(bytes);
+  writeColumn(out, name, type, count, "plain", text.finish());
 }
 
 template <typename Rows, typename Field>
 void writeField(std::ostream& out, std::string_view name, const Rows& rows, const Field& field) {
-  std::vector<uint32_t> values;
-  values.reserve(rows.size());
-  for (const auto& row : rows) {
-    values.push_back(field(row));
-  }
-  writeNumbers(out, name, values);
+  write(out, numbers(name, rows.size(), [&](std::size_t i) { return field(rows[i]); }));
 }
 
 // References of which some are NONE: 0 for those, else one more than the number.
@@ -45,7 +69,7 @@ void writeTexts(std::ostream& out, std::string_view name, const Rows& rows, cons
     std::replace_copy(text.begin(), text.end(), std::back_inserter(bytes), '\0', ' ');
     bytes += '\0';
   }
-  writeColumn(out, name, "text", rows.size(), "plain", bytes);
+  writeText(out, name, "text", rows.size(), bytes);
 }
 
 uint64_t nanosecondsOfDigit(uint32_t digits) {
@@ -57,21 +81,26 @@ uint64_t nanosecondsOfDigit(uint32_t digits) {
 }
 
 // Times in units of the last digit that the document shows, as differences.
-void writeTimes(std::ostream& out, const Profile& profile) {
+Column timesOf(const Profile& profile) {
   const std::vector<int64_t>& times = profile.samples.times;
   const uint64_t unit = nanosecondsOfDigit(profile.timeDigits);
-  std::vector<uint64_t> deltas;
-  deltas.reserve(times.size());
-  uint64_t largest = 0;
-  for (std::size_t i = 0; i < times.size(); ++i) {
-    const uint64_t delta =
-        i == 0 ? 0 : (static_cast<uint64_t>(times[i]) - static_cast<uint64_t>(times[i - 1])) / unit;
-    largest = std::max(largest, delta);
-    deltas.push_back(delta);
-  }
-  const unsigned width = widthOf(largest);
-  const std::string_view type = width == 1 ? "u8" : width == 2 ? "u16" : width == 4 ? "u32" : "u64";
-  writeColumn(out, "sample.time", type, deltas.size(), "delta", planesOf(deltas, width));
+  const auto difference = [&times, unit](std::size_t i) -> uint64_t {
+    return i == 0 ? 0
+                  : (static_cast<uint64_t>(times[i]) - static_cast<uint64_t>(times[i - 1])) / unit;
+  };
+  return numbers("sample.time", times.size(), difference, "delta");
+}
+
+// The times take as long as the rest: they are made in a thread of their own where there is one.
+void writeSamples(std::ostream& out, const Profile& profile) {
+  const SampleColumns& samples = profile.samples;
+  std::future<Column> times = std::async([&profile] { return timesOf(profile); });
+  const Column stacks = numbers("sample.stack", samples.stacks);
+  const Column threads = numbers("sample.thread", samples.threads);
+  write(out, times.get());
+  write(out, stacks);
+  write(out, threads);
+  writeField(out, "sample.cpu", samples.cpus, orZero);
 }
 
 void writeFacts(std::ostream& out, const Profile& profile, const RecordingFacts& facts) {
@@ -88,12 +117,12 @@ void writeFacts(std::ostream& out, const Profile& profile, const RecordingFacts&
             ",\"seconds\":" + std::to_string(profile.baselineSeconds) + "}";
   }
   json += "}";
-  writeColumn(out, "facts", "json", 1, "plain", json);
+  writeText(out, "facts", "json", 1, json);
   if (!facts.qualityJson.empty()) {
-    writeColumn(out, "quality", "json", 1, "plain", facts.qualityJson);
+    writeText(out, "quality", "json", 1, facts.qualityJson);
   }
   if (!facts.baselineQualityJson.empty()) {
-    writeColumn(out, "baseline.quality", "json", 1, "plain", facts.baselineQualityJson);
+    writeText(out, "baseline.quality", "json", 1, facts.baselineQualityJson);
   }
 }
 
@@ -118,20 +147,14 @@ void writeColumns(std::ostream& out, const Profile& profile, const RecordingFact
   writeTexts(out, "thread.process", profile.threads,
              [](const ProfileThread& thread) -> const std::string& { return thread.processName; });
 
-  std::vector<uint32_t> frames;
-  frames.reserve(profile.stacks.size());
-  for (uint32_t node = 0; node < profile.stacks.size(); ++node) {
-    frames.push_back(profile.stacks.frame(node));
-  }
-  writeNumbers(out, "stack.depth", profile.stacks.depths());
-  writeNumbers(out, "stack.frame", frames);
+  const StackTree& tree = profile.stacks;
+  write(out, numbers("stack.depth", tree.depths()));
+  write(out, numbers("stack.frame", tree.size(),
+                     [&tree](std::size_t i) { return tree.frame(static_cast<uint32_t>(i)); }));
   if (!facts.baselineName.empty()) {
-    writeNumbers(out, "stack.baseline", profile.baselineCounts);
+    write(out, numbers("stack.baseline", profile.baselineCounts));
   }
-  writeTimes(out, profile);
-  writeNumbers(out, "sample.stack", profile.samples.stacks);
-  writeNumbers(out, "sample.thread", profile.samples.threads);
-  writeField(out, "sample.cpu", profile.samples.cpus, orZero);
+  writeSamples(out, profile);
 }
 
 }  // namespace

@@ -63,41 +63,50 @@ std::string_view fileNameOf(std::string_view path) {
                                                                      : path.substr(slash + 1);
 }
 
-uint32_t ProfileBuilder::addChain(const std::vector<uint64_t>& mapkeys) {
+void ProfileBuilder::addSamples(const SampleRows& rows) {
+  timeDigits_ = std::max(timeDigits_, rows.timeDigits);
+  const std::span<const uint64_t> mapkeys(rows.mapkeys);
+  std::size_t begin = 0;
+  for (const SampleRows::Row& row : rows.rows) {
+    _addSample(row, _addChain(mapkeys.subspan(begin, row.chainEnd - begin), row.cpu));
+    begin = row.chainEnd;
+  }
+}
+
+// A chain, innermost call first. What it begins with like the one before on the same CPU is not
+// looked up.
+uint32_t ProfileBuilder::_addChain(std::span<const uint64_t> mapkeys, uint32_t cpu) {
+  std::vector<Call>& last = lastChains_[cpu % lastChains_.size()];
   auto next = mapkeys.rbegin();
   std::size_t depth = 0;
-  while (depth < lastChain_.size() && next != mapkeys.rend() && lastChain_[depth].mapkey == *next) {
+  while (depth < last.size() && next != mapkeys.rend() && last[depth].mapkey == *next) {
     ++depth;
     ++next;
   }
-  lastChain_.resize(depth);
-  uint32_t stack = depth == 0 ? StackTree::ROOT : lastChain_.back().stack;
+  last.resize(depth);
+  uint32_t stack = depth == 0 ? StackTree::ROOT : last.back().stack;
   for (; next != mapkeys.rend(); ++next) {
-    stack = addCall(stack, *next);
-    lastChain_.push_back({*next, stack});
+    stack = stacks_.intern(stack, mapkeys_.indexOf(*next));
+    last.push_back({*next, stack});
   }
   return stack;
 }
 
-void ProfileBuilder::addSample(int64_t time, uint32_t stack, uint32_t pidkey, uint32_t cpu) {
-  if (pidkey != lastThreadKey_ || lastThread_ == NONE) {
+void ProfileBuilder::_addSample(const SampleRows::Row& row, uint32_t stack) {
+  if (row.pidkey != lastThreadKey_ || lastThread_ == NONE) {
     const auto [place, isNew] =
-        threadOfKey_.try_emplace(pidkey, static_cast<uint32_t>(threadKeys_.size()));
+        threadOfKey_.try_emplace(row.pidkey, static_cast<uint32_t>(threadKeys_.size()));
     if (isNew) {
-      threadKeys_.push_back(pidkey);
+      threadKeys_.push_back(row.pidkey);
     }
-    lastThreadKey_ = pidkey;
+    lastThreadKey_ = row.pidkey;
     lastThread_ = place->second;
   }
-  timelessCount_ += time == NO_TIME;
-  samples_.times.push_back(time);
+  timelessCount_ += row.time == NO_TIME;
+  samples_.times.push_back(row.time);
   samples_.stacks.push_back(stack);
   samples_.threads.push_back(lastThread_);
-  samples_.cpus.push_back(cpu);
-}
-
-void ProfileBuilder::noteTimeDigits(uint32_t digits) {
-  timeDigits_ = std::max(timeDigits_, digits);
+  samples_.cpus.push_back(row.cpu);
 }
 
 void ProfileBuilder::addLibrary(uint64_t key, uint32_t pidkey, std::string name, uint64_t start) {

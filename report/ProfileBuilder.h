@@ -1,7 +1,11 @@
 // From the rows of a document, in the order in which they are read, to a Profile. One thread.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <limits>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -11,19 +15,27 @@
 
 namespace report {
 
+// Rows of "samples", as they were read.
+struct SampleRows {
+  struct Row {
+    int64_t time;  // or ProfileBuilder::NO_TIME
+    uint32_t cpu;
+    uint32_t pidkey;
+    std::size_t chainEnd;  // in mapkeys; its chain begins where that of the row before ends
+  };
+
+  std::vector<Row> rows;
+  std::vector<uint64_t> mapkeys;  // of all chains, each innermost call first
+  uint32_t timeDigits = 0;        // the most fraction digits of a time
+};
+
 class ProfileBuilder {
  public:
   // A time that is no finite number, or beyond what 64 bits of nanoseconds hold.
   static constexpr int64_t NO_TIME = std::numeric_limits<int64_t>::max();
 
-  // --- Rows of "samples": first the chain, outermost call first, then the sample.
-  uint32_t addCall(uint32_t stack, uint64_t mapkey) {
-    return stacks_.intern(stack, mapkeys_.indexOf(mapkey));
-  }
-  // A whole chain, innermost call first. What it begins with like the one before is not looked up.
-  uint32_t addChain(const std::vector<uint64_t>& mapkeys);
-  void addSample(int64_t time, uint32_t stack, uint32_t pidkey, uint32_t cpu);
-  void noteTimeDigits(uint32_t digits);
+  // --- Rows of "samples", in the order of the document.
+  void addSamples(const SampleRows& rows);
   std::size_t sampleCount() const { return samples_.size(); }
 
   // --- Rows of the other tables.
@@ -47,6 +59,8 @@ class ProfileBuilder {
     uint32_t stack;
   };
 
+  uint32_t _addChain(std::span<const uint64_t> mapkeys, uint32_t cpu);
+  void _addSample(const SampleRows::Row& row, uint32_t stack);
   uint32_t _libraryOf(Profile& profile, uint64_t mapkey);
   uint32_t _frameOf(Profile& profile, uint64_t mapkey);
   void _buildStacks(Profile& profile);
@@ -55,8 +69,8 @@ class ProfileBuilder {
   void _placeTimeless();
 
   KeyIndex mapkeys_;
-  StackTree stacks_;             // of indices in mapkeys_
-  std::vector<Call> lastChain_;  // outermost call first
+  StackTree stacks_;                              // of indices in mapkeys_
+  std::array<std::vector<Call>, 64> lastChains_;  // by CPU; outermost call first
   SampleColumns samples_;
   std::vector<uint32_t> threadKeys_;
   std::unordered_map<uint32_t, uint32_t> threadOfKey_;

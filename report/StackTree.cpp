@@ -21,7 +21,7 @@ uint64_t mix(uint64_t key) {
 
 }  // namespace
 
-StackTree::StackTree() : parents_{ROOT}, frames_{0}, slots_(FIRST_SLOTS) {}
+StackTree::StackTree() : parents_{ROOT}, frames_{0}, lastChildren_(1), slots_(FIRST_SLOTS) {}
 
 std::size_t StackTree::_slotOf(uint64_t key) const {
   const std::size_t mask = slots_.size() - 1;
@@ -32,7 +32,7 @@ std::size_t StackTree::_slotOf(uint64_t key) const {
   return slot;
 }
 
-uint32_t StackTree::intern(uint32_t parent, uint32_t frame) {
+uint32_t StackTree::_lookUp(uint32_t parent, uint32_t frame) {
   const uint64_t key = uint64_t{parent} << 32 | frame;
   std::size_t slot = _slotOf(key);
   if (slots_[slot].node != 0) {
@@ -49,6 +49,7 @@ uint32_t StackTree::intern(uint32_t parent, uint32_t frame) {
   slots_[slot] = {key, static_cast<uint32_t>(parents_.size())};
   parents_.push_back(parent);
   frames_.push_back(frame);
+  lastChildren_.emplace_back();
   return slots_[slot].node;
 }
 
@@ -87,6 +88,7 @@ void StackTree::_renumber(const std::vector<uint32_t>& numbers) {
   }
   parents_.swap(parents);
   frames_.swap(frames);
+  lastChildren_.assign(parents_.size(), Child{});
   slots_.assign(slots_.size() / 2, Slot{});
   _grow();
 }

@@ -17,7 +17,15 @@ class StackTree {
 
   // The chain in which `frame` was called by the chain `parent`; made if it does not exist.
   // Throws ReportError when there are more than 2^32 - 2 of them.
-  uint32_t intern(uint32_t parent, uint32_t frame);
+  uint32_t intern(uint32_t parent, uint32_t frame) {
+    const Child last = lastChildren_[parent];
+    if (last.node == 0 || last.frame != frame) {
+      const uint32_t node = _lookUp(parent, frame);
+      lastChildren_[parent] = {frame, node};
+      return node;
+    }
+    return last.node;
+  }
 
   std::size_t size() const { return parents_.size(); }  // with the root
   uint32_t parent(uint32_t node) const { return parents_[node]; }
@@ -36,12 +44,21 @@ class StackTree {
     uint32_t node = 0;  // 0: free
   };
 
+  struct Child {
+    uint32_t frame = 0;
+    uint32_t node = 0;  // 0: none
+  };
+
+  uint32_t _lookUp(uint32_t parent, uint32_t frame);
   void _grow();
   std::size_t _slotOf(uint64_t key) const;
   void _renumber(const std::vector<uint32_t>& numbers);
 
   std::vector<uint32_t> parents_;
   std::vector<uint32_t> frames_;
+  // The child of each node that was asked for last: mostly the one asked for next, and beside that
+  // of the child in memory.
+  std::vector<Child> lastChildren_;
   std::vector<Slot> slots_;  // open addressing, at most three quarters full
 };
 

@@ -90,6 +90,32 @@ TEST(DocumentPiecesTest, BlanksAndLineFeedsBetweenValues) {
 
 TEST(DocumentPiecesTest, NoSamples) { EXPECT_EQ(read(documentOf("")).samples.size(), 0U); }
 
+TEST(DocumentPiecesTest, BlanksBetweenTheBracketsWhereAPieceEnds) {
+  const std::string row = "[1,100,7,1.5,3,5,5,[[100,7] ,\n[200,2] ] ]";
+  std::string rows = row;
+  std::size_t count = 1;
+  for (; rows.size() < (3 << 20); ++count) {
+    rows += "\n ,\n" + row;
+  }
+  EXPECT_EQ(read(documentOf(rows)).samples.size(), count);
+}
+
+// Two pieces: what stands between two rows is looked at where one of them ends, too.
+TEST(DocumentPiecesTest, WhatIsNoRowBetweenTwoPieces) {
+  const std::string row = "[1,100,7,1.5,3,5,5,[[100,7]]]";
+  std::string rows = row;
+  while (rows.size() < (1 << 20)) {
+    rows += "," + row;
+  }
+  for (const char* between : {"", ",,", ",7,", " x "}) {
+    std::string whole = rows;
+    for (int i = 0; i < 4; ++i) {
+      whole += between + row;
+    }
+    EXPECT_NE(problemOf(documentOf(whole)), "none") << between;
+  }
+}
+
 TEST(DocumentPiecesTest, TimesThatAreNoNumbersStandAtTheEnd) {
   const Profile profile =
       read(documentOf("[1,100,7,nan,3,5,5,[]],[2,100,7,-inf,3,5,5,[]],[3,100,2,4.25,3,5,5,[]]"));

@@ -13,10 +13,19 @@ struct KindCase {
   LibraryKind kind;
 };
 
+// A sample of a chain, innermost call first, as rows of its own.
+void add(ProfileBuilder& builder, int64_t time, std::vector<uint64_t> mapkeys, uint32_t pidkey,
+         uint32_t cpu) {
+  SampleRows rows;
+  rows.rows.push_back({time, cpu, pidkey, mapkeys.size()});
+  rows.mapkeys = std::move(mapkeys);
+  builder.addSamples(rows);
+}
+
 // A profile of one sample in a map of that name.
 Profile profileIn(const char* name, uint32_t pidkey, uint64_t start) {
   ProfileBuilder builder;
-  builder.addSample(0, builder.addCall(StackTree::ROOT, 1), 5, 0);
+  add(builder, 0, {1}, 5, 0);
   builder.addLibrary(1, pidkey, name, start);
   return builder.build();
 }
@@ -55,8 +64,8 @@ TEST(ProfileBuilderTest, NamesOfWhatHasNoFunction) {
 
 TEST(ProfileBuilderTest, MapsOfOneFileAreOneLibrary) {
   ProfileBuilder builder;
-  builder.addSample(0, builder.addCall(StackTree::ROOT, 1), 5, 0);
-  builder.addSample(1, builder.addCall(StackTree::ROOT, 2), 6, 0);
+  add(builder, 0, {1}, 5, 0);
+  add(builder, 1, {2}, 6, 0);
   builder.addLibrary(1, 5, "/lib/a.so", 1);
   builder.addLibrary(2, 6, "/lib/a.so", 1);
   const Profile profile = builder.build();
@@ -66,24 +75,49 @@ TEST(ProfileBuilderTest, MapsOfOneFileAreOneLibrary) {
 
 TEST(ProfileBuilderTest, AKeyThatNoTableHas) {
   ProfileBuilder builder;
-  builder.addSample(0, builder.addCall(StackTree::ROOT, ~0ULL), 9, NONE);
+  add(builder, 0, {~0ULL}, 9, NONE);
   const Profile profile = builder.build();
   EXPECT_EQ(profile.frames[0].name, "{unknown}");
   EXPECT_EQ(profile.threads[0].tid, 9U);
   EXPECT_EQ(profile.threads[0].pid, NONE);
 }
 
+// The keys of a sample's chain, innermost call first: what has no name is called by its library.
+std::vector<std::string> chainOf(const Profile& profile, std::size_t sample) {
+  std::vector<std::string> names;
+  for (uint32_t node = profile.samples.stacks[sample]; node != StackTree::ROOT;
+       node = profile.stacks.parent(node)) {
+    names.push_back(profile.frames[profile.stacks.frame(node)].name);
+  }
+  return names;
+}
+
 TEST(ProfileBuilderTest, AChainThatBeginsLikeTheOneBefore) {
   using Keys = std::vector<uint64_t>;
-  ProfileBuilder builder;
   // Innermost first: longer, shorter, elsewhere, the outermost alone, empty, and the first again.
   const std::vector<Keys> chains = {{3, 2, 1}, {4, 3, 2, 1}, {2, 1}, {3, 5, 1}, {1}, {}, {3, 2, 1}};
-  for (const Keys& chain : chains) {
-    uint32_t expected = StackTree::ROOT;
-    for (auto key = chain.rbegin(); key != chain.rend(); ++key) {
-      expected = builder.addCall(expected, *key);
+  // All on one CPU, in turn on two, and on two that share what is remembered.
+  for (const auto& cpus : {std::pair{0U, 0U}, std::pair{0U, 1U}, std::pair{1U, 65U}}) {
+    ProfileBuilder builder;
+    SampleRows rows;
+    for (std::size_t i = 0; i < chains.size(); ++i) {
+      rows.mapkeys.insert(rows.mapkeys.end(), chains[i].begin(), chains[i].end());
+      rows.rows.push_back(
+          {static_cast<int64_t>(i), i % 2 == 0 ? cpus.first : cpus.second, 5, rows.mapkeys.size()});
     }
-    EXPECT_EQ(builder.addChain(chain), expected);
+    builder.addSamples(rows);
+    for (uint64_t key = 1; key <= 5; ++key) {
+      builder.addFunction(key, "f" + std::to_string(key), 0, 0);
+    }
+    const Profile profile = builder.build();
+    for (std::size_t i = 0; i < chains.size(); ++i) {
+      std::vector<std::string> expected;
+      for (const uint64_t key : chains[i]) {
+        expected.push_back("f" + std::to_string(key));
+      }
+      EXPECT_EQ(chainOf(profile, i), expected) << i;
+    }
+    EXPECT_EQ(profile.stacks.size(), 7U) << "each chain once";
   }
 }
 
@@ -91,7 +125,7 @@ TEST(ProfileBuilderTest, SamplesThatAreSortedStayAsTheyAre) {
   ProfileBuilder builder;
   uint32_t cpu = 0;
   for (const int64_t time : {int64_t{10}, int64_t{20}, int64_t{20}, ProfileBuilder::NO_TIME}) {
-    builder.addSample(time, builder.addChain({7}), 5, ++cpu);
+    add(builder, time, {7}, 5, ++cpu);
   }
   const Profile profile = builder.build();
   EXPECT_EQ(profile.samples.times, (std::vector<int64_t>{10, 20, 20, 20}));
@@ -101,7 +135,7 @@ TEST(ProfileBuilderTest, SamplesThatAreSortedStayAsTheyAre) {
 TEST(ProfileBuilderTest, SamplesAreSortedByTime) {
   ProfileBuilder builder;
   for (const int64_t time : {30, 10, 20}) {
-    builder.addSample(time, builder.addCall(StackTree::ROOT, static_cast<uint64_t>(time)), 5, 0);
+    add(builder, time, {static_cast<uint64_t>(time)}, 5, 0);
   }
   const Profile profile = builder.build();
   EXPECT_EQ(profile.samples.times, (std::vector<int64_t>{10, 20, 30}));
@@ -110,8 +144,8 @@ TEST(ProfileBuilderTest, SamplesAreSortedByTime) {
 TEST(ProfileBuilderTest, ABaselineMeetsTheSameFunctionInAnotherFolder) {
   const auto make = [](const char* library, const char* function) {
     ProfileBuilder builder;
-    builder.addSample(0, builder.addCall(StackTree::ROOT, 7), 5, 0);
-    builder.addSample(2000000000, builder.addCall(StackTree::ROOT, 7), 5, 0);
+    add(builder, 0, {7}, 5, 0);
+    add(builder, 2000000000, {7}, 5, 0);
     builder.addLibrary(1, 5, library, 1);
     builder.addFunction(7, function, 1, 1);
     return builder.build();
