@@ -8,6 +8,7 @@ import {
   flameFromRoot,
   flameOfCallers,
   joinGroups,
+  REST,
 } from '../src/model/flame';
 import { foldedStacks, groupsOf } from '../src/model/groups';
 import { heatMap, secondsMap } from '../src/model/heat';
@@ -206,6 +207,31 @@ test('boxes below the least share are left out, those at it are not', () => {
     flameFromRoot(profile, total, null, { least, focus: [] }).frames.length - 1;
   assert.equal(boxes(0.25), 2);
   assert.equal(boxes(0.26), 1);
+});
+
+test('boxes that are left out have one that counts them, where that is wide enough', () => {
+  const frames = [0, 0, 0, 0, 0, 0, 1, 2, 3, 3];
+  const samples = frames.map((frame, i) => ({ time: i, chain: [7, frame], thread: 0, cpu: 0 }));
+  const profile: Profile = profileOf(samples);
+  const { total, own } = select(profile, stateOf({}));
+  const rests = (tree: FlameTree) =>
+    tree.frames.flatMap((frame, box) =>
+      frame === REST
+        ? [[tree.depths[box], tree.rests[box], tree.values[box], tree.starts[box]]]
+        : [],
+    );
+  const fromRoot = (least: number, focus: number[] = []) =>
+    rests(flameFromRoot(profile, total, null, { least, focus }));
+  assert.deepEqual(fromRoot(0.1), []);
+  assert.deepEqual(fromRoot(0.15), [[2, 2, 2, 8]]); // 1 and 2, right of six and two samples
+  assert.deepEqual(fromRoot(0.3), [[2, 3, 4, 6]]);
+  assert.deepEqual(fromRoot(0.5), []); // all others together are narrower than that
+  assert.deepEqual(fromRoot(0.3, [7]), [[2, 3, 4, 6]]);
+  assert.deepEqual(fromRoot(0.3, [7, 0]), []); // beside what is followed nothing is drawn
+  const fromLeaves = flameFromLeaves(profile, own, null, { least: 0.3, focus: [] });
+  assert.deepEqual(rests(fromLeaves), [[1, 3, 4, 6]]);
+  const joined = joinGroups([{ group: 0, tree: fromLeaves }], []);
+  assert.deepEqual(rests(joined), [[2, 3, 4, 6]]);
 });
 
 test('groups stand beside each other, the largest first', () => {

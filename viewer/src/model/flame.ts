@@ -1,12 +1,16 @@
 // Flame graphs: boxes of a tree, laid out from the stacks of a selection. Boxes narrower than a
 // given number of samples are left out, with all that is above them, so that a graph has as many
-// boxes as can be seen, however many stacks there are.
+// boxes as can be seen, however many stacks there are. Beside a box's children one box stands for
+// those of them that are left out.
 
 import type { Profile } from '../data/profile';
 
+/** The frame of a box that stands for others. */
+export const REST = Number.MIN_SAFE_INTEGER;
+
 /** Boxes in the order of their making: a parent before its children. Box 0 is the whole. */
 export interface FlameTree {
-  /** A frame; -1 for box 0; -2 - n for group n. */
+  /** A frame; -1 for box 0; -2 - n for group n; REST. */
   frames: number[];
   parents: number[];
   depths: number[];
@@ -15,6 +19,8 @@ export interface FlameTree {
   starts: number[];
   /** Of the recording that is compared with; 0 without one. */
   baselines: number[];
+  /** How many functions a box of REST stands for; 0 for the others. */
+  rests: number[];
   maximumDepth: number;
   /** The box that `focus` leads to; null where the selection has none. */
   focused: number | null;
@@ -28,7 +34,7 @@ interface Child<Part> {
   part: Part;
 }
 
-/** The children of a part that `isSeen` wants; others need not be made. */
+/** The children of a part that `isSeen` wants, which is asked once for each; others need not be made. */
 type ChildrenOf<Part> = (
   part: Part,
   isSeen: (frame: number, value: number) => boolean,
@@ -49,9 +55,22 @@ function newTree(value: number, baseline: number): FlameTree {
     values: [value],
     starts: [0],
     baselines: [baseline],
+    rests: [0],
     maximumDepth: 0,
     focused: null,
   };
+}
+
+function push(tree: FlameTree, parent: number, box: Omit<Child<unknown>, 'part'>, start: number) {
+  const depth = tree.depths[parent] + 1;
+  tree.frames.push(box.frame);
+  tree.parents.push(parent);
+  tree.depths.push(depth);
+  tree.values.push(box.value);
+  tree.starts.push(start);
+  tree.baselines.push(box.baseline);
+  tree.rests.push(0);
+  tree.maximumDepth = Math.max(tree.maximumDepth, depth);
 }
 
 /** Adds the children of `box` left to right, the largest first. Returns their boxes. */
@@ -68,22 +87,29 @@ function addChildren<Part>(
     tree.focused = box;
   }
   const minimum = Math.max(1, options.least * tree.values[tree.focused ?? 0]);
-  const children = childrenOf(part, (frame, value) =>
-    wanted === null ? value >= minimum : frame === wanted && value > 0,
-  );
+  const rest = { frame: REST, value: 0, baseline: 0 };
+  let restCount = 0;
+  const children = childrenOf(part, (frame, value) => {
+    if (wanted !== null) {
+      return frame === wanted && value > 0;
+    }
+    if (value < minimum && value > 0) {
+      rest.value += value;
+      ++restCount;
+    }
+    return value >= minimum;
+  });
   children.sort((left, right) => right.value - left.value || left.frame - right.frame);
   const added: [number, Part][] = [];
   let start = tree.starts[box];
   for (const child of children) {
     added.push([tree.frames.length, child.part]);
-    tree.frames.push(child.frame);
-    tree.parents.push(box);
-    tree.depths.push(depth);
-    tree.values.push(child.value);
-    tree.starts.push(start);
-    tree.baselines.push(child.baseline);
-    tree.maximumDepth = Math.max(tree.maximumDepth, depth);
+    push(tree, box, child, start);
     start += child.value;
+  }
+  if (rest.value >= minimum) {
+    push(tree, box, rest, start);
+    tree.rests[tree.rests.length - 1] = restCount;
   }
   return added;
 }
@@ -346,6 +372,7 @@ export function joinGroups(
       whole.values.push(tree.values[box]);
       whole.starts.push(tree.starts[box] + start);
       whole.baselines.push(0);
+      whole.rests.push(tree.rests[box]);
     }
     start += tree.values[0];
     whole.maximumDepth = Math.max(whole.maximumDepth, tree.maximumDepth + 1);

@@ -1,15 +1,15 @@
 // The flame graph of what is selected.
 
-import { KIND_NAMES, type Kind, type Profile } from '../data/profile';
+import type { Kind, Profile } from '../data/profile';
 import { changeOf } from '../model/compare';
-import { type FlameTree, flameFromLeaves, flameFromRoot, joinGroups } from '../model/flame';
+import { type FlameTree, flameFromLeaves, flameFromRoot, joinGroups, REST } from '../model/flame';
 import { foldedStacks, type Group, groupsOf } from '../model/groups';
 import { countMatches, matcherOf, type Search, searchFrames } from '../model/search';
 import { totalsOf } from '../model/selection';
-import { countsByKind } from '../model/tables';
-import { boxColour, changeColour, kindColour, MATCH } from './colours';
+import { boxColour, changeColour, MATCH } from './colours';
 import { choice, h, iconButton, saveFile } from './dom';
 import { BOX_HEIGHT, type Box, FONT, layOut, NameFitter } from './flameLayout';
+import { legendOf } from './flameLegend';
 import { flamePicture } from './flamePicture';
 import { formatChange, formatCount, formatShare, plural, shortened } from './format';
 import { normChoice } from './normChoice';
@@ -162,7 +162,7 @@ export class FlameView implements View {
       this.tools.contains(document.activeElement) &&
       document.activeElement === this.searchField
     ) {
-      this.drawLegend();
+      this.legend.replaceChildren(...legendOf(this.page));
       return; // taking the field out would take the caret with it
     }
     this.tools.replaceChildren(
@@ -171,45 +171,16 @@ export class FlameView implements View {
       ...normChoice(this.page),
       this.searchField,
       this.searchResult,
-      h('span', { class: 'spring' }),
-      this.legend,
-      iconButton('SVG', 'Save this graph as a picture (SVG)', () => this.saveSvg()),
-      iconButton('PNG', 'Save this graph as a picture (PNG)', () => this.savePng()),
-      iconButton('Folded', 'Save what is selected as folded stacks', () => this.saveFolded()),
+      h(
+        'div',
+        { class: 'tools-end' },
+        this.legend,
+        iconButton('SVG', 'Save this graph as a picture (SVG)', () => this.saveSvg()),
+        iconButton('PNG', 'Save this graph as a picture (PNG)', () => this.savePng()),
+        iconButton('Folded', 'Save what is selected as folded stacks', () => this.saveFolded()),
+      ),
     );
-    this.drawLegend();
-  }
-
-  private drawLegend(): void {
-    const { profile, selection, theme } = this.page;
-    if (profile.baseline !== null) {
-      const sample = (change: number, text: string) => {
-        const dot = h('i', {});
-        dot.style.background = changeColour(theme, change);
-        return h('span', {}, dot, text);
-      };
-      this.legend.replaceChildren(sample(-1, 'less'), sample(0, 'same'), sample(1, 'more'));
-      return;
-    }
-    const counts = countsByKind(profile, selection);
-    this.legend.replaceChildren(
-      ...counts.flatMap((count, kind) => {
-        if (count === 0) {
-          return [];
-        }
-        const dot = h('i', {});
-        dot.style.background = kindColour(theme, kind);
-        const share = `${((100 * count) / selection.count).toFixed(1)} %`;
-        return [
-          h(
-            'span',
-            { title: `${plural(count, 'sample')} in code of this kind` },
-            dot,
-            `${KIND_NAMES[kind]} ${share}`,
-          ),
-        ];
-      }),
-    );
+    this.legend.replaceChildren(...legendOf(this.page));
   }
 
   private drawSearchResult(): void {
@@ -228,6 +199,9 @@ export class FlameView implements View {
     const frame = this.tree!.frames[box];
     if (frame >= 0) {
       return this.page.profile.frameNames[frame];
+    }
+    if (frame === REST) {
+      return `${formatCount(this.tree!.rests[box])} more`;
     }
     return frame === -1 ? 'all' : this.groups[-2 - frame].title;
   }
@@ -297,9 +271,8 @@ export class FlameView implements View {
     this.fitter ??= new NameFitter(this.page.profile, context);
     const style = getComputedStyle(this.element);
     const textColour = style.getPropertyValue('--box-text').trim();
-    const lineColour = style.getPropertyValue('--surface').trim();
     for (const box of this.boxes) {
-      this.paintBox(context, box, width, textColour, lineColour);
+      this.paintBox(context, box, width, textColour);
     }
     if (this.current >= 0) {
       const { x, y, width: boxWidth } = this.boxes[this.current];
@@ -315,7 +288,6 @@ export class FlameView implements View {
     { number, x, y, width }: Box,
     canvasWidth: number,
     textColour: string,
-    lineColour: string,
   ): void {
     if (x + width < 0 || x > canvasWidth) {
       return;
@@ -337,13 +309,12 @@ export class FlameView implements View {
       context.fillStyle = textColour;
       context.fillText(text, left + 4, y + BOX_HEIGHT / 2 - 0.5);
     }
-    void lineColour;
   }
 
   private colourOf(box: number): string {
     const { profile, theme } = this.page;
     const frame = this.tree!.frames[box];
-    if (profile.baseline !== null) {
+    if (profile.baseline !== null && frame !== REST) {
       return changeColour(theme, this.changeOf(box) / 5);
     }
     if (frame < 0) {
@@ -399,6 +370,9 @@ export class FlameView implements View {
         `${formatShare(tree.values[box], tree.values[parent])} of ${shortened(this.titleOf(parent), 60)}`,
       );
     }
+    if (frame === REST) {
+      lines.push('Functions too narrow to be drawn; zoom into what they stand on to see them.');
+    }
     if (frame >= 0) {
       const file = profile.frameFiles[frame];
       const library = profile.libraryNames[profile.frameLibraries[frame]];
@@ -407,7 +381,7 @@ export class FlameView implements View {
           (file === 0 ? '' : `, ${shortened(profile.fileNames[file - 1], 120)}`),
       );
     }
-    if (profile.baseline !== null) {
+    if (profile.baseline !== null && frame !== REST) {
       lines.push(
         `before: ${formatShare(tree.baselines[box], selection.baselineCount)}, ${formatChange(this.changeOf(box))} points`,
       );
@@ -434,9 +408,15 @@ export class FlameView implements View {
     const frame = this.tree!.frames[box];
     if (event.shiftKey && frame >= 0) {
       this.filterBy(frame);
+    } else if (frame === REST) {
+      this.zoomTo(this.tree!.parents[box]);
     } else {
-      this.page.show({ focus: this.pathTo(box) });
+      this.zoomTo(box);
     }
+  }
+
+  private zoomTo(box: number): void {
+    this.page.show({ focus: this.pathTo(box) });
   }
 
   private walk(event: KeyboardEvent): void {
@@ -453,7 +433,7 @@ export class FlameView implements View {
       const row = inRow(tree.parents[at]);
       next = row[row.indexOf(at) + (event.key === 'ArrowRight' ? 1 : -1)] ?? at;
     } else if (event.key === 'Enter') {
-      this.page.show({ focus: this.pathTo(at) });
+      this.zoomTo(tree.frames[at] === REST ? tree.parents[at] : at);
       this.canvas.focus();
     } else if (event.key === 'f' && tree.frames[at] >= 0) {
       this.filterBy(tree.frames[at]);

@@ -127,7 +127,7 @@ export function shareColumns(page: Page): Column<Row>[] {
     {
       key: 'change',
       title: 'Own, change',
-      width: '100px',
+      width: '112px',
       hint: 'Percentage points of own samples that it has more or less than before; by time: of the samples a second before',
       text: (row) => formatChange(change(row.own, row.baselineOwn)),
       value: (row) => change(row.own, row.baselineOwn),
@@ -135,7 +135,7 @@ export function shareColumns(page: Page): Column<Row>[] {
     {
       key: 'totalChange',
       title: 'Total, change',
-      width: '108px',
+      width: '118px',
       hint: 'The same for its total',
       text: (row) => formatChange(change(row.total, row.baselineTotal)),
       value: (row) => change(row.total, row.baselineTotal),
@@ -143,7 +143,7 @@ export function shareColumns(page: Page): Column<Row>[] {
     {
       key: 'rate',
       title: 'Samples/s',
-      width: '112px',
+      width: '132px',
       hint: 'Own samples a second, now and before',
       text: (row) => `${rate(row).toFixed(1)} (${rateBefore(row).toFixed(1)})`,
       value: (row) => rate(row) - rateBefore(row),

@@ -17,7 +17,7 @@ import {
 import { GUTTER, HeatPicture, SECOND_ROWS } from './heatPicture';
 import type { Page, View } from './page';
 
-const RIGHT = 16;
+const RIGHT = 22;
 const CURVE_HEIGHT = 84;
 const CELL = 2; // pixels of a column
 const SMALLEST_ZOOM = 1e-6;
