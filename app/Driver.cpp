@@ -33,9 +33,17 @@ constexpr std::size_t RESERVE_BYTES = 32768;
 
 }  // namespace
 
+void Driver::FreeReserve::operator()(void* reserve) const { std::free(reserve); }
+
 int Driver::run(int argc, char* const* argv) {
+  // Not with new, which throws inside even when it is asked not to: where this is not to be had,
+  // there may be no room for an exception either.
+  reserve_.reset(std::malloc(RESERVE_BYTES));
+  if (reserve_ == nullptr) {
+    _reportOutOfMemory();
+    return EXIT_FAILURE;
+  }
   try {
-    reserve_ = std::make_unique<char[]>(RESERVE_BYTES);
     return _run(argc, argv);
   } catch (const std::bad_alloc&) {
     _reportOutOfMemory();

@@ -30,6 +30,10 @@ class Driver {
   int run(int argc, char* const* argv);
 
  private:
+  struct FreeReserve {
+    void operator()(void* reserve) const;
+  };
+
   int _run(int argc, char* const* argv);
   void _reportEnd(const char* why);
   void _reportOutOfMemory();
@@ -59,5 +63,5 @@ class Driver {
   std::ifstream input_;
   std::optional<kestrel::OutputFile> outputFile_;  // none: standard output
   std::ostream* output_ = nullptr;
-  std::unique_ptr<char[]> reserve_;  // given back when memory runs out, for saying so
+  std::unique_ptr<void, FreeReserve> reserve_;  // given back when memory runs out, for saying so
 };

@@ -48,6 +48,37 @@ class OutOfMemoryTest : public testing::Test {
 
 }  // namespace
 
+// Hardly more than what the loader of programs needs: there is no memory at all for an exception.
+TEST_F(OutOfMemoryTest, NothingIsLeftWhenTheProgramBegins) {
+  constexpr rlim_t PAGE = 4096;
+  constexpr rlim_t STEP = 64 * PAGE;
+  constexpr rlim_t ENOUGH_FOR_THE_LOADER = 512 * PAGE;
+  constexpr int NOT_LOADED = 127;
+  driver_.configure();
+  const auto runWith = [this](rlim_t memory) {
+    return driver_.program({"-c", "test.conf", "-i", "recording.perf", "-o", "document.json"})
+        .limit(RLIMIT_AS, memory)
+        .run();
+  };
+  rlim_t enoughToLoad = ENOUGH_FOR_THE_LOADER;
+  while (runWith(enoughToLoad).status == NOT_LOADED) {
+    enoughToLoad += STEP;
+  }
+  int ended = 0;
+  for (rlim_t memory = enoughToLoad - STEP; memory < enoughToLoad + STEP; memory += PAGE) {
+    SCOPED_TRACE(memory);
+    const ProgramResult result = runWith(memory);
+    if (result.status == NOT_LOADED) {
+      continue;
+    }
+    ++ended;
+    ASSERT_EQ(result.status, 1) << result.err;
+    EXPECT_THAT(result.err + driver_.folder().read("run.log"),
+                HasSubstr("Out of memory, aborting.."));
+  }
+  EXPECT_GT(ended, 0);
+}
+
 TEST_F(OutOfMemoryTest, KernelListThatDoesNotFit) {
   std::string list;
   for (unsigned i = 0; i < 60'000; ++i) {
