@@ -392,6 +392,7 @@ TEST_F(SymbolListLineTest, LargestAddress) {
 
 TEST_F(SymbolListLineTest, AddressOver64BitsCannotBeRead) {
   EXPECT_EQ(nameOf("10000000000000000 T f"), std::nullopt);
+  EXPECT_EQ(nameOf("1ffffffffffffffff T f"), std::nullopt);
 }
 
 TEST_F(SymbolListLineTest, NegativeAddressIsTakenModulo64Bits) {

@@ -159,6 +159,13 @@ TEST(JSOMPlace, EqualPlacesBelowAMissingMember) {
   EXPECT_FALSE(root["a"][0]["b"] == root["a"]["b"]);
 }
 
+TEST(JSOMPlace, PlacesBelowDifferentElementsDiffer) {
+  JSOM root = loaded("[]");
+  const JSOM belowFirst = root[0]["b"];
+  root[0].setLong(1);
+  EXPECT_FALSE(belowFirst == root[1]["b"]);
+}
+
 TEST(JSOMPlace, APathLongerThanTheThreadsStackCanBeWrittenAndGivenUp) {
   JSOM root = loaded("{}");
   std::vector<JSOM> handles{root["k"]};
