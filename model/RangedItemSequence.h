@@ -1,7 +1,8 @@
 // Items by start, those that share theirs in the order that insertions gave them: the container
 // behind RangedItemStore. Finding a start, finding an index and inserting anywhere take logarithmic
 // time, whatever the order in which items arrive: a recording may list a million maps at random.
-// Borrows the items. One thread only.
+// Beyond some millions the list of blocks counts, which a split moves. Borrows the items. One
+// thread only.
 //
 // The items lie in blocks, which split when they are full. An entry holds its item's start, so that
 // a search does not touch the items: they must not move afterwards.
