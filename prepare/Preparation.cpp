@@ -234,7 +234,6 @@ std::uint64_t Preparation::_placeSampled(Task& task, Mode mode, std::uint64_t ad
   if (piece != nullptr) {
     ++counts.mapped;
     sampledAddresses_.add(piece->file->index, address - piece->base);
-    touchedCode_.add(piece->file->index, address - piece->base);
   } else {
     const std::uint64_t start = address & ~(UNKNOWN_SIZE - 1);
     const recordings::Mapping unknown{start, start + std::min(UNKNOWN_SIZE, ~start), start,
@@ -276,7 +275,6 @@ void Preparation::_addPlaced(ModeCounts& counts, Piece* piece, std::uint64_t add
   if (piece != nullptr) {
     ++counts.mapped;
     ++piece->callers;
-    touchedCode_.add(piece->file->index, address - piece->base);
     if (areCallersCounted_) {
       callerAddresses_.add(piece->file->index, address - piece->base);
     }

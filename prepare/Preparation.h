@@ -20,7 +20,6 @@
 #include "prepare/RunTimeCode.h"
 #include "prepare/ShelvedTable.h"
 #include "prepare/StackDumps.h"
-#include "prepare/TouchedCode.h"
 #include "recordings/Processes.h"
 #include "recordings/Recording.h"
 
@@ -88,8 +87,6 @@ class Preparation : public recordings::RecordVisitor {
   // (KERNEL_INDEX: the kernel itself) and address in that file, as recorded (offsets for files).
   const AddressCounts& sampledAddresses() const { return sampledAddresses_; }
   const AddressCounts& callerAddresses() const { return callerAddresses_; }
-  // By the numbers of the files; without the kernel itself.
-  const TouchedCode& touchedCode() const { return touchedCode_; }
   static constexpr std::uint32_t KERNEL_INDEX = 0x7fffffff;
   static constexpr std::uint64_t CALLERS_COUNTED_EVERY = 8;
 
@@ -162,7 +159,6 @@ class Preparation : public recordings::RecordVisitor {
   PreparationCounts counts_;
   AddressCounts sampledAddresses_;
   AddressCounts callerAddresses_;
-  TouchedCode touchedCode_;
   bool isKernelSettled_ = false;
   bool areCallersCounted_ = false;  // of the sample in hand
   std::array<Task, TASKS> tasks_;
