@@ -20,7 +20,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view MAGIC = "tracemill-list 1\n";
+// The number counts up when files get other names than before: lists that are kept are made again.
+constexpr std::string_view MAGIC = "tracemill-list 2\n";
 constexpr std::size_t MAX_INFO = 1 << 16;
 constexpr std::string_view TEMPORARY = "new-";
 
