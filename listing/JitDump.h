@@ -1,6 +1,6 @@
 // Names of code that a program made while it ran, from its file jit-PID.dump: records of functions
 // loaded and moved, in the order of time. Source:
-// tools/perf/Documentation/jitdump-specification.txt.
+// perf's description of the jitdump format, in its tools/perf/Documentation.
 #pragma once
 
 #include <cstdint>

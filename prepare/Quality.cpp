@@ -133,6 +133,103 @@ void addReasons(std::ostream& out, const char* title, const std::vector<Entry>& 
   }
 }
 
+void addStackDumps(kestrel::JsomWriter& json, const Preparation& preparation) {
+  Members members(json);
+  if (const StackDumps* const dumps = preparation.stackDumps()) {
+    static constexpr const char* ENDS[] = {"complete",      "mostFrames",  "stackTooShort",
+                                           "unknownModule", "fileMissing", "noUnwindInformation",
+                                           "broken"};
+    members.object("stackDumps");
+    for (std::size_t i = 0; i < dumps->ends().size(); ++i) {
+      members.number(ENDS[i], dumps->ends()[i]);
+    }
+    json.endObject();
+  }
+}
+
+void addChainEnds(kestrel::JsomWriter& json, const std::vector<ChainEnd>& ends) {
+  Members members(json);
+  members.array("chainEnds");
+  for (const ChainEnd& end : ends) {
+    json.startObject();
+    members.text("reason", end.reason)
+        .text("text", end.text)
+        .text("name", end.name)
+        .number("samples", end.samples)
+        .text("cure", end.cure);
+    json.endObject();
+  }
+  json.endArray();
+}
+
+void addDamages(kestrel::JsomWriter& json, const std::vector<recordings::Damage>& damages) {
+  Members members(json);
+  members.array("damage");
+  for (const recordings::Damage& damage : damages) {
+    json.startObject();
+    members.text("what", damage.what)
+        .number("offset", damage.offset)
+        .number("lostBytes", damage.lostBytes);
+    json.endObject();
+  }
+  json.endArray();
+}
+
+void addMoved(kestrel::JsomWriter& json, const Preparation& preparation) {
+  Members members(json);
+  members.array("moved");
+  std::size_t moved = 0;
+  preparation.plainProcesses().forEach([&](std::uint32_t pid, const PlainProcess& process) {
+    process.placement.forEach([&](std::uint64_t written, const Piece& piece) {
+      if (piece.shift != 0 && moved++ < LINES_OF_MOVED) {
+        json.startObject();
+        members.number("pid", pid)
+            .text("name", piece.file->name)
+            .number("from", piece.low)
+            .number("to", written)
+            .number("size", piece.high - piece.low)
+            .number("samples", piece.samples);
+        json.endObject();
+      }
+    });
+  });
+  json.endArray();
+}
+
+void addRenumbered(kestrel::JsomWriter& json, const Preparation& preparation) {
+  Members members(json);
+  members.array("renumbered");
+  std::size_t renumbered = 0;
+  preparation.threads().forEach([&](std::uint32_t tid, const SampledThread& thread) {
+    if (thread.recordedTid != tid && renumbered++ < LINES_OF_MOVED) {
+      json.startObject();
+      members.number("pid", thread.pid)
+          .number("tid", thread.recordedTid)
+          .number("as", tid)
+          .number("samples", thread.samples);
+      json.endObject();
+    }
+  });
+  json.endArray();
+}
+
+void addNameless(kestrel::JsomWriter& json, const std::vector<Nameless>& all) {
+  Members members(json);
+  members.array("nameless");
+  for (const Nameless& nameless : all) {
+    json.startObject();
+    members.text("reason", nameless.reason)
+        .text("text", nameless.text)
+        .text("name", nameless.name)
+        .number("samples", nameless.samples)
+        .number("callers", nameless.callers)
+        .text("cure", nameless.cure)
+        .texts("searched", nameless.searched);
+    json.endObject();
+  }
+  json.endArray();
+}
+
 }  // namespace
 
 Quality::Quality(const recordings::Recording& recording, const recordings::WalkCounts& walk,
@@ -360,79 +457,12 @@ std::string Quality::json() const {
   members.number("every", Preparation::CALLERS_COUNTED_EVERY);
   json.endObject();
   json.endObject();
-  if (const StackDumps* const dumps = preparation_.stackDumps()) {
-    static constexpr const char* ENDS[] = {"complete",      "mostFrames",  "stackTooShort",
-                                           "unknownModule", "fileMissing", "noUnwindInformation",
-                                           "broken"};
-    members.object("stackDumps");
-    for (std::size_t i = 0; i < dumps->ends().size(); ++i) {
-      members.number(ENDS[i], dumps->ends()[i]);
-    }
-    json.endObject();
-  }
-  members.array("chainEnds");
-  for (const ChainEnd& end : chainEnds_) {
-    json.startObject();
-    members.text("reason", end.reason)
-        .text("text", end.text)
-        .text("name", end.name)
-        .number("samples", end.samples)
-        .text("cure", end.cure);
-    json.endObject();
-  }
-  json.endArray();
-  members.array("damage");
-  for (const recordings::Damage& damage : walk_.damages) {
-    json.startObject();
-    members.text("what", damage.what)
-        .number("offset", damage.offset)
-        .number("lostBytes", damage.lostBytes);
-    json.endObject();
-  }
-  json.endArray();
-  members.array("moved");
-  std::size_t moved = 0;
-  preparation_.plainProcesses().forEach([&](std::uint32_t pid, const PlainProcess& process) {
-    process.placement.forEach([&](std::uint64_t written, const Piece& piece) {
-      if (piece.shift != 0 && moved++ < LINES_OF_MOVED) {
-        json.startObject();
-        members.number("pid", pid)
-            .text("name", piece.file->name)
-            .number("from", piece.low)
-            .number("to", written)
-            .number("size", piece.high - piece.low)
-            .number("samples", piece.samples);
-        json.endObject();
-      }
-    });
-  });
-  json.endArray();
-  members.array("renumbered");
-  std::size_t renumbered = 0;
-  preparation_.threads().forEach([&](std::uint32_t tid, const SampledThread& thread) {
-    if (thread.recordedTid != tid && renumbered++ < LINES_OF_MOVED) {
-      json.startObject();
-      members.number("pid", thread.pid)
-          .number("tid", thread.recordedTid)
-          .number("as", tid)
-          .number("samples", thread.samples);
-      json.endObject();
-    }
-  });
-  json.endArray();
-  members.array("nameless");
-  for (const Nameless& nameless : nameless_) {
-    json.startObject();
-    members.text("reason", nameless.reason)
-        .text("text", nameless.text)
-        .text("name", nameless.name)
-        .number("samples", nameless.samples)
-        .number("callers", nameless.callers)
-        .text("cure", nameless.cure)
-        .texts("searched", nameless.searched);
-    json.endObject();
-  }
-  json.endArray();
+  addStackDumps(json, preparation_);
+  addChainEnds(json, chainEnds_);
+  addDamages(json, walk_.damages);
+  addMoved(json, preparation_);
+  addRenumbered(json, preparation_);
+  addNameless(json, nameless_);
   members.text("judgement", judgement_);
   json.end();
   return out.str() + "\n";

@@ -86,4 +86,10 @@ void appendJsonString(std::string& to, std::string_view text) {
   to += '"';
 }
 
+std::string quotedJson(std::string_view text) {
+  std::string quoted;
+  appendJsonString(quoted, text);
+  return quoted;
+}
+
 }  // namespace report

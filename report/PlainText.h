@@ -14,5 +14,6 @@ void appendPlainText(std::string& to, std::string_view json);
 // `text` as a JSON string in quotes. Control characters and bytes that are no UTF-8 become U+FFFD,
 // '<' and '>' are escaped so that the string can stand in a page.
 void appendJsonString(std::string& to, std::string_view text);
+std::string quotedJson(std::string_view text);
 
 }  // namespace report

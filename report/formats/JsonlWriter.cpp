@@ -13,12 +13,6 @@ namespace report {
 
 namespace {
 
-std::string quoted(std::string_view text) {
-  std::string result;
-  appendJsonString(result, text);
-  return result;
-}
-
 std::string numberOrNull(uint32_t number) {
   return number == NONE ? "null" : std::to_string(number);
 }
@@ -47,19 +41,21 @@ void writeJsonl(std::ostream& out, const Profile& profile, const RecordingFacts&
   std::vector<std::string> frames, functions, threads;
   for (const Frame& frame : profile.frames) {
     const Library& library = profile.libraries[frame.library];
-    frames.push_back(quoted(frame.name));
-    functions.push_back(",\"function\":" + frames.back() + ",\"library\":" + quoted(library.name) +
-                        ",\"kind\":\"" + nameOf(library.kind) + "\",\"file\":" +
-                        (frame.file == NONE ? "null" : quoted(profile.files[frame.file])));
+    frames.push_back(quotedJson(frame.name));
+    functions.push_back(
+        ",\"function\":" + frames.back() + ",\"library\":" + quotedJson(library.name) +
+        ",\"kind\":\"" + nameOf(library.kind) +
+        "\",\"file\":" + (frame.file == NONE ? "null" : quotedJson(profile.files[frame.file])));
   }
   for (const ProfileThread& thread : profile.threads) {
-    threads.push_back(
-        ",\"pid\":" + numberOrNull(thread.pid) + ",\"tid\":" + numberOrNull(thread.tid) +
-        ",\"process\":" + quoted(thread.processName) + ",\"thread\":" + quoted(thread.name));
+    threads.push_back(",\"pid\":" + numberOrNull(thread.pid) + ",\"tid\":" +
+                      numberOrNull(thread.tid) + ",\"process\":" + quotedJson(thread.processName) +
+                      ",\"thread\":" + quotedJson(thread.name));
   }
   const std::string host = hostOf(facts.qualityJson);
-  const std::string start = "{\"recording\":" + quoted(facts.name) +
-                            ",\"host\":" + (host.empty() ? "null" : quoted(host)) + ",\"time\":";
+  const std::string start = "{\"recording\":" + quotedJson(facts.name) +
+                            ",\"host\":" + (host.empty() ? "null" : quotedJson(host)) +
+                            ",\"time\":";
   const SampleColumns& samples = profile.samples;
   const std::size_t timed = samples.size() - static_cast<std::size_t>(profile.timelessCount);
   for (std::size_t i = 0; i < samples.size(); ++i) {

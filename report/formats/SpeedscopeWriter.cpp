@@ -12,12 +12,6 @@ namespace report {
 
 namespace {
 
-std::string quoted(std::string_view text) {
-  std::string result;
-  appendJsonString(result, text);
-  return result;
-}
-
 std::string seconds(int64_t nanoseconds) {
   std::string text = std::to_string(nanoseconds / 1000000000);
   std::string fraction = std::to_string(nanoseconds % 1000000000 + 1000000000);
@@ -58,8 +52,8 @@ void writeThread(std::ostream& out, const Profile& profile, const ProfileThread&
   const int64_t usual = medianDistance(times);
   std::string weights;
   out << "{\"type\":\"sampled\",\"name\":"
-      << quoted(titleOf(thread.name) + " " +
-                (thread.tid == NONE ? "unknown" : std::to_string(thread.tid)))
+      << quotedJson(titleOf(thread.name) + " " +
+                    (thread.tid == NONE ? "unknown" : std::to_string(thread.tid)))
       << ",\"unit\":\"seconds\",\"startValue\":" << seconds(times.front()) << ",\"samples\":[";
   int64_t end = times.front();
   for (std::size_t i = 0; i < samples.size(); ++i) {
@@ -82,12 +76,13 @@ void writeThread(std::ostream& out, const Profile& profile, const ProfileThread&
 
 void writeSpeedscope(std::ostream& out, const Profile& profile, const RecordingFacts& facts) {
   out << R"({"$schema":"https://www.speedscope.app/file-format-schema.json","exporter":"tracemill-report","name":)"
-      << quoted(facts.name) << ",\"activeProfileIndex\":0,\"shared\":{\"frames\":[";
+      << quotedJson(facts.name) << ",\"activeProfileIndex\":0,\"shared\":{\"frames\":[";
   const char* separator = "";
   for (const Frame& frame : profile.frames) {
     const std::string& file =
         frame.file == NONE ? profile.libraries[frame.library].name : profile.files[frame.file];
-    out << separator << "{\"name\":" << quoted(frame.name) << ",\"file\":" << quoted(file) << "}";
+    out << separator << "{\"name\":" << quotedJson(frame.name) << ",\"file\":" << quotedJson(file)
+        << "}";
     separator = ",";
   }
   out << "]},\"profiles\":[";

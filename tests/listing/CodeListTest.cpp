@@ -52,7 +52,7 @@ std::string number(std::uint64_t value, int size) {
   return bytes;
 }
 
-// As perf's jitdump-specification.txt has it, little-endian.
+// As perf describes the jitdump format, little-endian.
 std::string record(unsigned id, const std::string& body, std::uint64_t time = 0) {
   return number(id, 4) + number(16 + body.size(), 4) + number(time, 8) + body;
 }

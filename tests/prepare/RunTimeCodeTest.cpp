@@ -11,6 +11,7 @@
 
 #include "prepare/RunTimeCode.h"
 #include "tests/prepare/PrepareCommand.h"
+#include "tests/recordings/WalkLog.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/recordings/Encodings.h"
 #include "tests/support/recordings/RecordingFile.h"
@@ -57,7 +58,7 @@ std::string number(std::uint64_t value, int size) {
   return bytes;
 }
 
-// By perf's jitdump-specification.txt: one function, loaded at a time.
+// As perf describes the jitdump format: one function, loaded at a time.
 std::string loadRecord(std::uint64_t time, const std::string& name) {
   const std::string body = number(7, 4) + number(7, 4) + number(CODE, 8) + number(CODE, 8) +
                            number(16, 8) + number(time, 8) + name + '\0';
@@ -168,4 +169,22 @@ TEST_F(RunTimeCodeTest, WithoutAWallClockTheTimeOfTheRecordingHasToAgree) {
   EXPECT_THAT(lists(), Not(HasSubstr("of_another")));
   setTime("perf.data", boot + 1000 * SECOND);
   EXPECT_THAT(lists(), HasSubstr("of_another"));
+}
+
+TEST(ManyProcessesTest, OfNoMoreThanSoManyItIsKnownWhenTheyBegan) {
+  const std::string bytes = made::fileBytes(madeCode());
+  const recordings::Recording recording(std::make_unique<recordings::MemoryInput>(asBytes(bytes)));
+  prepare::RunTimeCode code;
+  code.onSample(100 * SECOND);
+  for (std::uint32_t pid = 1; pid <= 60'000; ++pid) {
+    code.onBegin(pid);
+  }
+  listing::File early;
+  early.pid = 1;
+  code.describe(early, recording, true);
+  listing::File late;
+  late.pid = 60'000;
+  code.describe(late, recording, true);
+  EXPECT_GT(early.begin, INT64_MIN);
+  EXPECT_EQ(late.begin, INT64_MIN);
 }

@@ -8,31 +8,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "prepare/Prepare.h"
+#include "tests/prepare/PrepareCommand.h"
 #include "tests/support/TempDir.h"
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 
 namespace {
-
-struct Outcome {
-  int status = -1;
-  std::string err;
-};
-
-// In this process, with what it prints to standard error.
-Outcome prepareWith(std::vector<std::string> words) {
-  words.insert(words.begin(), "tracemill-prepare");
-  std::vector<char*> pointers;
-  for (std::string& word : words) {
-    pointers.push_back(word.data());
-  }
-  pointers.push_back(nullptr);
-  testing::internal::CaptureStderr();
-  const int status = prepare::run(static_cast<int>(words.size()), pointers.data());
-  return {status, testing::internal::GetCapturedStderr()};
-}
 
 class BundleRoundTripTest : public testing::Test {
  protected:
@@ -66,7 +48,7 @@ TEST_F(BundleRoundTripTest, TheDocumentIsTheSameWithoutTheFiles) {
   const std::string bundle = temp_.file("b.tar.zst");
   ASSERT_EQ(
       0, prepareWith({"-q", "--no-cache", "-o", temp_.file("here"), temp_.file("p.data")}).status);
-  const Outcome written = prepareWith({"--no-cache", "--bundle", bundle, temp_.file("p.data")});
+  const Ending written = prepareWith({"--no-cache", "--bundle", bundle, temp_.file("p.data")});
   ASSERT_EQ(0, written.status) << written.err;
   EXPECT_FALSE(temp_.has("p.data.prepared"));
   const std::string before = document("here");
@@ -74,7 +56,7 @@ TEST_F(BundleRoundTripTest, TheDocumentIsTheSameWithoutTheFiles) {
 
   fs::remove(victim_);
   fs::remove(temp_.file("p.data"));
-  const Outcome read = prepareWith({"--no-cache", "-o", temp_.file("there"), bundle});
+  const Ending read = prepareWith({"--no-cache", "-o", temp_.file("there"), bundle});
   ASSERT_EQ(0, read.status) << read.err;
   EXPECT_EQ(before, document("there"));
   EXPECT_FALSE(temp_.has("there/bundle"));
@@ -84,7 +66,7 @@ TEST_F(BundleRoundTripTest, TheDocumentIsTheSameWithoutTheFiles) {
 TEST_F(BundleRoundTripTest, NothingOfThisMachineIsUsed) {
   const std::string bundle = temp_.file("b.tar.zst");
   fs::rename(victim_, victim_ + ".away");
-  const Outcome written = prepareWith({"--no-cache", "--bundle", bundle, temp_.file("p.data")});
+  const Ending written = prepareWith({"--no-cache", "--bundle", bundle, temp_.file("p.data")});
   ASSERT_EQ(0, written.status) << written.err;
   EXPECT_THAT(written.err, HasSubstr("Left out, for they cannot be read: 1."));
   fs::rename(victim_ + ".away", victim_);
@@ -97,7 +79,7 @@ TEST_F(BundleRoundTripTest, ARecordingIsNeverReplaced) {
   const std::string bytes = temp_.read("p.data");
   EXPECT_EQ(2, prepareWith({"--bundle", recording, recording}).status);
   fs::copy_file(recording, temp_.file("other.data"));
-  const Outcome other = prepareWith({"--bundle", temp_.file("other.data"), recording});
+  const Ending other = prepareWith({"--bundle", temp_.file("other.data"), recording});
   EXPECT_EQ(1, other.status);
   EXPECT_THAT(other.err, HasSubstr("is no bundle"));
   EXPECT_EQ(bytes, temp_.read("p.data"));
