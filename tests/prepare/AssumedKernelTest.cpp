@@ -24,18 +24,18 @@ TEST(AssumedKernelTest, ReachesFromTheTextToItsEnd) {
   const TempDir temp;
   const auto kernel = kernelOfList(temp.write("list", LIST));
   ASSERT_TRUE(kernel);
-  EXPECT_EQ(0xffffffff81000000, kernel->start);
-  EXPECT_EQ(0xffffffff82001812, kernel->end);
-  EXPECT_EQ("_text", kernel->referenceName);
-  EXPECT_EQ(0xffffffff81000000, kernel->referenceAddress);
+  EXPECT_EQ(kernel->start, 0xffffffff81000000);
+  EXPECT_EQ(kernel->end, 0xffffffff82001812);
+  EXPECT_EQ(kernel->referenceName, "_text");
+  EXPECT_EQ(kernel->referenceAddress, 0xffffffff81000000);
 }
 
 TEST(AssumedKernelTest, OldListsHaveOneOfTheNames) {
   const TempDir temp;
   const auto kernel = kernelOfList(temp.write("list", "c0008000 T _stext\nc0500000 A _etext\n"));
   ASSERT_TRUE(kernel);
-  EXPECT_EQ(0xc0008000, kernel->start);
-  EXPECT_EQ("_stext", kernel->referenceName);
+  EXPECT_EQ(kernel->start, 0xc0008000);
+  EXPECT_EQ(kernel->referenceName, "_stext");
 }
 
 TEST(AssumedKernelTest, HiddenAddressesAreNone) {

@@ -56,16 +56,15 @@ class ContentsTest : public testing::Test {
 }  // namespace
 
 TEST_F(ContentsTest, SaysWhatTheFileHolds) {
-  EXPECT_EQ(
-      "host          board\n"
-      "kernel        6.1.0 armv7l\n"
-      "command line  perf record -g -- sh -c 'echo it'\\''s; x'\n"
-      "clock         CLOCK_MONOTONIC\n"
-      "first sample  7.000000000 s\n"
-      "duration      3.000000001 s\n"
-      "events                   2 samples  cpu-clock\n"
-      "                         1 samples  sched:sched_switch\n",
-      contents());
+  EXPECT_EQ(contents(),
+            "host          board\n"
+            "kernel        6.1.0 armv7l\n"
+            "command line  perf record -g -- sh -c 'echo it'\\''s; x'\n"
+            "clock         CLOCK_MONOTONIC\n"
+            "first sample  7.000000000 s\n"
+            "duration      3.000000001 s\n"
+            "events                   2 samples  cpu-clock\n"
+            "                         1 samples  sched:sched_switch\n");
 }
 
 // 14:03:02 is second 50582 of its day.

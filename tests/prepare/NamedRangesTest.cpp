@@ -58,7 +58,7 @@ TEST(NamedRangesTest, LinesMayLieAcrossBlocks) {
   for (std::size_t into = 0; into <= behind.size(); ++into) {
     std::string text = "0000000000001000 t ";
     text += std::string(BLOCK - into - text.size() - 1, 'x') + "\n";
-    ASSERT_EQ(BLOCK - into, text.size());
+    ASSERT_EQ(text.size(), BLOCK - into);
     const NamedRanges ranges = rangesOf(text + behind);
     EXPECT_TRUE(ranges.holds(0x1fff)) << into;
     EXPECT_FALSE(ranges.holds(0x2000)) << into;

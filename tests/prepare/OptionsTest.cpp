@@ -38,9 +38,9 @@ const std::string HELP = " See tracemill-prepare --help.";
 
 TEST(PrepareOptionsTest, WithoutWordsTheDefaultsHold) {
   const Options options = parsed({});
-  EXPECT_EQ(Options::Action::PREPARE, options.action);
-  EXPECT_EQ("perf.data", options.recording);
-  EXPECT_EQ("", options.output);
+  EXPECT_EQ(options.action, Options::Action::PREPARE);
+  EXPECT_EQ(options.recording, "perf.data");
+  EXPECT_EQ(options.output, "");
   EXPECT_FALSE(options.keepUnknown);
   EXPECT_FALSE(options.quiet);
 }
@@ -75,45 +75,45 @@ TEST(PrepareOptionsTest, EveryOptionIsTaken) {
                                   "9",
                                   "-q",
                                   "my.data"});
-  EXPECT_EQ("my.data", options.recording);
-  EXPECT_EQ("out", options.output);
+  EXPECT_EQ(options.recording, "my.data");
+  EXPECT_EQ(options.output, "out");
   EXPECT_THAT(options.events, ElementsAre("cycles", "faults"));
-  EXPECT_EQ("1:2:3,4s", options.window);
+  EXPECT_EQ(options.window, "1:2:3,4s");
   EXPECT_TRUE(options.keepUnknown);
   EXPECT_THAT(options.listing.sysroots, ElementsAre("/a", "/b"));
   EXPECT_THAT(options.listing.debugDirs, ElementsAre("/d"));
-  EXPECT_EQ("k", options.listing.kallsyms);
-  EXPECT_EQ("v", options.listing.vmlinux);
+  EXPECT_EQ(options.listing.kallsyms, "k");
+  EXPECT_EQ(options.listing.vmlinux, "v");
   EXPECT_FALSE(options.listing.demangle);
   EXPECT_FALSE(options.listing.lines);
   EXPECT_FALSE(options.listing.cache);
-  EXPECT_EQ(2u << 20, options.listing.cacheSize);
-  EXPECT_EQ(std::chrono::seconds(5), options.listing.timeout);
-  EXPECT_EQ(9u, options.maxFrames);
+  EXPECT_EQ(options.listing.cacheSize, 2u << 20);
+  EXPECT_EQ(options.listing.timeout, std::chrono::seconds(5));
+  EXPECT_EQ(options.maxFrames, 9u);
   EXPECT_TRUE(options.quiet);
 }
 
 TEST(PrepareOptionsTest, ActionsAndStandardInput) {
-  EXPECT_EQ(Options::Action::LIST, parsed({"-l"}).action);
-  EXPECT_EQ(Options::Action::HELP, parsed({"--help", "--bogus"}).action);
-  EXPECT_EQ(Options::Action::VERSION, parsed({"--version"}).action);
-  EXPECT_EQ("-", parsed({"-"}).recording);
-  EXPECT_EQ("-x", parsed({"--", "-x"}).recording);
+  EXPECT_EQ(parsed({"-l"}).action, Options::Action::LIST);
+  EXPECT_EQ(parsed({"--help", "--bogus"}).action, Options::Action::HELP);
+  EXPECT_EQ(parsed({"--version"}).action, Options::Action::VERSION);
+  EXPECT_EQ(parsed({"-"}).recording, "-");
+  EXPECT_EQ(parsed({"--", "-x"}).recording, "-x");
 }
 
 TEST(PrepareOptionsTest, EachErrorIsASentence) {
-  EXPECT_EQ("--bogus: no such option." + HELP, refusalOf({"--bogus"}));
-  EXPECT_EQ("-x: no such option." + HELP, refusalOf({"-x"}));
-  EXPECT_EQ("-x: no such option." + HELP, refusalOf({"-xq"}));
-  EXPECT_EQ("-x: no such option." + HELP, refusalOf({"--list", "-qx"}));
-  EXPECT_EQ("--no: no such option." + HELP, refusalOf({"--no"}));
-  EXPECT_EQ("--list=yes takes no value." + HELP, refusalOf({"--list=yes"}));
-  EXPECT_EQ("-o needs a value." + HELP, refusalOf({"-o"}));
-  EXPECT_EQ("--event needs a value." + HELP, refusalOf({"a", "--event"}));
-  EXPECT_EQ("b: one recording at a time." + HELP, refusalOf({"a", "b"}));
+  EXPECT_EQ(refusalOf({"--bogus"}), "--bogus: no such option." + HELP);
+  EXPECT_EQ(refusalOf({"-x"}), "-x: no such option." + HELP);
+  EXPECT_EQ(refusalOf({"-xq"}), "-x: no such option." + HELP);
+  EXPECT_EQ(refusalOf({"--list", "-qx"}), "-x: no such option." + HELP);
+  EXPECT_EQ(refusalOf({"--no"}), "--no: no such option." + HELP);
+  EXPECT_EQ(refusalOf({"--list=yes"}), "--list=yes takes no value." + HELP);
+  EXPECT_EQ(refusalOf({"-o"}), "-o needs a value." + HELP);
+  EXPECT_EQ(refusalOf({"a", "--event"}), "--event needs a value." + HELP);
+  EXPECT_EQ(refusalOf({"a", "b"}), "b: one recording at a time." + HELP);
   for (const char* const number : {"", "0", "-1", "x", "1x", " 1", "99999999999999999999"}) {
-    EXPECT_EQ("--max-frames: '" + std::string(number) + "' is no number from 1 to 4096." + HELP,
-              refusalOf({"--max-frames", number}));
+    EXPECT_EQ(refusalOf({"--max-frames", number}),
+              "--max-frames: '" + std::string(number) + "' is no number from 1 to 4096." + HELP);
   }
   EXPECT_THAT(refusalOf({"--cache-size", "K"}), HasSubstr("--cache-size: '' is no number"));
   EXPECT_THAT(refusalOf({"--listing-timeout", "0"}), HasSubstr("--listing-timeout: '0' is no"));

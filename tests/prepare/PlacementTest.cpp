@@ -58,21 +58,21 @@ class PlacementTest : public testing::Test {
 }  // namespace
 
 TEST_F(PlacementTest, WhatIsAloneKeepsItsAddress) {
-  EXPECT_EQ(0x401100u, hit({0x401000, 0x403000, 0x1000, &A}, 0x401100));
-  EXPECT_EQ(0x402fffu, hit({0x401000, 0x403000, 0x1000, &A}, 0x402fff));
+  EXPECT_EQ(hit({0x401000, 0x403000, 0x1000, &A}, 0x401100), 0x401100u);
+  EXPECT_EQ(hit({0x401000, 0x403000, 0x1000, &A}, 0x402fff), 0x402fffu);
   EXPECT_THAT(pieces(), ElementsAre("a 401000-403000"));
 }
 
 TEST_F(PlacementTest, OfTwoThingsAtOneAddressTheSecondMoves) {
   const Mapping first{0x401000, 0x403000, 0x1000, &A};
   const Mapping second{0x401000, 0x402000, 0x1000, &B};
-  EXPECT_EQ(0x401100u, hit(first, 0x401100));
+  EXPECT_EQ(hit(first, 0x401100), 0x401100u);
   const std::uint64_t moved = hit(second, 0x401100);
-  EXPECT_NE(0x401100u, moved);
-  EXPECT_EQ(0x1100u, moved % 0x10000);             // the digits that people compare
+  EXPECT_NE(moved, 0x401100u);
+  EXPECT_EQ(moved % 0x10000, 0x1100u);             // the digits that people compare
   EXPECT_EQ(moved + 0x20, hit(second, 0x401120));  // its neighbours go with it
-  EXPECT_EQ(0x401100u, hit(first, 0x401100));
-  EXPECT_EQ(2u, pieces().size());
+  EXPECT_EQ(hit(first, 0x401100), 0x401100u);
+  EXPECT_EQ(pieces().size(), 2u);
   expectApart();
 }
 
@@ -82,12 +82,12 @@ TEST_F(PlacementTest, OtherPagesOfWhatHasMovedStayWhereTheyAreFree) {
   const Mapping second{0x400000, 0x500000, 0, &B};
   hit(first, 0x410100);
   hit(first, 0x412100);
-  EXPECT_NE(0x411000u, hit(second, 0x411000));
-  EXPECT_NE(0x410008u, hit(second, 0x410008));  // the same page as a hit of the other
-  EXPECT_EQ(0x420000u, hit(second, 0x420000));
-  EXPECT_EQ(0x40f000u, hit(second, 0x40f000));
-  EXPECT_EQ(0x4fffffu, hit(second, 0x4fffff));
-  EXPECT_NE(0x411fffu, hit(second, 0x411fff));
+  EXPECT_NE(hit(second, 0x411000), 0x411000u);
+  EXPECT_NE(hit(second, 0x410008), 0x410008u);  // the same page as a hit of the other
+  EXPECT_EQ(hit(second, 0x420000), 0x420000u);
+  EXPECT_EQ(hit(second, 0x40f000), 0x40f000u);
+  EXPECT_EQ(hit(second, 0x4fffff), 0x4fffffu);
+  EXPECT_NE(hit(second, 0x411fff), 0x411fffu);
   expectApart();
 }
 
@@ -98,10 +98,10 @@ TEST_F(PlacementTest, WhatMovedInTwoStepsDoesNotOverlap) {
   const std::uint64_t one = hit(second, 0x410100);
   hit(first, 0x412100);
   const std::uint64_t two = hit(second, 0x412100);
-  EXPECT_NE(0x412100u, two);
+  EXPECT_NE(two, 0x412100u);
   EXPECT_EQ(one, hit(second, 0x410100));
   EXPECT_EQ(two, hit(second, 0x412100));
-  EXPECT_EQ(3u, pieces().size());
+  EXPECT_EQ(pieces().size(), 3u);
   expectApart();
 }
 
@@ -128,10 +128,10 @@ TEST_F(PlacementTest, AfterWritingDownEverythingStandsWhereItStood) {
 
   EXPECT_EQ(before, pieces());
   EXPECT_EQ(moved, hit(second, 0x401100));
-  EXPECT_EQ(0x401100u, hit(first, 0x401100));
-  EXPECT_EQ(0x700124u, hit(unknown, 0x700124));
-  EXPECT_EQ(7u, placement_.place(first, 0x401100, rules_).samples);
-  EXPECT_EQ(9u, placement_.place(second, 0x401100, rules_).callers);
+  EXPECT_EQ(hit(first, 0x401100), 0x401100u);
+  EXPECT_EQ(hit(unknown, 0x700124), 0x700124u);
+  EXPECT_EQ(placement_.place(first, 0x401100, rules_).samples, 7u);
+  EXPECT_EQ(placement_.place(second, 0x401100, rules_).callers, 9u);
   EXPECT_EQ(before.size(), pieces().size());
   // The next one that moves does not land on what moved before.
   hit({0x401000, 0x402000, 0x1000, &C}, 0x401100);
@@ -140,39 +140,39 @@ TEST_F(PlacementTest, AfterWritingDownEverythingStandsWhereItStood) {
 
 TEST_F(PlacementTest, TheSameFileAtAnotherOffsetIsAnotherThing) {
   hit({0x401000, 0x403000, 0x1000, &A}, 0x401100);
-  EXPECT_NE(0x401100u, hit({0x401000, 0x403000, 0x5000, &A}, 0x401100));
+  EXPECT_NE(hit({0x401000, 0x403000, 0x5000, &A}, 0x401100), 0x401100u);
   expectApart();
 }
 
 TEST_F(PlacementTest, APieceGivesWayAsFarAsNothingHitIt) {
   hit({0x401000, 0x409000, 0, &A}, 0x403000);
-  EXPECT_EQ(0x406000u, hit({0x405000, 0x408000, 0, &B}, 0x406000));  // behind its last hit
-  EXPECT_EQ(0x402000u, hit({0x401800, 0x402800, 0, &C}, 0x402000));  // in front of its first
-  EXPECT_EQ(0x403000u, hit({0x401000, 0x409000, 0, &A}, 0x403000));
-  EXPECT_EQ(0x408800u, hit({0x401000, 0x409000, 0, &A}, 0x408800));  // its part behind the other
+  EXPECT_EQ(hit({0x405000, 0x408000, 0, &B}, 0x406000), 0x406000u);  // behind its last hit
+  EXPECT_EQ(hit({0x401800, 0x402800, 0, &C}, 0x402000), 0x402000u);  // in front of its first
+  EXPECT_EQ(hit({0x401000, 0x409000, 0, &A}, 0x403000), 0x403000u);
+  EXPECT_EQ(hit({0x401000, 0x409000, 0, &A}, 0x408800), 0x408800u);  // its part behind the other
   expectApart();
 }
 
 TEST_F(PlacementTest, BetweenTwoHitsNothingGivesWay) {
   hit({0x401000, 0x409000, 0, &A}, 0x402000);
   hit({0x401000, 0x409000, 0, &A}, 0x408000);
-  EXPECT_NE(0x405000u, hit({0x405000, 0x406000, 0, &B}, 0x405000));
+  EXPECT_NE(hit({0x405000, 0x406000, 0, &B}, 0x405000), 0x405000u);
   expectApart();
 }
 
 TEST_F(PlacementTest, ReservedRangesStayFree) {
   rules_.reserved = {{0xB0000000, 0xBEFFFFFF}, {0xffffffff81000000, 0xffffffff81ffffff}};
   const Mapping over{0xAF000000, 0xC0000000, 0, &A};
-  EXPECT_EQ(0xAF000100u, hit(over, 0xAF000100));
-  EXPECT_EQ(0xAFFFFFFFu, hit(over, 0xAFFFFFFF));
-  EXPECT_EQ(0xBF000000u, hit(over, 0xBF000000));
+  EXPECT_EQ(hit(over, 0xAF000100), 0xAF000100u);
+  EXPECT_EQ(hit(over, 0xAFFFFFFF), 0xAFFFFFFFu);
+  EXPECT_EQ(hit(over, 0xBF000000), 0xBF000000u);
   for (const std::uint64_t inside : {0xB0000000u, 0xBEFFFFFFu}) {
     const std::uint64_t moved = hit(over, inside);
     EXPECT_TRUE(moved < 0xB0000000 || moved > 0xBEFFFFFF) << inside;
   }
   const Mapping high{0xffffffff80000000, ~uint64_t{0}, 0, &B};
-  EXPECT_EQ(0xffffffff82000000, hit(high, 0xffffffff82000000));
-  EXPECT_NE(0xffffffff81000000, hit(high, 0xffffffff81000000));
+  EXPECT_EQ(hit(high, 0xffffffff82000000), 0xffffffff82000000);
+  EXPECT_NE(hit(high, 0xffffffff81000000), 0xffffffff81000000);
   expectApart();
   placement_.forEach([&](std::uint64_t written, const Piece& piece) {
     for (const auto& range : rules_.reserved) {
@@ -186,12 +186,12 @@ TEST_F(PlacementTest, ReservedRangesStayFree) {
 TEST_F(PlacementTest, LowMapsThatWouldBeMisreadMove) {
   rules_.mustBeHigh = [](const Mapping& mapping) { return mapping.file == &A; };
   EXPECT_LE(PlacementRules::HIGH_ADDRESS, hit({0x10000, 0x20000, 0, &A}, 0x10100));
-  EXPECT_EQ(0x30100u, hit({0x30000, 0x40000, 0, &B}, 0x30100));
-  EXPECT_EQ(0x40000100u, hit({0x40000000, 0x40010000, 0, &A}, 0x40000100));
+  EXPECT_EQ(hit({0x30000, 0x40000, 0, &B}, 0x30100), 0x30100u);
+  EXPECT_EQ(hit({0x40000000, 0x40010000, 0, &A}, 0x40000100), 0x40000100u);
 }
 
 TEST_F(PlacementTest, AddressZeroIsNoSampleAndMoves) {
-  EXPECT_NE(0u, hit({0, 0x1000, 0, &A}, 0));
+  EXPECT_NE(hit({0, 0x1000, 0, &A}, 0), 0u);
   expectApart();
 }
 

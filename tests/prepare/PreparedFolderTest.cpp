@@ -48,8 +48,8 @@ TEST(PreparedFolderTest, AppearsWholeAtTheEnd) {
     EXPECT_EQ(temp.file("out/file"), folder.finalPath("file"));
     folder.commit();
   }
-  EXPECT_EQ("text", temp.read("out/file"));
-  EXPECT_EQ(1u, entriesOf(temp));
+  EXPECT_EQ(temp.read("out/file"), "text");
+  EXPECT_EQ(entriesOf(temp), 1u);
 }
 
 TEST(PreparedFolderTest, AnUnfinishedOneLeavesNothing) {
@@ -58,7 +58,7 @@ TEST(PreparedFolderTest, AnUnfinishedOneLeavesNothing) {
     const PreparedFolder folder(temp.file("out"));
     folder.write("file", "text");
   }
-  EXPECT_EQ(0u, entriesOf(temp));
+  EXPECT_EQ(entriesOf(temp), 0u);
 }
 
 TEST(PreparedFolderTest, ItsOwnIsReplacedWhole) {
@@ -66,9 +66,9 @@ TEST(PreparedFolderTest, ItsOwnIsReplacedWhole) {
   prepareOne(temp.file("out"), "first");
   std::filesystem::create_directory(temp.file("out/more"));
   prepareOne(temp.file("out/"), "second");  // a slash at the end changes nothing
-  EXPECT_EQ("second", temp.read("out/file"));
+  EXPECT_EQ(temp.read("out/file"), "second");
   EXPECT_FALSE(temp.has("out/more"));
-  EXPECT_EQ(1u, entriesOf(temp));
+  EXPECT_EQ(entriesOf(temp), 1u);
 }
 
 TEST(PreparedFolderTest, WhileTheNewOneIsMadeTheOldOneStays) {
@@ -78,8 +78,8 @@ TEST(PreparedFolderTest, WhileTheNewOneIsMadeTheOldOneStays) {
     const PreparedFolder folder(temp.file("out"));
     folder.write("file", "half");
   }
-  EXPECT_EQ("first", temp.read("out/file"));
-  EXPECT_EQ(1u, entriesOf(temp));
+  EXPECT_EQ(temp.read("out/file"), "first");
+  EXPECT_EQ(entriesOf(temp), 1u);
 }
 
 TEST(PreparedFolderTest, WhatIsNotItsOwnIsRefused) {
@@ -95,9 +95,9 @@ TEST(PreparedFolderTest, WhatIsNotItsOwnIsRefused) {
                                             "tracemill-prepare. Name another folder with -o, or "
                                             "remove this one."));
   }
-  EXPECT_EQ("precious", temp.read("file"));
-  EXPECT_EQ("precious", temp.read("folder/file"));
-  EXPECT_EQ(4u, entriesOf(temp));
+  EXPECT_EQ(temp.read("file"), "precious");
+  EXPECT_EQ(temp.read("folder/file"), "precious");
+  EXPECT_EQ(entriesOf(temp), 4u);
 }
 
 // Somebody else was faster.
@@ -106,7 +106,7 @@ TEST(PreparedFolderTest, WhatCameInTheMeantimeIsRefusedToo) {
   PreparedFolder folder(temp.file("out"));
   temp.write("out", "precious");
   EXPECT_THROW(folder.commit(), PrepareError);
-  EXPECT_EQ("precious", temp.read("out"));
+  EXPECT_EQ(temp.read("out"), "precious");
 }
 
 TEST(PreparedFolderTest, APlaceThatIsNotThereIsToldOf) {
@@ -135,11 +135,11 @@ TEST(PreparedFolderTest, OneThatCannotBeMarkedIsNotLeftBehind) {
   } catch (const PrepareError& error) {
     EXPECT_THAT(error.what(), HasSubstr("cannot be written: Too many open files"));
   }
-  EXPECT_EQ(0u, entriesOf(temp));
+  EXPECT_EQ(entriesOf(temp), 0u);
 }
 
 TEST(PreparedFolderTest, PlacesAreNamedAfterTheRecording) {
-  EXPECT_EQ("perf.data.prepared", PreparedFolder::placeFor("perf.data"));
-  EXPECT_EQ("perf.data.prepared", PreparedFolder::placeFor("-"));
-  EXPECT_EQ("/x/rings.prepared", PreparedFolder::placeFor("/x/rings//"));
+  EXPECT_EQ(PreparedFolder::placeFor("perf.data"), "perf.data.prepared");
+  EXPECT_EQ(PreparedFolder::placeFor("-"), "perf.data.prepared");
+  EXPECT_EQ(PreparedFolder::placeFor("/x/rings//"), "/x/rings.prepared");
 }

@@ -24,7 +24,7 @@ std::string outputOf(const std::string& command) {
   for (int byte = std::fgetc(pipe); byte != EOF; byte = std::fgetc(pipe)) {
     text += static_cast<char>(byte);
   }
-  EXPECT_EQ(0, pclose(pipe)) << command;
+  EXPECT_EQ(pclose(pipe), 0) << command;
   return text;
 }
 
@@ -47,7 +47,7 @@ TEST(PrepareProgramTest, ADocumentHasTheRightFunction) {
   const std::string recording =
       temp.write("perf.data", made::fileBytes(samplesIn(VICTIM_FILE, 0x555555554000 + offset, 3)));
   const Ending run = prepareWith({"--no-cache", recording});
-  ASSERT_EQ(0, run.status) << run.err;
+  ASSERT_EQ(run.status, 0) << run.err;
   outputOf(std::string(TRACEMILL_PROGRAM) + " -c " + recording + ".prepared/tracemill.conf -o " +
            temp.file("profile.json"));
   const std::string document = temp.read("profile.json");
@@ -60,11 +60,11 @@ TEST(PrepareProgramTest, ADocumentHasTheRightFunction) {
 TEST(PrepareProgramTest, WhatIsNoRecordingEndsWithASentenceAndLeavesNothing) {
   const TempDir temp;
   const Ending run = prepareWith({temp.write("perf.data", std::string(300, 'x'))});
-  EXPECT_EQ(1, run.status);
+  EXPECT_EQ(run.status, 1);
   EXPECT_THAT(run.err, HasSubstr("tracemill-prepare: " + temp.file("perf.data") +
                                  ": is no recording of perf record"));
   EXPECT_FALSE(temp.has("perf.data.prepared"));
-  EXPECT_EQ(1, std::distance(std::filesystem::directory_iterator(temp.path()), {}));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(temp.path()), {}), 1);
 }
 
 TEST(PrepareProgramTest, AnUnknownEventIsToldWithThoseThatAreThere) {
@@ -72,9 +72,9 @@ TEST(PrepareProgramTest, AnUnknownEventIsToldWithThoseThatAreThere) {
   const std::string recording =
       temp.write("perf.data", made::fileBytes(samplesIn("/nowhere", 0x555555554000, 1)));
   const Ending run = prepareWith({"--event", "cycles", recording});
-  EXPECT_EQ(2, run.status);
+  EXPECT_EQ(run.status, 2);
   EXPECT_THAT(run.err, HasSubstr("holds no event 'cycles'; it has cpu-clock."));
-  EXPECT_EQ(1, std::distance(std::filesystem::directory_iterator(temp.path()), {}));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(temp.path()), {}), 1);
 }
 
 // The folder of the run before stays as it was, and of this run nothing is left.
@@ -88,15 +88,15 @@ TEST(PrepareProgramTest, AFullDiskLeavesNothingHalfWritten) {
   const std::string large =
       temp.write("large.data", made::fileBytes(samplesIn("/nowhere", 0x555555554010, 50000)));
   const std::string out = temp.file("disk/out");
-  ASSERT_EQ(0, prepareWith({"--no-cache", "-o", out, small}).status);
+  ASSERT_EQ(prepareWith({"--no-cache", "-o", out, small}).status, 0);
   const std::string before = temp.read("disk/out/quality.json");
   for (const std::size_t left : {std::size_t{0}, std::size_t{4096}, std::size_t{300000}}) {
     disk.fillUp(left);
     const Ending run = prepareWith({"--no-cache", "-o", out, large});
-    EXPECT_EQ(1, run.status) << left;
+    EXPECT_EQ(run.status, 1) << left;
     EXPECT_THAT(run.err, HasSubstr("No space left on device")) << left;
     disk.empty();
     EXPECT_EQ(before, temp.read("disk/out/quality.json"));
-    EXPECT_EQ(1, std::distance(std::filesystem::directory_iterator(temp.file("disk")), {}));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(temp.file("disk")), {}), 1);
   }
 }

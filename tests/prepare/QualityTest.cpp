@@ -25,7 +25,7 @@ class QualityTest : public testing::Test {
     temp.write("perf.data", made::fileBytes(recording));
     run = prepareWith(
         {"--no-cache", "--sysroot", sysroot, "-o", temp.file("prepared"), temp.file("perf.data")});
-    EXPECT_EQ(0, run.status) << run.err;
+    EXPECT_EQ(run.status, 0) << run.err;
     return json::parse(temp.read("prepared/quality.json"));
   }
 
@@ -33,7 +33,7 @@ class QualityTest : public testing::Test {
   void copyVictim(const std::string& command) {
     std::filesystem::create_directories(temp.file("root/bin"));
     const std::string line = command + " " VICTIM_FILE " " + temp.file("root/bin/victim");
-    ASSERT_EQ(0, std::system(line.c_str())) << line;
+    ASSERT_EQ(std::system(line.c_str()), 0) << line;
   }
 
   TempDir temp;
@@ -78,7 +78,7 @@ made::Recording dumped(std::uint64_t pc, const std::string& stack) {
 TEST_F(QualityTest, AFileWithExportedFunctionsOnlyIsStripped) {
   copyVictim("objcopy --strip-all");
   const json entry = qualityOf(oneSample("/bin/victim"), temp.file("root"))["nameless"][0];
-  EXPECT_EQ("stripped", entry["reason"]);
+  EXPECT_EQ(entry["reason"], "stripped");
   EXPECT_THAT(entry["cure"], HasSubstr("debug file"));
 }
 
@@ -86,7 +86,7 @@ TEST_F(QualityTest, AChangedFileIsNamedWithBothIdsOnce) {
   copyVictim("cp");
   const json entry = qualityOf(oneSample("/bin/victim", std::string(20, '\x11')),
                                temp.file("root"))["nameless"][0];
-  EXPECT_EQ("changed", entry["reason"]);
+  EXPECT_EQ(entry["reason"], "changed");
   EXPECT_THAT(entry["text"],
               HasSubstr("recorded 1111111111111111111111111111111111111111, found "));
   EXPECT_THAT(entry["cure"], HasSubstr("--sysroot"));
@@ -105,12 +105,12 @@ TEST_F(QualityTest, NoSysrootCuresTheVdso) {
 
 TEST_F(QualityTest, ChainsThatEndInAFileThatIsNotThere) {
   const json quality = qualityOf(dumped(CODE + 0x30, std::string(64, '\0')), temp.path());
-  ASSERT_EQ(1U, quality["chainEnds"].size());
-  EXPECT_EQ("file-missing", quality["chainEnds"][0]["reason"]);
-  EXPECT_EQ("/bin/victim", quality["chainEnds"][0]["name"]);
-  EXPECT_EQ(1, quality["chainEnds"][0]["samples"]);
+  ASSERT_EQ(quality["chainEnds"].size(), 1U);
+  EXPECT_EQ(quality["chainEnds"][0]["reason"], "file-missing");
+  EXPECT_EQ(quality["chainEnds"][0]["name"], "/bin/victim");
+  EXPECT_EQ(quality["chainEnds"][0]["samples"], 1);
   EXPECT_THAT(quality["chainEnds"][0]["cure"], HasSubstr("--sysroot"));
-  EXPECT_EQ(1, quality["stackDumps"]["fileMissing"]);
+  EXPECT_EQ(quality["stackDumps"]["fileMissing"], 1);
   EXPECT_THAT(run.err, HasSubstr("call chains that end early"));
 }
 
@@ -118,7 +118,7 @@ TEST_F(QualityTest, ChainsThatLeaveTheRecordedPieceOfStack) {
   copyVictim("cp");
   std::FILE* const pipe = popen(VICTIM_COMMAND, "r");
   unsigned long long offset = 0;
-  ASSERT_EQ(1, std::fscanf(pipe, "%llu", &offset));
+  ASSERT_EQ(std::fscanf(pipe, "%llu", &offset), 1);
   pclose(pipe);
   // Entered from an address in itself, whose caller stands above the eight bytes.
   const std::uint64_t caller = CODE + offset + 1;
@@ -127,8 +127,8 @@ TEST_F(QualityTest, ChainsThatLeaveTheRecordedPieceOfStack) {
     stack += static_cast<char>(caller >> (8 * i));
   }
   const json quality = qualityOf(dumped(CODE + offset, stack), temp.file("root"));
-  ASSERT_EQ(1U, quality["chainEnds"].size());
-  EXPECT_EQ("stack-too-short", quality["chainEnds"][0]["reason"]);
+  ASSERT_EQ(quality["chainEnds"].size(), 1U);
+  EXPECT_EQ(quality["chainEnds"][0]["reason"], "stack-too-short");
   EXPECT_THAT(quality["chainEnds"][0]["cure"], HasSubstr("dwarf,65528"));
   EXPECT_THAT(quality["judgement"], HasSubstr("end before the outermost function"));
 }

@@ -76,7 +76,7 @@ class RunTimeCodeTest : public testing::Test {
   void setTime(const std::string& name, std::uint64_t nanoseconds) {
     const timespec time{static_cast<time_t>(nanoseconds / SECOND), 0};
     const timespec times[] = {time, time};
-    ASSERT_EQ(0, utimensat(AT_FDCWD, root.file(name).c_str(), times, 0));
+    ASSERT_EQ(utimensat(AT_FDCWD, root.file(name).c_str(), times, 0), 0);
   }
 
   // All lists of the prepared folder.
@@ -87,7 +87,7 @@ class RunTimeCodeTest : public testing::Test {
   std::string lists() {
     const Ending run = prepareWith({"--no-cache", "-q", "--sysroot", root.path(), "-o",
                                     root.file("prepared"), root.file("perf.data")});
-    EXPECT_EQ(0, run.status) << run.err;
+    EXPECT_EQ(run.status, 0) << run.err;
     std::string all;
     for (const auto& entry : std::filesystem::directory_iterator(root.file("prepared/symbols"))) {
       all += entry.path().extension() == ".list"

@@ -21,12 +21,12 @@ TEST(ShelfTest, WhatIsPutThereCanBeTakenOnce) {
   shelf.put(0, "");
   shelf.put(0xffffffff, std::string("a\0b", 3));
   EXPECT_THAT(shelf.numbers(), ElementsAre(0u, 7u, 0xffffffffu));
-  EXPECT_EQ("seven", shelf.read(7));
-  EXPECT_EQ("seven", shelf.take(7));
+  EXPECT_EQ(shelf.read(7), "seven");
+  EXPECT_EQ(shelf.take(7), "seven");
   EXPECT_FALSE(shelf.take(7));
   EXPECT_FALSE(shelf.holds(7));
-  EXPECT_EQ("", shelf.take(0));
-  EXPECT_EQ(std::string("a\0b", 3), shelf.take(0xffffffff));
+  EXPECT_EQ(shelf.take(0), "");
+  EXPECT_EQ(shelf.take(0xffffffff), std::string("a\0b", 3));
   EXPECT_FALSE(shelf.holds(1));
   EXPECT_THAT(shelf.numbers(), IsEmpty());
 }

@@ -27,12 +27,12 @@ std::string all(const recordings::Input& input) {
 }
 
 // Each case is a process of its own, so that its standard input may become another.
-void putInPlace(int descriptor) { ASSERT_EQ(STDIN_FILENO, dup2(descriptor, STDIN_FILENO)); }
+void putInPlace(int descriptor) { ASSERT_EQ(dup2(descriptor, STDIN_FILENO), STDIN_FILENO); }
 
 // Writes to a pipe, in small pieces, whatever is read from the other end.
 std::string throughPipe(const std::string& text, const std::string& scratch) {
   int ends[2];
-  EXPECT_EQ(0, pipe(ends));
+  EXPECT_EQ(pipe(ends), 0);
   putInPlace(ends[0]);
   close(ends[0]);
   std::thread writer([&] {
@@ -48,7 +48,7 @@ std::string throughPipe(const std::string& text, const std::string& scratch) {
   });
   const auto input = openStandardInput(scratch);
   writer.join();
-  EXPECT_EQ("standard input", input->name());
+  EXPECT_EQ(input->name(), "standard input");
   return all(*input);
 }
 
@@ -61,7 +61,7 @@ TEST(StandardInputTest, WhatComesThroughAPipeIsReadWholeAndLeavesNoFile) {
     text += std::to_string(i);
   }
   EXPECT_EQ(text, throughPipe(text, temp.path()));
-  EXPECT_EQ("", throughPipe("", temp.path()));
+  EXPECT_EQ(throughPipe("", temp.path()), "");
   EXPECT_TRUE(std::filesystem::is_empty(temp.path()));
 }
 
@@ -70,26 +70,26 @@ TEST(StandardInputTest, AFileIsReadWhereItIs) {
   temp.write("file", "recording");
   putInPlace(open(temp.file("file").c_str(), O_RDONLY | O_CLOEXEC));
   const auto input = openStandardInput("/no/such/folder");
-  EXPECT_EQ(9u, input->size());
-  EXPECT_EQ("recording", all(*input));
+  EXPECT_EQ(input->size(), 9u);
+  EXPECT_EQ(all(*input), "recording");
   unsigned char rest[9];
-  EXPECT_EQ(3u, input->read(6, rest, sizeof rest));
-  EXPECT_EQ(0u, input->read(9, rest, sizeof rest));
+  EXPECT_EQ(input->read(6, rest, sizeof rest), 3u);
+  EXPECT_EQ(input->read(9, rest, sizeof rest), 0u);
 }
 
 TEST(StandardInputTest, BytesBehindTheEndAreNone) {
   const TempDir temp;
   int ends[2];
-  ASSERT_EQ(0, pipe(ends));
+  ASSERT_EQ(pipe(ends), 0);
   putInPlace(ends[0]);
-  ASSERT_EQ(4, write(ends[1], "four", 4));
+  ASSERT_EQ(write(ends[1], "four", 4), 4);
   close(ends[1]);
   const auto input = openStandardInput(temp.path());
   unsigned char bytes[9];
-  EXPECT_EQ(4u, input->read(0, bytes, sizeof bytes));
-  EXPECT_EQ(1u, input->read(3, bytes, sizeof bytes));
-  EXPECT_EQ(0u, input->read(4, bytes, sizeof bytes));
-  EXPECT_EQ(0u, input->read(~std::uint64_t{0}, bytes, sizeof bytes));
+  EXPECT_EQ(input->read(0, bytes, sizeof bytes), 4u);
+  EXPECT_EQ(input->read(3, bytes, sizeof bytes), 1u);
+  EXPECT_EQ(input->read(4, bytes, sizeof bytes), 0u);
+  EXPECT_EQ(input->read(~std::uint64_t{0}, bytes, sizeof bytes), 0u);
 }
 
 TEST(StandardInputTest, ATerminalIsNoRecording) {

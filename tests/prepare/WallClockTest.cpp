@@ -55,15 +55,15 @@ std::string refusalOf(const std::string& text) {
 
 TEST_F(WallClockTest, TimesOfDayAreOfTheDayOfTheFirstSample) {
   const Window window = Window::parse("14:03:10.5,2s", MOMENT);
-  EXPECT_EQ(MOMENT + 10 * SECOND + SECOND / 2, window.startNanoseconds);
-  EXPECT_EQ(2'000'000'000u, window.lengthNanoseconds);
+  EXPECT_EQ(window.startNanoseconds, MOMENT + 10 * SECOND + SECOND / 2);
+  EXPECT_EQ(window.lengthNanoseconds, 2'000'000'000u);
 }
 
 TEST_F(WallClockTest, DatesAreTaken) {
   for (const char* const text : {"2026-11-21 14:03:10.5,500ms", "2026-11-21T14:03:10.5,0.5"}) {
     const Window window = Window::parse(text, MOMENT + 86400 * SECOND);
-    EXPECT_EQ(MOMENT + 10 * SECOND + SECOND / 2, window.startNanoseconds) << text;
-    EXPECT_EQ(500'000'000u, window.lengthNanoseconds) << text;
+    EXPECT_EQ(window.startNanoseconds, MOMENT + 10 * SECOND + SECOND / 2) << text;
+    EXPECT_EQ(window.lengthNanoseconds, 500'000'000u) << text;
   }
 }
 
@@ -71,19 +71,19 @@ TEST_F(WallClockTest, LengthsHaveUnits) {
   const auto length = [](const std::string& text) {
     return Window::parse("14:03:10," + text, MOMENT).lengthNanoseconds;
   };
-  EXPECT_EQ(3'000'000'000u, length("3"));
-  EXPECT_EQ(1'500'000u, length("1.5ms"));
-  EXPECT_EQ(2'000u, length("2us"));
-  EXPECT_EQ(120'000'000'000u, length("2m"));
-  EXPECT_EQ(60'000'000'000u, length("1min"));
+  EXPECT_EQ(length("3"), 3'000'000'000u);
+  EXPECT_EQ(length("1.5ms"), 1'500'000u);
+  EXPECT_EQ(length("2us"), 2'000u);
+  EXPECT_EQ(length("2m"), 120'000'000'000u);
+  EXPECT_EQ(length("1min"), 60'000'000'000u);
 }
 
 TEST_F(WallClockTest, TheZoneIsThatOfTheReader) {
   zone("UTC-2");  // two hours east
-  EXPECT_EQ(MOMENT, Window::parse("16:03:00,1s", MOMENT).startNanoseconds);
-  EXPECT_EQ("2026-11-21 16:03:00.000000001 +0200", prepare::wallText(MOMENT + 1));
+  EXPECT_EQ(Window::parse("16:03:00,1s", MOMENT).startNanoseconds, MOMENT);
+  EXPECT_EQ(prepare::wallText(MOMENT + 1), "2026-11-21 16:03:00.000000001 +0200");
   zone("UTC+5");
-  EXPECT_EQ("2026-11-21 09:03:00.000000000 -0500", prepare::wallText(MOMENT));
+  EXPECT_EQ(prepare::wallText(MOMENT), "2026-11-21 09:03:00.000000000 -0500");
 }
 
 // The recording began before midnight; the window is after it.
@@ -98,9 +98,9 @@ TEST_F(WallClockTest, TomorrowMayBeMoreThanTwentyFourHoursAway) {
   zone("CET-1CEST,M3.5.0,M10.5.0/3");
   // 2026-10-24 23:30:00 +0200 is 21:30 UTC: day 20750.
   const std::int64_t late = (std::int64_t{20750} * 86400 + 21 * 3600 + 30 * 60) * SECOND;
-  ASSERT_EQ("2026-10-24 23:30:00.000000000 +0200", prepare::wallText(late));
+  ASSERT_EQ(prepare::wallText(late), "2026-10-24 23:30:00.000000000 +0200");
   const Window window = Window::parse("04:00:00,1s", late);
-  EXPECT_EQ("2026-10-25 04:00:00.000000000 +0100", prepare::wallText(window.startNanoseconds));
+  EXPECT_EQ(prepare::wallText(window.startNanoseconds), "2026-10-25 04:00:00.000000000 +0100");
 }
 
 TEST_F(WallClockTest, WhatIsNoWindowIsRefused) {
@@ -129,25 +129,25 @@ TEST_F(WallClockTest, WhatIsNoWindowIsRefused) {
 }
 
 TEST_F(WallClockTest, ClocksAreNamed) {
-  EXPECT_EQ("CLOCK_MONOTONIC", RecordedClock(headerWith(1, false), 1).description());
-  EXPECT_EQ("CLOCK_REALTIME", RecordedClock(headerWith(0, false), 1).description());
-  EXPECT_EQ("CLOCK_MONOTONIC_RAW", RecordedClock(headerWith(4, false), 1).description());
-  EXPECT_EQ("CLOCK_BOOTTIME", RecordedClock(headerWith(7, false), 1).description());
-  EXPECT_EQ("CLOCK_TAI", RecordedClock(headerWith(11, false), 1).description());
+  EXPECT_EQ(RecordedClock(headerWith(1, false), 1).description(), "CLOCK_MONOTONIC");
+  EXPECT_EQ(RecordedClock(headerWith(0, false), 1).description(), "CLOCK_REALTIME");
+  EXPECT_EQ(RecordedClock(headerWith(4, false), 1).description(), "CLOCK_MONOTONIC_RAW");
+  EXPECT_EQ(RecordedClock(headerWith(7, false), 1).description(), "CLOCK_BOOTTIME");
+  EXPECT_EQ(RecordedClock(headerWith(11, false), 1).description(), "CLOCK_TAI");
   EXPECT_THAT(RecordedClock(headerWith(-1, false), 1).description(), HasSubstr("perf's own"));
 }
 
 TEST_F(WallClockTest, TheWallClockIsThatOfTheClockData) {
   const RecordedClock clock(headerWith(1, true), 7 * SECOND);
-  EXPECT_EQ(MOMENT + 2 * SECOND, clock.wallOfFirstSample().value_or(0));
+  EXPECT_EQ(clock.wallOfFirstSample().value_or(0), MOMENT + 2 * SECOND);
   EXPECT_FALSE(RecordedClock(headerWith(1, false), 7 * SECOND).wallOfFirstSample());
   EXPECT_FALSE(RecordedClock(headerWith(-1, false), 7 * SECOND).wallOfFirstSample());
-  EXPECT_EQ(MOMENT, RecordedClock(headerWith(0, false), MOMENT).wallOfFirstSample().value_or(0));
+  EXPECT_EQ(RecordedClock(headerWith(0, false), MOMENT).wallOfFirstSample().value_or(0), MOMENT);
 }
 
 // 14:03:02 is second 50582 of its day.
 TEST_F(WallClockTest, OptionsCountSecondsOfTheDay) {
   const RecordedClock clock(headerWith(1, true), 7 * SECOND);
-  EXPECT_EQ("-A 1 -B 50582.000000000 -C 7.000000000 -s 50590.500000000 -d 2.000000000",
-            clock.optionsFor(Window::parse("14:03:10.5,2s", MOMENT)));
+  EXPECT_EQ(clock.optionsFor(Window::parse("14:03:10.5,2s", MOMENT)),
+            "-A 1 -B 50582.000000000 -C 7.000000000 -s 50590.500000000 -d 2.000000000");
 }

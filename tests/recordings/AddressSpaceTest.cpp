@@ -38,10 +38,10 @@ TEST(AddressSpaceTest, RangesHoldTheirStartAndNotTheirEnd) {
   AddressSpace space;
   EXPECT_TRUE(space.isEmpty());
   space.add({0x1000, 0x2000, 0, &A});
-  EXPECT_EQ(nullptr, space.find(0xfff));
-  EXPECT_NE(nullptr, space.find(0x1000));
-  EXPECT_NE(nullptr, space.find(0x1fff));
-  EXPECT_EQ(nullptr, space.find(0x2000));
+  EXPECT_EQ(space.find(0xfff), nullptr);
+  EXPECT_NE(space.find(0x1000), nullptr);
+  EXPECT_NE(space.find(0x1fff), nullptr);
+  EXPECT_EQ(space.find(0x2000), nullptr);
 }
 
 TEST(AddressSpaceTest, ANewMapCutsWhatItCovers) {
@@ -78,7 +78,7 @@ TEST(AddressSpaceTest, OneMapMayCoverMany) {
   EXPECT_THAT(mapsOf(space), ElementsAre("a 1000-1800@0", "a 2000-2400@0", "b 2400-8400@0",
                                          "a 8400-8800@400", "a 9000-9800@0"));
   EXPECT_EQ(&B, space.find(0x3000)->file);
-  EXPECT_EQ(nullptr, space.find(0x1900));
+  EXPECT_EQ(space.find(0x1900), nullptr);
 }
 
 TEST(AddressSpaceTest, RemovingLeavesAHole) {
@@ -101,13 +101,13 @@ TEST(AddressSpaceTest, ACopyStaysAsItWas) {
   EXPECT_THAT(mapsOf(space), ElementsAre("a 1000-2000@0", "b 2000-3000@0", "a 3000-4000@2000"));
   copy = space;
   space.clear();
-  EXPECT_EQ(3u, mapsOf(copy).size());
+  EXPECT_EQ(mapsOf(copy).size(), 3u);
 }
 
 TEST(AddressSpaceTest, TheHighestAddressesAreMappedToo) {
   AddressSpace space;
   space.add({0xfffffffffffff000, ~uint64_t{0}, 0, &A});
-  EXPECT_NE(nullptr, space.find(~uint64_t{0} - 1));
+  EXPECT_NE(space.find(~uint64_t{0} - 1), nullptr);
 }
 
 // Against the plainest way: one entry for each address.

@@ -29,22 +29,22 @@ TEST(AttributeTest, EveryFieldStandsAtItsOffset) {
   for (const auto& [order, made] : {std::pair(ByteOrder::NATIVE, made::ByteOrder::LITTLE),
                                     std::pair(ByteOrder::FOREIGN, made::ByteOrder::BIG)}) {
     const std::string bytes = attribute(104).in(made);
-    ASSERT_EQ(104u, bytes.size());
+    ASSERT_EQ(bytes.size(), 104u);
     const Attribute read = Attribute::decode(asBytes(bytes), order);
-    EXPECT_EQ(1u, read.type);
-    EXPECT_EQ(0x11u, read.config);
-    EXPECT_EQ(0x22u, read.period);
-    EXPECT_EQ(0x33u, read.sampleType);
-    EXPECT_EQ(0x44u, read.readFormat);
+    EXPECT_EQ(read.type, 1u);
+    EXPECT_EQ(read.config, 0x11u);
+    EXPECT_EQ(read.period, 0x22u);
+    EXPECT_EQ(read.sampleType, 0x33u);
+    EXPECT_EQ(read.readFormat, 0x44u);
     EXPECT_TRUE(read.has(recordings::abi::FLAG_FREQUENCY));
     EXPECT_TRUE(read.has(recordings::abi::FLAG_SAMPLE_ID_ALL));
     EXPECT_TRUE(read.has(recordings::abi::FLAG_USE_CLOCKID));
     EXPECT_FALSE(read.has(recordings::abi::FLAG_COMM_EXEC));
-    EXPECT_EQ(0x99u, read.branchSampleType);
-    EXPECT_EQ(0xaau, read.sampleRegsUser);
-    EXPECT_EQ(0xbbu, read.sampleStackUser);
-    EXPECT_EQ(-2, read.clockId);
-    EXPECT_EQ(0xccu, read.sampleRegsIntr);
+    EXPECT_EQ(read.branchSampleType, 0x99u);
+    EXPECT_EQ(read.sampleRegsUser, 0xaau);
+    EXPECT_EQ(read.sampleStackUser, 0xbbu);
+    EXPECT_EQ(read.clockId, -2);
+    EXPECT_EQ(read.sampleRegsIntr, 0xccu);
   }
 }
 
@@ -53,11 +53,11 @@ TEST(AttributeTest, WhatTheKernelDidNotKnowIsZero) {
   const auto cut = [&](std::size_t size) {
     return Attribute::decode(asBytes(bytes).first(size), ByteOrder::NATIVE);
   };
-  EXPECT_EQ(0u, cut(72).branchSampleType);
-  EXPECT_EQ(0x99u, cut(80).branchSampleType);
-  EXPECT_EQ(0u, cut(80).sampleRegsUser);
-  EXPECT_EQ(0xaau, cut(96).sampleRegsUser);
-  EXPECT_EQ(0u, cut(96).sampleRegsIntr);
+  EXPECT_EQ(cut(72).branchSampleType, 0u);
+  EXPECT_EQ(cut(80).branchSampleType, 0x99u);
+  EXPECT_EQ(cut(80).sampleRegsUser, 0u);
+  EXPECT_EQ(cut(96).sampleRegsUser, 0xaau);
+  EXPECT_EQ(cut(96).sampleRegsIntr, 0u);
 }
 
 // What stands behind the attribute's own size is not its own: ids, or padding.
@@ -65,15 +65,15 @@ TEST(AttributeTest, TheOwnSizeCountsWhereItIsSmaller) {
   for (const uint32_t size : {uint32_t{0}, uint32_t{64}}) {
     const std::string bytes = attribute(size).in(made::ByteOrder::LITTLE);
     const Attribute read = Attribute::decode(asBytes(bytes), ByteOrder::NATIVE);
-    EXPECT_EQ(0x44u, read.readFormat);
-    EXPECT_EQ(0u, read.branchSampleType);
-    EXPECT_EQ(0u, read.sampleRegsIntr);
+    EXPECT_EQ(read.readFormat, 0x44u);
+    EXPECT_EQ(read.branchSampleType, 0u);
+    EXPECT_EQ(read.sampleRegsIntr, 0u);
   }
 }
 
 TEST(AttributeTest, ALargerOneThanAnyKernelsIsReadAsFarAsItIsKnown) {
   const std::string bytes = attribute(4096).zeros(4096 - 104).in(made::ByteOrder::LITTLE);
-  EXPECT_EQ(0xccu, Attribute::decode(asBytes(bytes), ByteOrder::NATIVE).sampleRegsIntr);
+  EXPECT_EQ(Attribute::decode(asBytes(bytes), ByteOrder::NATIVE).sampleRegsIntr, 0xccu);
 }
 
 TEST(AttributeTest, ADummyCarriesSideRecordsOnly) {

@@ -73,15 +73,15 @@ TEST(CountedRecordsTest, EachIsCountedAndNoneIsBroken) {
   for (const auto& [name, encoding] : made::allEncodings()) {
     const Walked walked(made::fileBytes(with(records), encoding));
     EXPECT_EQ(plain.lines, walked.lines) << name;
-    EXPECT_EQ(0u, walked.counts.brokenRecords) << name;
+    EXPECT_EQ(walked.counts.brokenRecords, 0u) << name;
     EXPECT_TRUE(walked.counts.damages.empty()) << name;
-    EXPECT_EQ(7u, walked.counts.lostRecords) << name;
-    EXPECT_EQ(5u, walked.counts.lostSamples) << name;
+    EXPECT_EQ(walked.counts.lostRecords, 7u) << name;
+    EXPECT_EQ(walked.counts.lostSamples, 5u) << name;
     for (const std::uint32_t type :
          {LOST, READ, AUX, ITRACE_START, LOST_SAMPLES, SWITCH, SWITCH_CPU_WIDE, NAMESPACES,
           BPF_EVENT, CGROUP, TEXT_POKE, AUX_OUTPUT_HW_ID, OF_A_LATER_KERNEL, THREAD_MAP,
           OF_A_LATER_PERF}) {
-      EXPECT_EQ(1u, walked.counts.recordsOfType[type]) << name << ", type " << type;
+      EXPECT_EQ(walked.counts.recordsOfType[type], 1u) << name << ", type " << type;
     }
   }
 }
@@ -91,8 +91,8 @@ TEST(CountedRecordsTest, WithoutTheirFieldsTheyAreCountedAsWell) {
   for (const std::uint32_t type : {AUX, ITRACE_START, SWITCH_CPU_WIDE, NAMESPACES, BPF_EVENT,
                                    CGROUP, TEXT_POKE, AUX_OUTPUT_HW_ID}) {
     const Walked walked(made::fileBytes(with({other(type, made::Fields())})));
-    EXPECT_EQ(2u, walked.counts.recordsOfType[9]);
-    EXPECT_EQ(1u, walked.counts.recordsOfType[type]);
-    EXPECT_EQ(0u, walked.counts.brokenRecords);
+    EXPECT_EQ(walked.counts.recordsOfType[9], 2u);
+    EXPECT_EQ(walked.counts.recordsOfType[type], 1u);
+    EXPECT_EQ(walked.counts.brokenRecords, 0u);
   }
 }

@@ -46,7 +46,7 @@ void readAll(const std::string& bytes) {
     ASSERT_LT(walked.lines.size(), 100000u);
   } catch (const recordings::RecordingError& error) {
     const std::string sentence = error.what();
-    ASSERT_EQ('.', sentence.back() == '?' ? '.' : sentence.back()) << sentence;
+    ASSERT_EQ(sentence.back() == '?' ? '.' : sentence.back(), '.') << sentence;
   }
 }
 
@@ -107,7 +107,7 @@ TEST(DamagedRecordingTest, ACutFileGivesWhatCameBefore) {
   const std::string whole = made::fileBytes(content());
   const std::vector<std::string> all = Walked(whole).lines;
   const uint64_t end = Walked(whole).recording.header().dataEnd;
-  ASSERT_EQ(6u, all.size());
+  ASSERT_EQ(all.size(), 6u);
   std::size_t before = 0;
   for (uint64_t size = Walked(whole).recording.header().dataBegin; size < end; ++size) {
     const Walked cut(whole.substr(0, size));
@@ -115,10 +115,10 @@ TEST(DamagedRecordingTest, ACutFileGivesWhatCameBefore) {
     ASSERT_EQ(
         std::vector<std::string>(all.begin(), all.begin() + static_cast<long>(cut.lines.size())),
         cut.lines);
-    ASSERT_EQ(1u, cut.counts.damages.size()) << size;
+    ASSERT_EQ(cut.counts.damages.size(), 1u) << size;
     before = cut.lines.size();
   }
-  EXPECT_EQ(6u, before);
+  EXPECT_EQ(before, 6u);
 }
 
 TEST(DamagedRecordingTest, AZeroedTailGivesWhatCameBefore) {
@@ -128,8 +128,8 @@ TEST(DamagedRecordingTest, AZeroedTailGivesWhatCameBefore) {
   const std::size_t size = bytes.size();
   bytes += std::string(4096, '\0');
   const Walked walked(bytes);
-  EXPECT_EQ(6u, walked.lines.size());
-  ASSERT_EQ(1u, walked.counts.damages.size());
+  EXPECT_EQ(walked.lines.size(), 6u);
+  ASSERT_EQ(walked.counts.damages.size(), 1u);
   EXPECT_EQ(size, walked.counts.damages[0].offset);
-  EXPECT_EQ(4096u, walked.counts.damages[0].lostBytes);
+  EXPECT_EQ(walked.counts.damages[0].lostBytes, 4096u);
 }

@@ -54,9 +54,9 @@ TEST(EncodingsTest, EveryFormSaysTheSame) {
     EXPECT_TRUE(walked.isInOrder) << name;
     EXPECT_THAT(walked.lines, ElementsAreArray(EXPECTED)) << name;
     EXPECT_TRUE(walked.counts.damages.empty()) << name;
-    EXPECT_EQ(0u, walked.counts.brokenRecords) << name;
-    ASSERT_EQ(1u, walked.recording.events().size()) << name;
-    EXPECT_EQ("cpu-clock", walked.recording.events()[0].name) << name;
+    EXPECT_EQ(walked.counts.brokenRecords, 0u) << name;
+    ASSERT_EQ(walked.recording.events().size(), 1u) << name;
+    EXPECT_EQ(walked.recording.events()[0].name, "cpu-clock") << name;
     EXPECT_THAT(walked.counts.samplesOfEvent, ElementsAre(3u)) << name;
   }
 }
@@ -96,7 +96,7 @@ TEST(EncodingsTest, SeveralEventsAreToldApartByTheirIds) {
     EXPECT_THAT(walked.counts.samplesOfEvent, ElementsAre(1u, 2u)) << name;
     // Only these two tell the names that perf made up.
     if (encoding.form != Form::SHORT_HEADER && !encoding.isUnfinished) {
-      EXPECT_EQ("cycles:u", walked.recording.events()[0].name) << name;
+      EXPECT_EQ(walked.recording.events()[0].name, "cycles:u") << name;
     }
   }
 }
@@ -128,11 +128,11 @@ TEST(EncodingsTest, ASampleWithAnIdOfNoEventIsCountedOnly) {
   // The last sample: header, identifier; 8 + 48 bytes, in front of the feature sections.
   const std::string id("\xc8\0\0\0\0\0\0\0\x02\0\0\0\0\0\0\0", 16);
   const std::size_t at = bytes.find(id);
-  ASSERT_NE(std::string::npos, at);
+  ASSERT_NE(at, std::string::npos);
   bytes[at] = '\x77';
   const Walked walked(bytes);
   EXPECT_THAT(walked.lines, ElementsAre("sample 0 1 5/5 t10 cpu0"));
-  EXPECT_EQ(1u, walked.counts.samplesOfNoEvent);
+  EXPECT_EQ(walked.counts.samplesOfNoEvent, 1u);
 }
 
 // `--tail-synthesize`: what was there at the start stands at the end of the file.

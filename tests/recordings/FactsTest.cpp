@@ -48,19 +48,19 @@ TEST(FactsTest, FeaturesOfAFileInBothOrdersAndAsRecords) {
     for (const made::ByteOrder order : {made::ByteOrder::LITTLE, made::ByteOrder::BIG}) {
       const Walked walked(made::fileBytes(recording, {.form = form, .order = order}));
       const Facts& facts = walked.recording.header().facts;
-      EXPECT_EQ("target", facts.hostname);
-      EXPECT_EQ("6.1.0", facts.osRelease);
-      EXPECT_EQ("armv7l", facts.architecture);
+      EXPECT_EQ(facts.hostname, "target");
+      EXPECT_EQ(facts.osRelease, "6.1.0");
+      EXPECT_EQ(facts.architecture, "armv7l");
       EXPECT_THAT(facts.commandLine, ElementsAre("perf", "record", "-a"));
       ASSERT_TRUE(facts.clockData);
-      EXPECT_EQ(1, facts.clockData->clockId);
-      EXPECT_EQ(1'700'000'000'000'000'000u, facts.clockData->wallNanoseconds);
-      EXPECT_EQ(5'000u, facts.clockData->clockNanoseconds);
-      EXPECT_EQ(10u, facts.firstSampleTime);
-      EXPECT_EQ(20u, facts.lastSampleTime);
-      ASSERT_EQ(1u, facts.buildIds.size());
-      EXPECT_EQ("/bin/app", facts.buildIds[0].name);
-      EXPECT_EQ("1234", recordings::hexText(facts.buildIds[0].id).substr(0, 4));
+      EXPECT_EQ(facts.clockData->clockId, 1);
+      EXPECT_EQ(facts.clockData->wallNanoseconds, 1'700'000'000'000'000'000u);
+      EXPECT_EQ(facts.clockData->clockNanoseconds, 5'000u);
+      EXPECT_EQ(facts.firstSampleTime, 10u);
+      EXPECT_EQ(facts.lastSampleTime, 20u);
+      ASSERT_EQ(facts.buildIds.size(), 1u);
+      EXPECT_EQ(facts.buildIds[0].name, "/bin/app");
+      EXPECT_EQ(recordings::hexText(facts.buildIds[0].id).substr(0, 4), "1234");
     }
   }
 }
@@ -72,16 +72,16 @@ TEST(FactsTest, TheBitmapOfSmallBigEndianMachines) {
   recording.sample({.ip = 1, .pid = 1, .tid = 1, .time = 15});
   std::string bytes = made::fileBytes(recording, {.order = made::ByteOrder::BIG});
   bytes = bytes.substr(0, 72) + bytes.substr(76, 4) + bytes.substr(72, 4) + bytes.substr(80);
-  EXPECT_EQ("target", Walked(bytes).recording.header().facts.hostname);
+  EXPECT_EQ(Walked(bytes).recording.header().facts.hostname, "target");
 }
 
 TEST(FactsTest, ASizeInTheEntryOfABuildIdCountsWhereItIsMarked) {
   const Facts facts =
       factsOf(2, entry(1 << 15 | 2, "\x01\x02\x03\x04", 4, "/a").append(entry(2, "\x05", 4, "/b")));
-  ASSERT_EQ(2u, facts.buildIds.size());
-  EXPECT_EQ("01020304", recordings::hexText(facts.buildIds[0].id));
-  EXPECT_EQ("0500000000000000000000000000000000000000", recordings::hexText(facts.buildIds[1].id));
-  EXPECT_EQ("/b", facts.buildIds[1].name);
+  ASSERT_EQ(facts.buildIds.size(), 2u);
+  EXPECT_EQ(recordings::hexText(facts.buildIds[0].id), "01020304");
+  EXPECT_EQ(recordings::hexText(facts.buildIds[1].id), "0500000000000000000000000000000000000000");
+  EXPECT_EQ(facts.buildIds[1].name, "/b");
 }
 
 // Before 2.6.35 the entries had no pid: the id at 8, the name at 32, in the whole table.
@@ -93,17 +93,17 @@ TEST(FactsTest, BuildIdsOfTheOldestFiles) {
   };
   const Facts facts =
       factsOf(2, old("\x01\x02", "[kernel.kallsyms]").append(old("\x03", "/usr/bin/app")));
-  ASSERT_EQ(2u, facts.buildIds.size());
-  EXPECT_EQ("[kernel.kallsyms]", facts.buildIds[0].name);
-  EXPECT_EQ("0102", recordings::hexText(facts.buildIds[0].id).substr(0, 4));
-  EXPECT_EQ("/usr/bin/app", facts.buildIds[1].name);
-  EXPECT_EQ("03", recordings::hexText(facts.buildIds[1].id).substr(0, 2));
+  ASSERT_EQ(facts.buildIds.size(), 2u);
+  EXPECT_EQ(facts.buildIds[0].name, "[kernel.kallsyms]");
+  EXPECT_EQ(recordings::hexText(facts.buildIds[0].id).substr(0, 4), "0102");
+  EXPECT_EQ(facts.buildIds[1].name, "/usr/bin/app");
+  EXPECT_EQ(recordings::hexText(facts.buildIds[1].id).substr(0, 2), "03");
 }
 
 TEST(FactsTest, BrokenBuildIdTablesEnd) {
-  EXPECT_EQ(1u, factsOf(2, entry(2, "a", 1, "/a").u32(0).u16(0).u16(0)).buildIds.size());
-  EXPECT_EQ(1u, factsOf(2, entry(2, "a", 1, "/a").u32(0).u16(0).u16(999)).buildIds.size());
-  EXPECT_EQ(1u, factsOf(2, entry(2, "a", 1, "/a").u32(0)).buildIds.size());
+  EXPECT_EQ(factsOf(2, entry(2, "a", 1, "/a").u32(0).u16(0).u16(0)).buildIds.size(), 1u);
+  EXPECT_EQ(factsOf(2, entry(2, "a", 1, "/a").u32(0).u16(0).u16(999)).buildIds.size(), 1u);
+  EXPECT_EQ(factsOf(2, entry(2, "a", 1, "/a").u32(0)).buildIds.size(), 1u);
 }
 
 TEST(FactsTest, NamesOfEventsSkipTheirAttributesAndIds) {
@@ -121,13 +121,13 @@ TEST(FactsTest, NamesOfEventsSkipTheirAttributesAndIds) {
                                 .append(text("faults"))
                                 .in(made::ByteOrder::LITTLE);
   facts.addFeature(12, asBytes(bytes), ByteOrder::NATIVE, events);
-  EXPECT_EQ("cycles:u", events[0].name);
-  EXPECT_EQ("faults", events[1].name);
+  EXPECT_EQ(events[0].name, "cycles:u");
+  EXPECT_EQ(events[1].name, "faults");
 }
 
 TEST(FactsTest, WhatIsCutSaysNothing) {
-  EXPECT_EQ("", factsOf(3, Fields().u32(64).bytes("half")).hostname);
-  EXPECT_EQ("", factsOf(3, Fields().u32(0xffffffff).bytes("half")).hostname);
+  EXPECT_EQ(factsOf(3, Fields().u32(64).bytes("half")).hostname, "");
+  EXPECT_EQ(factsOf(3, Fields().u32(0xffffffff).bytes("half")).hostname, "");
   EXPECT_FALSE(factsOf(29, Fields().u32(1).u32(1).u64(5)).clockData);
   EXPECT_THAT(factsOf(11, Fields().u32(3).append(text("perf"))).commandLine, ElementsAre());
   EXPECT_THAT(factsOf(11, Fields().u32(0xffffffff)).commandLine, ElementsAre());
@@ -140,11 +140,11 @@ TEST(FactsTest, EventsWithoutANameAreCalledAsPerfCallsThem) {
     attribute.config = config;
     return recordings::nameOf(attribute);
   };
-  EXPECT_EQ("cycles", name(0, 0));
-  EXPECT_EQ("ref-cycles", name(0, 9));
-  EXPECT_EQ("cpu-clock", name(1, 0));
-  EXPECT_EQ("task-clock", name(1, 1));
-  EXPECT_EQ("dummy", name(1, 9));
-  EXPECT_EQ("cgroup-switches", name(1, 11));
+  EXPECT_EQ(name(0, 0), "cycles");
+  EXPECT_EQ(name(0, 9), "ref-cycles");
+  EXPECT_EQ(name(1, 0), "cpu-clock");
+  EXPECT_EQ(name(1, 1), "task-clock");
+  EXPECT_EQ(name(1, 9), "dummy");
+  EXPECT_EQ(name(1, 11), "cgroup-switches");
   EXPECT_FALSE(name(4, 0x1234).empty());
 }

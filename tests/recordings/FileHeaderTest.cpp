@@ -46,20 +46,20 @@ TEST(FileHeaderTest, FormsAreToldApart) {
     return FileHeader::read(MemoryInput(asBytes(bytes)));
   };
   const FileHeader file = header({});
-  EXPECT_EQ(recordings::ByteOrder::NATIVE, file.order);
-  EXPECT_EQ(104u + 144, file.dataBegin);
+  EXPECT_EQ(file.order, recordings::ByteOrder::NATIVE);
+  EXPECT_EQ(file.dataBegin, 104u + 144);
   EXPECT_EQ(file.dataBegin + 48, file.dataEnd);
   EXPECT_FALSE(file.isUnfinished);
   const FileHeader foreign = header({.order = made::ByteOrder::BIG});
-  EXPECT_EQ(recordings::ByteOrder::FOREIGN, foreign.order);
-  EXPECT_EQ(104u + 144, foreign.dataBegin);
+  EXPECT_EQ(foreign.order, recordings::ByteOrder::FOREIGN);
+  EXPECT_EQ(foreign.dataBegin, 104u + 144);
   const FileHeader pipe = header({.form = made::Form::PIPE});
-  EXPECT_EQ(recordings::RecordStream::Form::PIPE, pipe.form);
-  EXPECT_EQ(16u, pipe.dataBegin);
+  EXPECT_EQ(pipe.form, recordings::RecordStream::Form::PIPE);
+  EXPECT_EQ(pipe.dataBegin, 16u);
   const FileHeader killed = header({.isUnfinished = true});
   EXPECT_TRUE(killed.isUnfinished);
   EXPECT_EQ(killed.dataBegin + 48, killed.dataEnd);
-  EXPECT_EQ("", killed.facts.hostname);  // where its table would be, there are records
+  EXPECT_EQ(killed.facts.hostname, "");  // where its table would be, there are records
 }
 
 // PERFFILE stands in either order in the same bytes: the size of an attribute tells.
@@ -68,7 +68,7 @@ TEST(FileHeaderTest, TheOldestMagicLeavesTheOrderOpen) {
     for (const made::ByteOrder order : {made::ByteOrder::LITTLE, made::ByteOrder::BIG}) {
       const Walked walked(made::fileBytes(
           oneSample(), {.order = order, .magic = made::Magic::PERFFILE, .attributeSize = size}));
-      EXPECT_EQ(1u, walked.lines.size()) << size;
+      EXPECT_EQ(walked.lines.size(), 1u) << size;
     }
   }
 }
@@ -96,7 +96,7 @@ TEST(FileHeaderTest, SizesBeyondTheFileAreDamageAndNoMore) {
   }
   // The records are said to begin behind the end.
   const Walked nothing(withNumber(file, 40, uint64_t{1} << 50));
-  EXPECT_EQ(0u, nothing.lines.size());
+  EXPECT_EQ(nothing.lines.size(), 0u);
 }
 
 TEST(FileHeaderTest, NamesOfEventsMayComeAsRecords) {
@@ -104,7 +104,7 @@ TEST(FileHeaderTest, NamesOfEventsMayComeAsRecords) {
   recording.events[0].name = "my-event";
   const std::string pipe = made::fileBytes(
       recording, {.form = made::Form::PIPE, .identification = made::Identification::ID});
-  EXPECT_EQ("my-event", Walked(pipe).recording.events()[0].name);
+  EXPECT_EQ(Walked(pipe).recording.events()[0].name, "my-event");
 }
 
 TEST(FileHeaderTest, AnUnknownFeatureOfAPipeIsPassedOver) {
@@ -113,5 +113,5 @@ TEST(FileHeaderTest, AnUnknownFeatureOfAPipeIsPassedOver) {
       .record({.type = 80, .body = Fields().u64(~uint64_t{0}).u64(1)})
       .record({.type = 80, .body = Fields().u32(3)})
       .sample({.ip = 1, .pid = 1, .tid = 1, .time = 1});
-  EXPECT_EQ(1u, Walked(made::fileBytes(recording, {.form = made::Form::PIPE})).lines.size());
+  EXPECT_EQ(Walked(made::fileBytes(recording, {.form = made::Form::PIPE})).lines.size(), 1u);
 }

@@ -130,6 +130,6 @@ TEST(HostileSizesTest, FewBytesThatUnpackToMany) {
   Counter counter;
   const long before = peakKilobytes();
   EXPECT_TRUE(source.walk(counter, recordings::TimeOrder::Trust::NOTHING, "/tmp", counts));
-  EXPECT_EQ(PUSHES * SAMPLES_OF_PUSH, counter.samples);
+  EXPECT_EQ(counter.samples, PUSHES * SAMPLES_OF_PUSH);
   EXPECT_LT(peakKilobytes() - before, MOST_KILOBYTES);
 }

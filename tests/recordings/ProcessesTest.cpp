@@ -86,7 +86,7 @@ TEST(ProcessesTest, AForkCopiesTheParentsMaps) {
   history.map(10, 0x5000, 0x1000, "/lib/parent").map(20, 0x6000, 0x1000, "/lib/child");
   EXPECT_THAT(history.maps(10), ElementsAre("1000-2000@0 /bin/a", "5000-6000@0 /lib/parent"));
   EXPECT_THAT(history.maps(20), ElementsAre("1000-2000@0 /bin/a", "6000-7000@0 /lib/child"));
-  EXPECT_EQ("a", history.processes.nameOf(20));
+  EXPECT_EQ(history.processes.nameOf(20), "a");
 }
 
 TEST(ProcessesTest, ANewProgramDropsTheOldOnesMaps) {
@@ -101,7 +101,7 @@ TEST(ProcessesTest, AnotherNameAloneChangesNoMaps) {
   History history;
   history.map(10, 0x1000, 0x1000, "/bin/a").comm(10, 10, "renamed");
   EXPECT_THAT(history.maps(10), ElementsAre("1000-2000@0 /bin/a"));
-  EXPECT_EQ("renamed", history.processes.nameOf(10));
+  EXPECT_EQ(history.processes.nameOf(10), "renamed");
 }
 
 // dlclose leaves no record; what is opened next may come to lie over it.
@@ -123,15 +123,15 @@ TEST(ProcessesTest, ThreadsShareTheMapsAndTakeTheParentsName) {
   history.map(10, 0x1000, 0x1000, "/bin/a").comm(10, 10, "a").fork(10, 11, 10, 10);
   history.comm(10, 11, "worker").fork(10, 12, 10, 11).exit(10, 11);
   EXPECT_THAT(history.maps(10), ElementsAre("1000-2000@0 /bin/a"));
-  EXPECT_EQ("worker", history.processes.nameOf(12));
-  EXPECT_EQ("a", history.processes.nameOf(10));
+  EXPECT_EQ(history.processes.nameOf(12), "worker");
+  EXPECT_EQ(history.processes.nameOf(10), "a");
 }
 
 TEST(ProcessesTest, SamplesMayFollowTheEndOfAProcess) {
   History history;
   history.map(10, 0x1000, 0x1000, "/bin/a").comm(10, 10, "a").exit(10, 10);
   EXPECT_THAT(history.maps(10), ElementsAre("1000-2000@0 /bin/a"));
-  EXPECT_EQ("a", history.processes.nameOf(10));
+  EXPECT_EQ(history.processes.nameOf(10), "a");
 }
 
 TEST(ProcessesTest, APidThatComesAgainIsAnotherProcess) {
@@ -139,7 +139,7 @@ TEST(ProcessesTest, APidThatComesAgainIsAnotherProcess) {
   history.comm(10, 10, "old").map(10, 0x1000, 0x1000, "/bin/old").exit(10, 10);
   history.comm(30, 30, "parent").map(30, 0x3000, 0x1000, "/bin/parent").fork(10, 10, 30, 30);
   EXPECT_THAT(history.maps(10), ElementsAre("3000-4000@0 /bin/parent"));
-  EXPECT_EQ("parent", history.processes.nameOf(10));
+  EXPECT_EQ(history.processes.nameOf(10), "parent");
 }
 
 // What perf tells of living processes: their maps follow, the parent's are none of theirs.
@@ -174,16 +174,16 @@ TEST(ProcessesTest, LongGoneProcessesAreForgottenAndLivingOnesAreNot) {
   ASSERT_TRUE(history.processes.hasLongGone());
   std::vector<uint32_t> forgotten;
   history.processes.forgetLongGone([&](uint32_t tid) {
-    EXPECT_EQ("init", history.processes.nameOf(tid));
+    EXPECT_EQ(history.processes.nameOf(tid), "init");
     forgotten.push_back(tid);
   });
   EXPECT_FALSE(history.processes.hasLongGone());
-  ASSERT_EQ(Processes::GONE_KEPT, forgotten.size());
-  EXPECT_EQ(100u, forgotten.front());
-  EXPECT_EQ("", history.processes.nameOf(100));
+  ASSERT_EQ(forgotten.size(), Processes::GONE_KEPT);
+  EXPECT_EQ(forgotten.front(), 100u);
+  EXPECT_EQ(history.processes.nameOf(100), "");
   EXPECT_THAT(history.maps(100), IsEmpty());
   EXPECT_THAT(history.maps(last), ElementsAre("1000-2000@0 /sbin/init"));
-  EXPECT_EQ("init", history.processes.nameOf(last));
+  EXPECT_EQ(history.processes.nameOf(last), "init");
   EXPECT_THAT(history.maps(1), ElementsAre("1000-2000@0 /sbin/init"));
 }
 
@@ -191,8 +191,8 @@ TEST(ProcessesTest, ThreadsThatHaveEndedAreForgottenAndTheirProcessIsNot) {
   History history;
   history.map(10, 0x1000, 0x1000, "/bin/a").comm(10, 10, "a").fork(10, 11, 10, 10).exit(10, 11);
   EXPECT_THAT(forgetAll(history), ElementsAre(11));
-  EXPECT_EQ("", history.processes.nameOf(11));
-  EXPECT_EQ("a", history.processes.nameOf(10));
+  EXPECT_EQ(history.processes.nameOf(11), "");
+  EXPECT_EQ(history.processes.nameOf(10), "a");
   EXPECT_THAT(history.maps(10), ElementsAre("1000-2000@0 /bin/a"));
 }
 
@@ -214,7 +214,7 @@ TEST(ProcessesTest, APidThatHasComeAgainIsNotForgotten) {
   history.map(30, 0x3000, 0x1000, "/bin/new").comm(30, 30, "new").fork(10, 10, 30, 30);
   EXPECT_THAT(forgetAll(history), IsEmpty());
   EXPECT_THAT(history.maps(10), ElementsAre("3000-4000@0 /bin/new"));
-  EXPECT_EQ("new", history.processes.nameOf(10));
+  EXPECT_EQ(history.processes.nameOf(10), "new");
 }
 
 // Pids of a guest are not this machine's.
@@ -239,9 +239,9 @@ TEST(ProcessesTest, MapsWithoutAFile) {
               ElementsAre("1000-2000@1000 /tmp/perf-10.map", "3000-4000@0 [vdso]",
                           "5000-6000@5000 /tmp/perf-10.map", "7000-8000@7000 /tmp/perf-10.map",
                           "9000-a000@100 /memfd:jit (deleted)", "b000-c000@b000 /tmp/perf-10.map"));
-  EXPECT_EQ(MappedFile::Kind::PERF_MAP,
-            history.processes.process(10).maps.find(0x1000)->file->kind);
-  EXPECT_EQ(10u, history.processes.process(10).maps.find(0x1000)->file->pid);
+  EXPECT_EQ(history.processes.process(10).maps.find(0x1000)->file->kind,
+            MappedFile::Kind::PERF_MAP);
+  EXPECT_EQ(history.processes.process(10).maps.find(0x1000)->file->pid, 10u);
 }
 
 TEST(ProcessesTest, MapsThatRunOverTheEndOfAllAddressesEndThere) {
@@ -272,9 +272,9 @@ TEST(ProcessesTest, TheKernelsOwnMapNamesItsReference) {
     History history;
     history.map(0xffffffff, 0xffffffff81000000, 0x1000000, each.map, 0xffffffff81000040, KERNEL);
     const recordings::KernelImage& kernel = history.processes.kernel();
-    EXPECT_EQ(0xffffffff81000000, kernel.start);
-    EXPECT_EQ(0xffffffff82000000, kernel.end);
-    EXPECT_EQ(0xffffffff81000040, kernel.referenceAddress);
+    EXPECT_EQ(kernel.start, 0xffffffff81000000);
+    EXPECT_EQ(kernel.end, 0xffffffff82000000);
+    EXPECT_EQ(kernel.referenceAddress, 0xffffffff81000040);
     EXPECT_EQ(each.symbol, kernel.referenceName);
     EXPECT_THAT(history.kernel(), IsEmpty());
   }
@@ -289,12 +289,12 @@ TEST(ProcessesTest, AnAssumedKernelGivesWayToTheRecordedOne) {
   history.processes.assumeKernel(assumed);
   const recordings::KernelImage& kernel = history.processes.kernel();
   EXPECT_TRUE(kernel.isAssumed);
-  EXPECT_EQ(0xffffffff93000000, kernel.farthestEnd);  // 32 MiB behind its text
+  EXPECT_EQ(kernel.farthestEnd, 0xffffffff93000000);  // 32 MiB behind its text
   history.map(0xffffffff, 0xffffffff81000000, 0x800000, "[kernel.kallsyms]_text",
               0xffffffff81000000, KERNEL);
   EXPECT_FALSE(kernel.isAssumed);
-  EXPECT_EQ(0xffffffff81000000, kernel.start);
-  EXPECT_EQ(0xffffffff81800000, kernel.end);
+  EXPECT_EQ(kernel.start, 0xffffffff81000000);
+  EXPECT_EQ(kernel.end, 0xffffffff81800000);
 }
 
 TEST(ProcessesTest, AKernelFromZeroBeginsWithItsReference) {
@@ -303,17 +303,17 @@ TEST(ProcessesTest, AKernelFromZeroBeginsWithItsReference) {
     history.map(0xffffffff, 0, length, "[kernel.kallsyms]_text", reference, KERNEL);
     return history.processes.kernel().start;
   };
-  EXPECT_EQ(0xffffffff81000000, startOf(~uint64_t{0}, 0xffffffff81000000));
-  EXPECT_EQ(0xc0008000, startOf(0xffffffff, 0xc0008000));
+  EXPECT_EQ(startOf(~uint64_t{0}, 0xffffffff81000000), 0xffffffff81000000);
+  EXPECT_EQ(startOf(0xffffffff, 0xc0008000), 0xc0008000);
   EXPECT_EQ(uint64_t{1} << 63, startOf(~uint64_t{0}, 0));
-  EXPECT_EQ(0xc0000000, startOf(0xffffffff, 0));
+  EXPECT_EQ(startOf(0xffffffff, 0), 0xc0000000);
 }
 
 TEST(ProcessesTest, AGuestsKernelIsNotThisOne) {
   History history;
   history.map(0xffffffff, 0xffffffff81000000, 0x1000, "[kernel.kallsyms]_text", 1, KERNEL);
   history.map(500, 0xffffffff91000000, 0x1000, "[guest.kernel.kallsyms.500]_text", 2, 4);
-  EXPECT_EQ(0xffffffff81000000, history.processes.kernel().start);
+  EXPECT_EQ(history.processes.kernel().start, 0xffffffff81000000);
   history.map(0xffffffff, 0xffffffffc0000000, 0x2000, "[host]", 0, KERNEL);
   history.map(500, 0xffffffffc0001000, 0x2000, "[guest]", 0, 4);
   EXPECT_THAT(history.kernel(),
@@ -331,7 +331,7 @@ TEST(ProcessesTest, KsymbolsAreLoadedAndUnloaded) {
   EXPECT_THAT(history.kernel(),
               ElementsAre("ffffffffc0001000-ffffffffc0001080@ffffffffc0001000 bpf_prog_2"));
   history.ksymbol(0xffffffffffffff00, 0x200, "past the end", false);
-  EXPECT_EQ(1u, history.kernel().size());
+  EXPECT_EQ(history.kernel().size(), 1u);
 }
 
 TEST(ProcessesTest, FilesAreKnownByNameAndBuildId) {
@@ -340,7 +340,7 @@ TEST(ProcessesTest, FilesAreKnownByNameAndBuildId) {
   const MappedFile& one = files.get(MappedFile::Kind::FILE, "/a", {1});
   EXPECT_EQ(&one, &files.get(MappedFile::Kind::FILE, "/a", {1}));
   EXPECT_NE(&one, &files.get(MappedFile::Kind::FILE, "/a", {2}));
-  EXPECT_EQ(2u, files.all().size());
+  EXPECT_EQ(files.all().size(), 2u);
 }
 
 TEST(ProcessesTest, EveryChangeHasAVersionOfItsOwn) {

@@ -13,10 +13,10 @@ using recordings::RecordPool;
 
 TEST(RecordPoolTest, FewRecordsTakeLittle) {
   RecordPool pool;
-  EXPECT_EQ(0u, pool.usedBytes());
+  EXPECT_EQ(pool.usedBytes(), 0u);
   const unsigned char* const copy = pool.copy(asBytes("12345678"));
-  EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(copy) % 8);
-  EXPECT_GE(8192u, pool.usedBytes());
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(copy) % 8, 0u);
+  EXPECT_LE(pool.usedBytes(), 8192u);
   pool.free(copy);
 }
 
@@ -24,7 +24,7 @@ TEST(RecordPoolTest, TheLargestRecordFitsFirst) {
   RecordPool pool;
   const std::string largest(RecordPool::LARGEST_RECORD, 'x');
   const unsigned char* const copy = pool.copy(asBytes(largest));
-  EXPECT_EQ(0, std::memcmp(copy, largest.data(), largest.size()));
+  EXPECT_EQ(std::memcmp(copy, largest.data(), largest.size()), 0);
   pool.free(copy);
 }
 
@@ -42,7 +42,7 @@ TEST(RecordPoolTest, AnyRecordsComeAndGoWithoutMoreThanTheyNeed) {
     while (held.size() > 2000 + random() % 100) {
       const std::size_t which = random() % 10;
       const auto& [copy, text] = held[which];
-      ASSERT_EQ(0, std::memcmp(copy, text.data(), text.size()));
+      ASSERT_EQ(std::memcmp(copy, text.data(), text.size()), 0);
       bytes -= text.size();
       pool.free(copy);
       held.erase(held.begin() + static_cast<std::ptrdiff_t>(which));
@@ -52,7 +52,7 @@ TEST(RecordPoolTest, AnyRecordsComeAndGoWithoutMoreThanTheyNeed) {
     ASSERT_LE(pool.usedBytes(), 2 * most + 2 * 1024 * 1024);
   }
   for (const auto& [copy, text] : held) {
-    ASSERT_EQ(0, std::memcmp(copy, text.data(), text.size()));
+    ASSERT_EQ(std::memcmp(copy, text.data(), text.size()), 0);
     pool.free(copy);
   }
 }

@@ -65,7 +65,7 @@ class Packer {
     std::string packed(ZSTD_compressBound(bytes.size()) + 1000, '\0');
     ZSTD_inBuffer in{bytes.data(), bytes.size(), 0};
     ZSTD_outBuffer out{packed.data(), packed.size(), 0};
-    EXPECT_EQ(0u, ZSTD_compressStream2(stream_, &out, &in, ZSTD_e_flush));
+    EXPECT_EQ(ZSTD_compressStream2(stream_, &out, &in, ZSTD_e_flush), 0u);
     packed.resize(out.pos);
     return packed;
   }
@@ -107,7 +107,7 @@ TEST(RecordStreamTest, ATraceThatEndsWithTheFileIsDamaged) {
         read(little(record(68, {}).append(record(71, Fields().u64(claimed).zeros(32))).zeros(24)));
     EXPECT_THAT(section.records, ElementsAre("68:8")) << claimed;
     EXPECT_TRUE(section.damage) << claimed;
-    EXPECT_EQ(24u, section.damage.lostBytes) << claimed;
+    EXPECT_EQ(section.damage.lostBytes, 24u) << claimed;
   }
 }
 
@@ -133,16 +133,16 @@ TEST(RecordStreamTest, ALargeRecordAcrossTheEndOfTheBuffer) {
     bytes += little(record(99, Fields().bytes(noise(most - 8 - static_cast<std::size_t>(i)))));
   }
   const Section section = read(bytes);
-  EXPECT_EQ(40u, section.records.size());
+  EXPECT_EQ(section.records.size(), 40u);
   EXPECT_EQ(bytes, section.bytes);
 }
 
 TEST(RecordStreamTest, ARecordOfSizeZeroEndsTheStream) {
   const Section section = read(little(record(68, {}).zeros(100)));
   EXPECT_THAT(section.records, ElementsAre("68:8"));
-  EXPECT_EQ(8u, section.damage.offset);
-  EXPECT_EQ(100u, section.damage.lostBytes);
-  EXPECT_EQ("a record is shorter than its own header", section.damage.what);
+  EXPECT_EQ(section.damage.offset, 8u);
+  EXPECT_EQ(section.damage.lostBytes, 100u);
+  EXPECT_EQ(section.damage.what, "a record is shorter than its own header");
 }
 
 TEST(RecordStreamTest, ARecordPastTheEndEndsTheStream) {
@@ -150,7 +150,7 @@ TEST(RecordStreamTest, ARecordPastTheEndEndsTheStream) {
   for (std::size_t size = 9; size < whole.size(); ++size) {
     const Section section = read(whole.substr(0, size));
     EXPECT_THAT(section.records, ElementsAre("68:8")) << size;
-    EXPECT_EQ(8u, section.damage.offset) << size;
+    EXPECT_EQ(section.damage.offset, 8u) << size;
     EXPECT_EQ(size - 8, section.damage.lostBytes) << size;
   }
   EXPECT_FALSE(read(whole).damage);
@@ -161,7 +161,7 @@ TEST(RecordStreamTest, AFileThatIsShorterThanItsHeaderSaysIsDamaged) {
   const Section section = read(bytes, ByteOrder::NATIVE, RecordStream::Form::FILE, 1000);
   EXPECT_THAT(section.records, ElementsAre("68:8"));
   EXPECT_TRUE(section.damage);
-  EXPECT_EQ(8u, section.damage.offset);
+  EXPECT_EQ(section.damage.offset, 8u);
 }
 
 TEST(RecordStreamTest, PackedRecordsMayBeginInOneAndEndInAnother) {
@@ -187,7 +187,7 @@ TEST(RecordStreamTest, OnePackedRecordMayHoldMillionsOfBytes) {
   const std::string packed = packer.push(inner);
   ASSERT_LT(packed.size(), 60000u);
   const Section section = read(little(record(81, Fields().bytes(packed))));
-  EXPECT_EQ(200u, section.records.size());
+  EXPECT_EQ(section.records.size(), 200u);
   EXPECT_EQ(inner.size(), section.bytes.size());
 }
 
@@ -195,7 +195,7 @@ TEST(RecordStreamTest, BytesThatAreNoZstdStreamEndIt) {
   const Section section =
       read(little(record(68, {}).append(record(81, Fields().bytes("nonsense"))).zeros(50)));
   EXPECT_THAT(section.records, ElementsAre("68:8"));
-  EXPECT_EQ("compressed records cannot be unpacked", section.damage.what);
+  EXPECT_EQ(section.damage.what, "compressed records cannot be unpacked");
 }
 
 TEST(RecordStreamTest, APackedRecordOfSizeZeroEndsIt) {
@@ -255,7 +255,7 @@ TEST(RecordStreamTest, Compressed2WhoseSizeWrappedToZero) {
     packed = fresh.push(inner);
   }
   const Section section = read(packed2(packed.size(), 0, packed) + little(record(68, {})));
-  ASSERT_EQ(2u, section.records.size()) << section.damage.what;
+  ASSERT_EQ(section.records.size(), 2u) << section.damage.what;
   EXPECT_EQ(inner, section.bytes.substr(0, inner.size()));
 }
 

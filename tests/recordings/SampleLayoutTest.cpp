@@ -97,22 +97,22 @@ class Decoded {
 void expectFull(const Decoded& decoded) {
   ASSERT_TRUE(decoded.isWhole);
   const Sample& sample = decoded.sample;
-  EXPECT_EQ(1u, sample.ip);
-  EXPECT_EQ(2u, sample.pid);
-  EXPECT_EQ(3u, sample.tid);
-  EXPECT_EQ(4u, sample.time);
-  EXPECT_EQ(7u, sample.cpu);
+  EXPECT_EQ(sample.ip, 1u);
+  EXPECT_EQ(sample.pid, 2u);
+  EXPECT_EQ(sample.tid, 3u);
+  EXPECT_EQ(sample.time, 4u);
+  EXPECT_EQ(sample.cpu, 7u);
   EXPECT_EQ((1u << 14) | 2, sample.misc);
-  ASSERT_EQ(2u, sample.chainLength());
-  EXPECT_EQ(10u, sample.chainWord(0));
-  EXPECT_EQ(11u, sample.chainWord(1));
-  EXPECT_EQ(2u, sample.userAbi);
-  EXPECT_EQ(16u, sample.userRegisters.size());
-  EXPECT_EQ(17u, recordings::numberAt<uint64_t>(sample.userRegisters.data(), sample.order));
-  EXPECT_EQ("stack", std::string(sample.userStack.begin(), sample.userStack.end()));
-  ASSERT_EQ(24u, sample.branches.size());
-  EXPECT_EQ(13u, recordings::numberAt<uint64_t>(sample.branches.data(), sample.order));
-  EXPECT_EQ(14u, recordings::numberAt<uint64_t>(sample.branches.data() + 8, sample.order));
+  ASSERT_EQ(sample.chainLength(), 2u);
+  EXPECT_EQ(sample.chainWord(0), 10u);
+  EXPECT_EQ(sample.chainWord(1), 11u);
+  EXPECT_EQ(sample.userAbi, 2u);
+  EXPECT_EQ(sample.userRegisters.size(), 16u);
+  EXPECT_EQ(recordings::numberAt<uint64_t>(sample.userRegisters.data(), sample.order), 17u);
+  EXPECT_EQ(std::string(sample.userStack.begin(), sample.userStack.end()), "stack");
+  ASSERT_EQ(sample.branches.size(), 24u);
+  EXPECT_EQ(recordings::numberAt<uint64_t>(sample.branches.data(), sample.order), 13u);
+  EXPECT_EQ(recordings::numberAt<uint64_t>(sample.branches.data() + 8, sample.order), 14u);
 }
 
 }  // namespace
@@ -140,7 +140,7 @@ TEST(SampleLayoutTest, EachBitMovesWhatStandsBehindItsField) {
     EXPECT_EQ(type & SampleBit::STACK_USER ? "stack" : "",
               std::string(sample.userStack.begin(), sample.userStack.end()));
     EXPECT_EQ(type & SampleBit::TIME ? 4u : 0u, decoded.layout->timeOfSample(decoded.record));
-    EXPECT_EQ(100u, decoded.layout->idOfSample(decoded.record).value_or(0));  // ID, IDENTIFIER
+    EXPECT_EQ(decoded.layout->idOfSample(decoded.record).value_or(0), 100u);  // ID, IDENTIFIER
   }
 }
 
@@ -183,8 +183,8 @@ TEST(SampleLayoutTest, CountersTakeAsManyWordsAsTheirFormatSays) {
                       .readFormat = each.format};
     const Decoded decoded(event, {.ip = 1, .chain = {10}, .read = each.words});
     ASSERT_TRUE(decoded.isWhole) << each.format;
-    ASSERT_EQ(1u, decoded.sample.chainLength()) << each.format;
-    EXPECT_EQ(10u, decoded.sample.chainWord(0)) << each.format;
+    ASSERT_EQ(decoded.sample.chainLength(), 1u) << each.format;
+    EXPECT_EQ(decoded.sample.chainWord(0), 10u) << each.format;
   }
 }
 
@@ -192,8 +192,8 @@ TEST(SampleLayoutTest, AnEmptyBranchStackHasNoIndex) {
   made::Event event = fullEvent(SampleBit::BRANCH_STACK | SampleBit::REGS_USER);
   const Decoded decoded(event, {.regsUser = {2, {17, 18}}});
   ASSERT_TRUE(decoded.isWhole);
-  EXPECT_EQ(0u, decoded.sample.branches.size());
-  EXPECT_EQ(2u, decoded.sample.userAbi);
+  EXPECT_EQ(decoded.sample.branches.size(), 0u);
+  EXPECT_EQ(decoded.sample.userAbi, 2u);
 }
 
 // Bit 19 of branch_sample_type: a word of counters for each entry, behind all of them.
@@ -204,10 +204,10 @@ TEST(SampleLayoutTest, BranchCountersStandInFrontOfTheRegisters) {
       event,
       {.branches = {{1, 2, 3}, {4, 5, 6}}, .branchCounters = {8, 9}, .regsUser = {2, {17, 18}}});
   ASSERT_TRUE(decoded.isWhole);
-  EXPECT_EQ(48u, decoded.sample.branches.size());
-  EXPECT_EQ(2u, decoded.sample.userAbi);
-  EXPECT_EQ(17u,
-            recordings::numberAt<uint64_t>(decoded.sample.userRegisters.data(), ByteOrder::NATIVE));
+  EXPECT_EQ(decoded.sample.branches.size(), 48u);
+  EXPECT_EQ(decoded.sample.userAbi, 2u);
+  EXPECT_EQ(recordings::numberAt<uint64_t>(decoded.sample.userRegisters.data(), ByteOrder::NATIVE),
+            17u);
 }
 
 // Threads of the kernel have no user registers and no stack: abi 0, size 0, no dyn_size.
@@ -215,16 +215,16 @@ TEST(SampleLayoutTest, WithoutAUserSideThereAreNoRegistersAndNoStack) {
   const Decoded decoded(fullEvent(SampleBit::REGS_USER | SampleBit::STACK_USER), {});
   ASSERT_TRUE(decoded.isWhole);
   EXPECT_TRUE(decoded.layout->hasStackDump());
-  EXPECT_EQ(0u, decoded.sample.userAbi);
-  EXPECT_EQ(0u, decoded.sample.userRegisters.size());
-  EXPECT_EQ(0u, decoded.sample.userStack.size());
+  EXPECT_EQ(decoded.sample.userAbi, 0u);
+  EXPECT_EQ(decoded.sample.userRegisters.size(), 0u);
+  EXPECT_EQ(decoded.sample.userStack.size(), 0u);
 }
 
 TEST(SampleLayoutTest, MoreStackInUseThanWasCopiedIsWhatWasCopied) {
   const Decoded decoded(fullEvent(SampleBit::REGS_USER | SampleBit::STACK_USER),
                         {.regsUser = {2, {1, 2}}, .stack = "12345678", .stackUsed = 9});
   ASSERT_TRUE(decoded.isWhole);
-  EXPECT_EQ(8u, decoded.sample.userStack.size());
+  EXPECT_EQ(decoded.sample.userStack.size(), 8u);
 }
 
 // Cut anywhere up to the last field that matters, the sample is broken, and nothing is read behind.
@@ -278,13 +278,13 @@ TEST(SampleLayoutTest, TrailersAreReadFromTheEnd) {
         order == made::ByteOrder::LITTLE ? ByteOrder::NATIVE : ByteOrder::FOREIGN;
     const SampleLayout layout(Attribute::decode(asBytes(attribute), read), read);
     const Record record{3, 0, asBytes(bytes)};
-    EXPECT_EQ(8u, layout.trailerOf(record).pid);
-    EXPECT_EQ(9u, layout.trailerOf(record).tid);
-    EXPECT_EQ(77u, layout.trailerOf(record).time);
-    EXPECT_EQ(77u, layout.timeOfOther(record));
+    EXPECT_EQ(layout.trailerOf(record).pid, 8u);
+    EXPECT_EQ(layout.trailerOf(record).tid, 9u);
+    EXPECT_EQ(layout.trailerOf(record).time, 77u);
+    EXPECT_EQ(layout.timeOfOther(record), 77u);
     // pid, tid, and 24 bytes of name; behind it TID, TIME, STREAM_ID, CPU, IDENTIFIER
-    EXPECT_EQ(32u, layout.bodyOf(record).size());
+    EXPECT_EQ(layout.bodyOf(record).size(), 32u);
     const Record cut{3, 0, asBytes(bytes).first(40)};
-    EXPECT_EQ(0u, layout.trailerOf(cut).time);
+    EXPECT_EQ(layout.trailerOf(cut).time, 0u);
   }
 }

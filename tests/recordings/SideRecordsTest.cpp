@@ -53,7 +53,7 @@ TEST(SideRecordsTest, FlagsOfMmap2AreItsOwn) {
     const recordings::Record record{10, 2, asBytes(bytes)};
     const auto map = recordings::MapRecord::decode(record, record.body(), order);
     ASSERT_TRUE(map);
-    EXPECT_EQ(0x40002u, map->flags);
+    EXPECT_EQ(map->flags, 0x40002u);
   }
 }
 
@@ -117,11 +117,11 @@ TEST(SideRecordsTest, LossesAndThrottlesAreSummedUp) {
       .record({.type = 6, .body = Fields().u64(1700).u64(100).u64(2), .time = 8});
   for (const made::ByteOrder order : {made::ByteOrder::LITTLE, made::ByteOrder::BIG}) {
     const Walked walked(made::fileBytes(recording, {.order = order}));
-    EXPECT_EQ(12u, walked.counts.lostRecords);
-    EXPECT_EQ(3u, walked.counts.lostSamples);
-    EXPECT_EQ(2u, walked.counts.throttles);
-    EXPECT_EQ(900u, walked.counts.throttledNanoseconds);
-    EXPECT_EQ(2u, walked.counts.recordsOfType[2]);
+    EXPECT_EQ(walked.counts.lostRecords, 12u);
+    EXPECT_EQ(walked.counts.lostSamples, 3u);
+    EXPECT_EQ(walked.counts.throttles, 2u);
+    EXPECT_EQ(walked.counts.throttledNanoseconds, 900u);
+    EXPECT_EQ(walked.counts.recordsOfType[2], 2u);
   }
 }
 
@@ -138,8 +138,8 @@ TEST(SideRecordsTest, OtherTypesAreCountedOnly) {
   recording.sample({.ip = 2, .pid = 1, .tid = 1, .time = 3});
   const Walked walked(made::fileBytes(recording));
   EXPECT_THAT(walked.lines, ElementsAre("sample 0 1 1/1 t1 cpu0", "sample 0 2 1/1 t3 cpu0"));
-  EXPECT_EQ(1u, walked.counts.recordsOfType[22]);
-  EXPECT_EQ(1u, walked.counts.recordsOfType[255]);
+  EXPECT_EQ(walked.counts.recordsOfType[22], 1u);
+  EXPECT_EQ(walked.counts.recordsOfType[255], 1u);
   EXPECT_TRUE(walked.counts.damages.empty());
 }
 
@@ -150,5 +150,5 @@ TEST(SideRecordsTest, TooShortOnesAreCountedAsBroken) {
   }
   const Walked walked(made::fileBytes(recording, {.hasSampleIdAll = false}));
   EXPECT_THAT(walked.lines, ElementsAre());
-  EXPECT_EQ(7u, walked.counts.brokenRecords);
+  EXPECT_EQ(walked.counts.brokenRecords, 7u);
 }

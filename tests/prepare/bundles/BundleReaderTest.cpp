@@ -41,7 +41,7 @@ class ArchiveFile {
     if (change) {
       change(entry);
     }
-    EXPECT_EQ(ARCHIVE_OK, archive_write_header(archive_, entry)) << name;
+    EXPECT_EQ(archive_write_header(archive_, entry), ARCHIVE_OK) << name;
     archive_write_data(archive_, content.data(), content.size());
     archive_entry_free(entry);
     return *this;
@@ -117,9 +117,9 @@ std::string tarHeader(const std::string& name, std::uint64_t size) {
 TEST_F(BundleReaderTest, FilesAreBelowTheFolder) {
   ArchiveFile(path()).begin().add("root/usr/bin/a b\xff", "elf").add("kallsyms", "");
   const Bundle bundle = unpack();
-  EXPECT_EQ("r", temp_.read("unpacked/recording/perf.data"));
+  EXPECT_EQ(temp_.read("unpacked/recording/perf.data"), "r");
   EXPECT_EQ(bundle.recording, temp_.file("unpacked/recording/perf.data"));
-  EXPECT_EQ("elf", temp_.read("unpacked/root/usr/bin/a b\xff"));
+  EXPECT_EQ(temp_.read("unpacked/root/usr/bin/a b\xff"), "elf");
   EXPECT_TRUE(std::filesystem::exists(bundle.kallsyms()));
 }
 
@@ -206,7 +206,7 @@ TEST_F(BundleReaderTest, FilesWithHolesAreRefused) {
     if (size != static_cast<std::int64_t>(content.size())) {
       archive_entry_sparse_add_entry(entry, size - 512, 512);
     }
-    ASSERT_EQ(ARCHIVE_OK, archive_write_header(made, entry));
+    ASSERT_EQ(archive_write_header(made, entry), ARCHIVE_OK);
     archive_write_data(made, content.data(), content.size());
   };
   const std::string manifest = MANIFEST;

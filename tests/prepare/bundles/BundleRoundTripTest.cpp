@@ -34,7 +34,7 @@ class BundleRoundTripTest : public testing::Test {
     const std::string out = temp_.file("document.json");
     const std::string command = std::string(TRACEMILL_PROGRAM) + " -c " + temp_.file(folder) +
                                 "/tracemill.conf -o " + out + " >/dev/null 2>&1";
-    EXPECT_EQ(0, std::system(command.c_str()));
+    EXPECT_EQ(std::system(command.c_str()), 0);
     return temp_.read("document.json");
   }
 
@@ -47,9 +47,9 @@ class BundleRoundTripTest : public testing::Test {
 TEST_F(BundleRoundTripTest, TheDocumentIsTheSameWithoutTheFiles) {
   const std::string bundle = temp_.file("b.tar.zst");
   ASSERT_EQ(
-      0, prepareWith({"-q", "--no-cache", "-o", temp_.file("here"), temp_.file("p.data")}).status);
+      prepareWith({"-q", "--no-cache", "-o", temp_.file("here"), temp_.file("p.data")}).status, 0);
   const Ending written = prepareWith({"--no-cache", "--bundle", bundle, temp_.file("p.data")});
-  ASSERT_EQ(0, written.status) << written.err;
+  ASSERT_EQ(written.status, 0) << written.err;
   EXPECT_FALSE(temp_.has("p.data.prepared"));
   const std::string before = document("here");
   EXPECT_THAT(before, HasSubstr("bundled_work"));
@@ -57,7 +57,7 @@ TEST_F(BundleRoundTripTest, TheDocumentIsTheSameWithoutTheFiles) {
   fs::remove(victim_);
   fs::remove(temp_.file("p.data"));
   const Ending read = prepareWith({"--no-cache", "-o", temp_.file("there"), bundle});
-  ASSERT_EQ(0, read.status) << read.err;
+  ASSERT_EQ(read.status, 0) << read.err;
   EXPECT_EQ(before, document("there"));
   EXPECT_FALSE(temp_.has("there/bundle"));
 }
@@ -67,20 +67,20 @@ TEST_F(BundleRoundTripTest, NothingOfThisMachineIsUsed) {
   const std::string bundle = temp_.file("b.tar.zst");
   fs::rename(victim_, victim_ + ".away");
   const Ending written = prepareWith({"--no-cache", "--bundle", bundle, temp_.file("p.data")});
-  ASSERT_EQ(0, written.status) << written.err;
+  ASSERT_EQ(written.status, 0) << written.err;
   EXPECT_THAT(written.err, HasSubstr("Left out, for they cannot be read: 1."));
   fs::rename(victim_ + ".away", victim_);
-  ASSERT_EQ(0, prepareWith({"-q", "--no-cache", "-o", temp_.file("there"), bundle}).status);
+  ASSERT_EQ(prepareWith({"-q", "--no-cache", "-o", temp_.file("there"), bundle}).status, 0);
   EXPECT_THAT(document("there"), testing::Not(HasSubstr("bundled_work")));
 }
 
 TEST_F(BundleRoundTripTest, ARecordingIsNeverReplaced) {
   const std::string recording = temp_.file("p.data");
   const std::string bytes = temp_.read("p.data");
-  EXPECT_EQ(2, prepareWith({"--bundle", recording, recording}).status);
+  EXPECT_EQ(prepareWith({"--bundle", recording, recording}).status, 2);
   fs::copy_file(recording, temp_.file("other.data"));
   const Ending other = prepareWith({"--bundle", temp_.file("other.data"), recording});
-  EXPECT_EQ(1, other.status);
+  EXPECT_EQ(other.status, 1);
   EXPECT_THAT(other.err, HasSubstr("is no bundle"));
   EXPECT_EQ(bytes, temp_.read("p.data"));
   EXPECT_EQ(bytes, temp_.read("other.data"));
@@ -91,7 +91,7 @@ TEST_F(BundleRoundTripTest, APlaceThatIsNoRegularFileIsRefused) {
   fs::create_directory(temp_.file("folder"));
   for (const std::string& place :
        {temp_.file("link"), temp_.file("folder"), std::string("/dev/null")}) {
-    EXPECT_EQ(1, prepareWith({"--bundle", place, temp_.file("p.data")}).status) << place;
+    EXPECT_EQ(prepareWith({"--bundle", place, temp_.file("p.data")}).status, 1) << place;
   }
   EXPECT_FALSE(temp_.has("elsewhere"));
 }
