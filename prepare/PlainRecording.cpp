@@ -4,7 +4,10 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <map>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 #include "prepare/PrepareError.h"
 #include "recordings/Abi.h"
@@ -20,6 +23,8 @@ constexpr std::size_t ATTRIBUTE_SIZE = 96;
 constexpr std::size_t ENTRY_SIZE = ATTRIBUTE_SIZE + abi::SECTION_SIZE;
 constexpr std::size_t DATA_OFFSET = abi::HEADER_SIZE + ENTRY_SIZE;
 constexpr std::size_t LONGEST_MAP_NAME = 32 * 1024;
+constexpr std::size_t LONGEST_FACT = 32 * 1024;
+constexpr std::size_t MOST_WORDS = 32 * 1024;  // of the command line
 
 constexpr std::uint64_t FLAG_MMAP = 1u << 8;
 constexpr std::uint64_t FLAG_COMM = 1u << 9;
@@ -54,6 +59,46 @@ class FieldWriter {
 
 // With its NUL, in whole words.
 std::size_t roomFor(const std::string& text) { return (text.size() + 8) & ~std::size_t{7}; }
+
+template <typename T>
+std::string bytesOf(T value) {
+  return std::string(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+// As perf writes it: padded with NULs, at least one, to a multiple of 64 bytes, and their number in
+// front.
+std::string factText(std::string text) {
+  text.resize(std::min(text.size(), LONGEST_FACT));
+  text.resize((text.size() + 64) & ~std::size_t{63});
+  return bytesOf(static_cast<std::uint32_t>(text.size())) + text;
+}
+
+std::string factTexts(const std::vector<std::string>& texts) {
+  const std::size_t count = std::min(texts.size(), MOST_WORDS);
+  std::string bytes = bytesOf(static_cast<std::uint32_t>(count));
+  for (std::size_t i = 0; i < count; ++i) {
+    bytes += factText(texts[i]);
+  }
+  return bytes;
+}
+
+// By feature, which is the order in which they stand in a file.
+std::map<unsigned, std::string> featuresOf(const recordings::Facts& facts) {
+  std::map<unsigned, std::string> features;
+  const std::pair<unsigned, const std::string&> texts[] = {
+      {abi::FEATURE_HOSTNAME, facts.hostname},   {abi::FEATURE_OSRELEASE, facts.osRelease},
+      {abi::FEATURE_VERSION, facts.perfVersion}, {abi::FEATURE_ARCH, facts.architecture},
+      {abi::FEATURE_CPUDESC, facts.processor},   {abi::FEATURE_CPUID, facts.processorId}};
+  for (const auto& [feature, text] : texts) {
+    if (!text.empty()) {
+      features[feature] = factText(text);
+    }
+  }
+  if (!facts.commandLine.empty()) {
+    features[abi::FEATURE_CMDLINE] = factTexts(facts.commandLine);
+  }
+  return features;
+}
 
 }  // namespace
 
@@ -152,18 +197,38 @@ void PlainRecording::addMap(std::uint32_t pid, std::uint32_t tid, std::uint64_t 
       .text(kept, room);
 }
 
-void PlainRecording::finish() {
+void PlainRecording::finish(const recordings::Facts& origin) {
   _flush();
-  _writeHeader(written_ - DATA_OFFSET);
+  const std::uint64_t dataSize = written_ - DATA_OFFSET;
+  _writeHeader(dataSize, _writeOrigin(origin));
 }
 
-void PlainRecording::_writeHeader(std::uint64_t dataSize) {
+// Places and sizes, then the sections themselves.
+std::uint64_t PlainRecording::_writeOrigin(const recordings::Facts& origin) {
+  const std::map<unsigned, std::string> features = featuresOf(origin);
+  std::uint64_t bits = 0;
+  std::string places;
+  std::string sections;
+  const std::uint64_t begin = written_ + features.size() * abi::SECTION_SIZE;
+  for (const auto& [feature, section] : features) {
+    bits |= std::uint64_t{1} << feature;
+    places +=
+        bytesOf(std::uint64_t{begin + sections.size()}) + bytesOf(std::uint64_t{section.size()});
+    sections += section;
+  }
+  const std::string all = places + sections;
+  _write(reinterpret_cast<const unsigned char*>(all.data()), all.size(), written_);
+  return bits;
+}
+
+void PlainRecording::_writeHeader(std::uint64_t dataSize, std::uint64_t features) {
   unsigned char header[DATA_OFFSET] = {};
   std::memcpy(header, abi::MAGIC_2, abi::MAGIC_SIZE);
   FieldWriter fields(header + abi::MAGIC_SIZE);
   fields.put(std::uint64_t{abi::HEADER_SIZE}).put(std::uint64_t{ENTRY_SIZE});
   fields.put(std::uint64_t{abi::HEADER_SIZE}).put(std::uint64_t{ENTRY_SIZE});
   fields.put(std::uint64_t{DATA_OFFSET}).put(dataSize);
+  fields.put(std::uint64_t{0}).put(std::uint64_t{0}).put(features);  // no names of events
 
   const std::uint64_t sampleType =
       abi::SAMPLE_IP | abi::SAMPLE_TID | (fields_.time ? abi::SAMPLE_TIME : 0) |

@@ -1,7 +1,8 @@
 // Writes a plain recording: one attribute, records of the first kernels only, native byte order,
 // samples in the order in which they are given. Maps and names may come behind the samples that
-// they explain: the converter looks at all of them first. One thread. Errors of the disk are thrown
-// as PrepareError.
+// they explain: the converter looks at all of them first. Behind the records stands what perf's
+// programs show of a recording's origin; the converter does not read it. One thread. Errors of the
+// disk are thrown as PrepareError.
 // Source of the format: tools/perf/util/header.h, include/uapi/linux/perf_event.h.
 #pragma once
 
@@ -11,6 +12,7 @@
 #include <span>
 #include <string>
 
+#include "recordings/Facts.h"
 #include "recordings/SampleLayout.h"
 
 namespace prepare {
@@ -38,8 +40,8 @@ class PlainRecording {
   // `isKernel`: of the kernel's side, as misc says it to other readers.
   void addMap(std::uint32_t pid, std::uint32_t tid, std::uint64_t start, std::uint64_t size,
               std::uint64_t pageOffset, const std::string& name, bool isKernel);
-  // Writes what is left, and the header.
-  void finish();
+  // Writes what is left, where the original comes from as far as it tells, and the header.
+  void finish(const recordings::Facts& origin);
 
   static constexpr std::size_t MOST_FRAMES = 8000;
 
@@ -48,7 +50,9 @@ class PlainRecording {
   unsigned char* _claim(std::size_t bytes);
   void _flush();
   void _write(const unsigned char* bytes, std::size_t count, std::uint64_t offset);
-  void _writeHeader(std::uint64_t dataSize);
+  // Gives the bitmap of what there is.
+  std::uint64_t _writeOrigin(const recordings::Facts& origin);
+  void _writeHeader(std::uint64_t dataSize, std::uint64_t features);
 
   std::string path_;
   int descriptor_;

@@ -251,7 +251,7 @@ class Run {
 
   void write() {
     names_->write(attempt_->output);
-    attempt_->output.finish();
+    attempt_->output.finish(recording_->header().facts);
     files_.finish({names_->hasKernelList(), attempt_->preparation.counts().longestChain});
   }
 

@@ -79,6 +79,12 @@ void Facts::addFeature(unsigned feature, Bytes section, ByteOrder order,
     case abi::FEATURE_ARCH:
       architecture = takeString(fields);
       break;
+    case abi::FEATURE_CPUDESC:
+      processor = takeString(fields);
+      break;
+    case abi::FEATURE_CPUID:
+      processorId = takeString(fields);
+      break;
     case abi::FEATURE_CMDLINE:
       commandLine = takeStrings(fields);
       break;

@@ -43,6 +43,8 @@ struct Facts {
   std::string osRelease;
   std::string perfVersion;
   std::string architecture;  // as uname -m prints it
+  std::string processor;     // its name, for people
+  std::string processorId;   // its kind, for programs
   std::vector<std::string> commandLine;
   std::optional<ClockData> clockData;
   std::uint64_t firstSampleTime = 0;  // nanoseconds; 0: not known

@@ -51,7 +51,7 @@ class Prepared {
     preparation = std::make_unique<Preparation>(*source_, output, settings);
     EXPECT_TRUE(source_->walk(*preparation, TimeOrder::Trust::ROUNDS, folder_.path(), walk));
     preparation->finish();
-    output.finish();
+    output.finish({});
     plain = folder_.read("plain");
     lines = Walked(plain).lines;
   }

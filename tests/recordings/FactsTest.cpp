@@ -125,6 +125,11 @@ TEST(FactsTest, NamesOfEventsSkipTheirAttributesAndIds) {
   EXPECT_EQ(events[1].name, "faults");
 }
 
+TEST(FactsTest, TheProcessorHasANameAndAKind) {
+  EXPECT_EQ(factsOf(8, text("A processor")).processor, "A processor");
+  EXPECT_EQ(factsOf(9, text("Maker,6,85,7")).processorId, "Maker,6,85,7");
+}
+
 TEST(FactsTest, WhatIsCutSaysNothing) {
   EXPECT_EQ(factsOf(3, Fields().u32(64).bytes("half")).hostname, "");
   EXPECT_EQ(factsOf(3, Fields().u32(0xffffffff).bytes("half")).hostname, "");

@@ -173,6 +173,32 @@ class FolderTest(PrepareTest):
         self.complains(self.run_words(words), 1, "/proc")
 
 
+@unittest.skipUnless(shutil.which("perf"), "perf is not installed")
+class PerfTest(PrepareTest):
+    """perf's own programs read what was prepared; where it comes from they tell as of the recording itself."""
+
+    def perf(self, *words):
+        return subprocess.run(["perf", *words], capture_output=True, text=True, check=True, cwd=self.folder,
+                              timeout=DEADLINE, env={"HOME": str(self.folder), "PATH": os.environ["PATH"]}).stdout
+
+    def header_lines(self, recording):
+        names = ("hostname", "os release", "perf version", "arch", "cpudesc", "cpuid", "cmdline")
+        lines = self.perf("report", "--header-only", "--force", "-i", recording).splitlines()
+        return [line for line in lines if line.startswith(tuple(f"# {name} :" for name in names))]
+
+    def test_it_says_where_the_recording_comes_from(self):
+        self.run_on(self.content, "-q")
+        lines = self.header_lines(self.place / "prepared" / "perf.data")
+        self.assertEqual(self.header_lines(DEMO / "demo.perf.data"), lines)
+        self.assertEqual(7, len(lines))
+
+    def test_it_is_converted(self):
+        self.run_on(self.content, "-q")
+        self.perf("data", "convert", "--force", "-i", self.place / "prepared" / "perf.data", "--to-json", "out.json")
+        samples = json.loads((self.folder / "out.json").read_text(encoding="utf-8"))["samples"]
+        self.assertEqual(2383, len(samples))
+
+
 class CommandLineTest(PrepareTest):
     def test_mistakes_end_with_status_2(self):
         for words in (["--no-such-option"], ["--event"], ["--max-frames", "0"], ["--cache-size", "many"], ["a", "b"]):
