@@ -1,5 +1,5 @@
 """Runs tracemill-prepare where programs or their symbols are on a debuginfod server: one that is written here, and
-Debian's, both on the loopback.
+Debian's, both on the loopback. A server that never answers is what makes the listing of a file hang.
 
     debuginfod_test.py TRACEMILL_PREPARE STRIP OBJCOPY
 """
@@ -8,6 +8,7 @@ import http.server
 import json
 import os
 import shutil
+import signal
 import socket
 import subprocess
 import sys
@@ -28,16 +29,23 @@ DEADLINE = 60  # seconds
 
 
 class Server:
-    """Serves /buildid/ID/KIND from files, and remembers what was asked for."""
+    """Serves /buildid/ID/KIND from files, and remembers what was asked for. Of what is in `silent` no answer comes."""
 
     def __init__(self):
         self.files = {}
+        self.silent = set()
         self.asked = []
+        self.ports = {}  # by path: whoever asked last
+        self.is_closed = threading.Event()
         server = self
 
         class Handler(http.server.BaseHTTPRequestHandler):
             def do_GET(self):
                 server.asked.append(self.path)
+                server.ports[self.path] = self.client_address[1]
+                if self.path in server.silent:
+                    server.is_closed.wait(DEADLINE)
+                    return
                 content = server.files.get(self.path)
                 self.send_response(404 if content is None else 200)
                 self.send_header("Content-Length", str(len(content or b"")))
@@ -52,6 +60,7 @@ class Server:
         threading.Thread(target=self.http.serve_forever, daemon=True).start()
 
     def close(self):
+        self.is_closed.set()
         self.http.shutdown()
         self.http.server_close()
 
@@ -74,13 +83,22 @@ class DebuginfodTest(unittest.TestCase):
 
     def prepare_with(self, url, *options):
         """Names of all lists, and the report."""
-        output = self.folder / "prepared"
+        return self.result_of(self.start_with(url, *options))
+
+    def start_with(self, url, *options):
         environment = {"HOME": str(self.folder), "TZ": "UTC", "PATH": os.environ["PATH"],
                        "DEBUGINFOD_CACHE_PATH": str(self.folder / "fetched"), "DEBUGINFOD_URLS": url,
                        "DEBUGINFOD_RETRY_LIMIT": "0"}
         words = [self.prepare, "-q", "--sysroot", self.sysroot, "--kallsyms", self.sysroot / "kallsyms.txt", *options,
-                 "-o", output, DEMO / "demo.perf.data"]
-        subprocess.run([str(word) for word in words], check=True, env=environment, timeout=DEADLINE)
+                 "-o", self.folder / "prepared", DEMO / "demo.perf.data"]
+        return subprocess.Popen([str(word) for word in words], env=environment)
+
+    def result_of(self, running):
+        try:
+            self.assertEqual(0, running.wait(DEADLINE))
+        finally:
+            running.kill()
+        output = self.folder / "prepared"
         lists = "".join(path.read_text(encoding="utf-8") for path in (output / "symbols").glob("*.list"))
         return lists, json.loads((output / "quality.json").read_text(encoding="utf-8"))
 
@@ -140,6 +158,60 @@ class OwnServerTest(DebuginfodTest):
     def test_nobody_is_asked_where_files_are_whole(self):
         self.prepare_with(self.server.url)
         self.assertFalse([path for path in self.server.asked if BUILD_ID in path])
+
+
+class FailingListingTest(DebuginfodTest):
+    """The listing of the program hangs, waiting for its symbols; what becomes of that costs its names alone."""
+
+    def setUp(self):
+        super().setUp()
+        self.server = Server()
+        self.addCleanup(self.server.close)
+        self.run_tool(self.strip, self.program)
+        self.request = f"/buildid/{BUILD_ID}/debuginfo"
+        self.server.silent.add(self.request)
+
+    def has_names_of_the_library_alone(self, lists, quality):
+        self.assertNotIn("ripples::", lists)
+        self.assertIn("waves::stepRow", lists)
+        entry = self.entry_of(quality)
+        self.assertEqual(("failed", "could not be listed"), (entry["reason"], entry["text"]))
+        self.assertIn("--listing-timeout", entry["cure"])
+        self.assertGreater(entry["samples"], 0)
+        failed = [other["name"] for other in quality["nameless"] if other["reason"] == "failed"]
+        self.assertEqual(["/" + PROGRAM], failed)
+
+    def hanging_child(self, running):
+        """The process that waits for the answer: the one that has the other end of the connection."""
+        end = time.monotonic() + DEADLINE
+        while self.request not in self.server.ports:
+            self.assertLess(time.monotonic(), end, "nobody asked")
+            time.sleep(0.01)
+        client = f"{self.server.ports[self.request]:04X}"
+        sockets = [line.split() for line in Path("/proc/net/tcp").read_text(encoding="ascii").splitlines()]
+        inode = next(words[9] for words in sockets if words[1] == f"0100007F:{client}")
+        children = Path(f"/proc/{running.pid}/task/{running.pid}/children").read_text(encoding="ascii").split()
+        for child in children:
+            if f"socket:[{inode}]" in [os.readlink(file) for file in Path(f"/proc/{child}/fd").iterdir()]:
+                return int(child)
+        return self.fail(f"none of {children} has it")
+
+    def test_one_that_hangs_is_given_up(self):
+        begin = time.monotonic()
+        self.has_names_of_the_library_alone(*self.prepare_with(self.server.url, "--listing-timeout", "1"))
+        self.assertGreaterEqual(time.monotonic() - begin, 1)
+        self.assertIn(self.request, self.server.asked)
+
+    def test_one_that_is_killed(self):
+        running = self.start_with(self.server.url, "--listing-timeout", str(2 * DEADLINE))
+        os.kill(self.hanging_child(running), signal.SIGKILL)
+        self.has_names_of_the_library_alone(*self.result_of(running))
+
+    def test_what_failed_is_listed_the_next_time(self):
+        self.prepare_with(self.server.url, "--listing-timeout", "1")
+        self.server.silent.clear()
+        self.server.files[self.request] = self.debug.read_bytes()
+        self.assertIn(FUNCTION, self.prepare_with(self.server.url)[0])
 
 
 @unittest.skipUnless(shutil.which("debuginfod"), "debuginfod is not installed")
