@@ -20,8 +20,7 @@ const char* const PARSER = "JSONData::setFromJsonString(): ";
 void expectUnusable(const std::string& bytes, const std::string& err) {
   DriverRun driver;
   driver.folder().write("test.conf", bytes);
-  const ProgramResult result =
-      driver.run({"-c", "test.conf", "-i", "recording.perf", "-o", "document.json"});
+  const ProgramResult result = driver.convert();
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err, err + MISSING);
   EXPECT_EQ(result.out, "");
@@ -31,16 +30,17 @@ void expectUnusable(const std::string& bytes, const std::string& err) {
 // Runs with only these bytes as the configuration; log lines go to standard output.
 ProgramResult runWith(const DriverRun& driver, const std::string& bytes) {
   driver.folder().write("test.conf", bytes);
-  return driver.run({"-c", "test.conf", "-i", "recording.perf", "-o", "document.json"});
+  return driver.convert();
 }
 
 std::string nested(std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); }
 
+using DriverConfigurationTest = DriverFixture;
+
 }  // namespace
 
-TEST(DriverConfigurationTest, MissingFileEndsTheRunEvenIfTheInputIsGiven) {
-  const DriverRun driver;
-  const ProgramResult result = driver.run({"-c", "nowhere.conf", "-i", "recording.perf"});
+TEST_F(DriverConfigurationTest, MissingFileEndsTheRunEvenIfTheInputIsGiven) {
+  const ProgramResult result = driver_.run({"-c", "nowhere.conf", "-i", "recording.perf"});
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err,
             "JSOM::fromFile(): could not open file 'nowhere.conf'\n"
@@ -48,52 +48,48 @@ TEST(DriverConfigurationTest, MissingFileEndsTheRunEvenIfTheInputIsGiven) {
   EXPECT_EQ(result.out, "");
 }
 
-TEST(DriverConfigurationTest, TheDefaultNameMustExistToo) {
-  const DriverRun driver;
-  const ProgramResult result = driver.run({"-i", "recording.perf"});
+TEST_F(DriverConfigurationTest, TheDefaultNameMustExistToo) {
+  const ProgramResult result = driver_.run({"-i", "recording.perf"});
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err,
             "JSOM::fromFile(): could not open file 'tracemill.conf'\n"
             "Could not load configuration file tracemill.conf\n");
 }
 
-TEST(DriverConfigurationTest, TheDefaultNameIsRead) {
-  const DriverRun driver;
-  driver.configure("\"inputPerfFile\": \"recording.perf\", \"outputFile\": \"document.json\"");
-  std::filesystem::rename(driver.folder().file("test.conf"),
-                          driver.folder().file("tracemill.conf"));
-  EXPECT_EQ(driver.run({}).status, 0);
-  EXPECT_TRUE(matchesGolden("simple", driver.folder().read("document.json")));
+TEST_F(DriverConfigurationTest, TheDefaultNameIsRead) {
+  driver_.configure("\"inputPerfFile\": \"recording.perf\", \"outputFile\": \"document.json\"");
+  std::filesystem::rename(driver_.folder().file("test.conf"),
+                          driver_.folder().file("tracemill.conf"));
+  EXPECT_EQ(driver_.run({}).status, 0);
+  EXPECT_TRUE(matchesGolden("simple", driver_.folder().read("document.json")));
 }
 
-TEST(DriverConfigurationTest, EmptyFile) {
+TEST_F(DriverConfigurationTest, EmptyFile) {
   expectUnusable("", "");
   expectUnusable("  \n// nothing but a comment", "");
 }
 
-TEST(DriverConfigurationTest, Directory) {
-  const DriverRun driver;
-  std::filesystem::create_directory(driver.folder().file("folder.conf"));
-  const ProgramResult result = driver.run({"-c", "folder.conf", "-i", "recording.perf"});
+TEST_F(DriverConfigurationTest, Directory) {
+  std::filesystem::create_directory(driver_.folder().file("folder.conf"));
+  const ProgramResult result = driver_.run({"-c", "folder.conf", "-i", "recording.perf"});
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err,
             "JSOM::fromFile(): could not open file 'folder.conf'\n"
             "Could not load configuration file folder.conf\n");
 }
 
-TEST(DriverConfigurationTest, Unreadable) {
-  const DriverRun driver;
-  driver.configure();
-  std::filesystem::permissions(driver.folder().file("test.conf"), std::filesystem::perms::none);
+TEST_F(DriverConfigurationTest, Unreadable) {
+  driver_.configure();
+  std::filesystem::permissions(driver_.folder().file("test.conf"), std::filesystem::perms::none);
   const ProgramResult result =
-      driver.program({"-c", "test.conf", "-i", "recording.perf"}).asOrdinaryUser().run();
+      driver_.program({"-c", "test.conf", "-i", "recording.perf"}).asOrdinaryUser().run();
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err,
             "JSOM::fromFile(): could not open file 'test.conf'\n"
             "Could not load configuration file test.conf\n");
 }
 
-TEST(DriverConfigurationTest, Binary) {
+TEST_F(DriverConfigurationTest, Binary) {
   const std::string missing = std::string(PARSER) + "syntax error: missing value\n";
   expectUnusable(
       "\x7f"
@@ -104,7 +100,7 @@ TEST(DriverConfigurationTest, Binary) {
   expectUnusable(std::string(1000, '\0'), "");
 }
 
-TEST(DriverConfigurationTest, CutInHalf) {
+TEST_F(DriverConfigurationTest, CutInHalf) {
   const std::string parser = PARSER;
   expectUnusable("{\"log\": {\"level\": \"INF", parser + "syntax error: invalid string\n");
   expectUnusable("{\"log\": {\"lev", parser + "syntax error: invalid string for object key\n");
@@ -117,7 +113,7 @@ TEST(DriverConfigurationTest, CutInHalf) {
   expectUnusable("{\"log\":", "");
 }
 
-TEST(DriverConfigurationTest, NestedTooDeeply) {
+TEST_F(DriverConfigurationTest, NestedTooDeeply) {
   const std::string line = std::string(PARSER) + "syntax error: nested too deeply\n";
   expectUnusable(nested(10'001), line);
   expectUnusable(std::string(100'000'000, '['), line);
@@ -128,17 +124,14 @@ TEST(DriverConfigurationTest, NestedTooDeeply) {
   expectUnusable(objects, line);
 }
 
-TEST(DriverConfigurationTest, NestedAsDeepAsAllowed) {
-  const DriverRun driver;
-  driver.configure("\"unknown\": " + nested(9'999));
-  EXPECT_EQ(driver.run({"-c", "test.conf", "-i", "recording.perf", "-o", "document.json"}).status,
-            0);
-  EXPECT_TRUE(matchesGolden("simple", driver.folder().read("document.json")));
+TEST_F(DriverConfigurationTest, NestedAsDeepAsAllowed) {
+  driver_.configure("\"unknown\": " + nested(9'999));
+  EXPECT_EQ(driver_.convert().status, 0);
+  EXPECT_TRUE(matchesGolden("simple", driver_.folder().read("document.json")));
 }
 
-TEST(DriverConfigurationTest, EmptyObjectLeavesTheDefaultsAndLogsToStandardOutput) {
-  const DriverRun driver;
-  const ProgramResult result = runWith(driver, "{}");
+TEST_F(DriverConfigurationTest, EmptyObjectLeavesTheDefaultsAndLogsToStandardOutput) {
+  const ProgramResult result = runWith(driver_, "{}");
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.err, "");
   // Which kernel list there is depends on the machine; the range is the default or the list's.
@@ -146,21 +139,19 @@ TEST(DriverConfigurationTest, EmptyObjectLeavesTheDefaultsAndLogsToStandardOutpu
   ASSERT_EQ(lines.size(), 2U);
   EXPECT_THAT(lines[0], testing::EndsWith(" from /proc/kallsyms"));
   EXPECT_EQ(lines[1], COMPLETED);
-  EXPECT_TRUE(driver.folder().has("symbols"));
+  EXPECT_TRUE(driver_.folder().has("symbols"));
 }
 
-TEST(DriverConfigurationTest, CommentsAndTrailingCommas) {
-  const DriverRun driver;
-  runWith(driver,
+TEST_F(DriverConfigurationTest, CommentsAndTrailingCommas) {
+  runWith(driver_,
           "// first\n{ /* the kernel's list */ \"kernelSymbolFile\": \"none\",\n"
           "\"whitespace\": true, // last\n}\nanything");
-  EXPECT_TRUE(matchesGolden("simple-indented", driver.folder().read("document.json")));
+  EXPECT_TRUE(matchesGolden("simple-indented", driver_.folder().read("document.json")));
 }
 
-TEST(DriverConfigurationTest, ALogMemberThatIsNoObjectIsIgnored) {
-  const DriverRun driver;
+TEST_F(DriverConfigurationTest, ALogMemberThatIsNoObjectIsIgnored) {
   const ProgramResult result =
-      runWith(driver, "{\"kernelSymbolFile\": \"none\", \"log\": \"level\"}");
+      runWith(driver_, "{\"kernelSymbolFile\": \"none\", \"log\": \"level\"}");
   EXPECT_EQ(result.status, 0);
   EXPECT_THAT(linesOf(readLog(result.out), "main"),
               ElementsAre("INFO [main] Failed to load kernel symbols.  size:0 "
@@ -168,88 +159,79 @@ TEST(DriverConfigurationTest, ALogMemberThatIsNoObjectIsIgnored) {
                           COMPLETED));
 }
 
-TEST(DriverConfigurationTest, LevelsAreThoseOfTheLogMember) {
-  const DriverRun driver;
+TEST_F(DriverConfigurationTest, LevelsAreThoseOfTheLogMember) {
   const ProgramResult quiet =
-      runWith(driver, "{\"kernelSymbolFile\": \"none\", \"log\": {\"level\": \"warn\"}}");
+      runWith(driver_, "{\"kernelSymbolFile\": \"none\", \"log\": {\"level\": \"warn\"}}");
   EXPECT_EQ(quiet.out, "");
   const ProgramResult one =
-      runWith(driver,
+      runWith(driver_,
               "{\"kernelSymbolFile\": \"none\", "
               "\"log\": {\"default\": \"OFF\", \"categories\": {\"SymbolTableStore\": \"ALL\"}}}");
   EXPECT_THAT(readLog(one.out), testing::Each(testing::HasSubstr(" [SymbolTableStore] ")));
   EXPECT_THAT(readLog(one.out), testing::Not(IsEmpty()));
 }
 
-TEST(DriverConfigurationTest, ReferencesToEnvironmentVariablesAreExpanded) {
-  const DriverRun driver;
-  driver.configure(
+TEST_F(DriverConfigurationTest, ReferencesToEnvironmentVariablesAreExpanded) {
+  driver_.configure(
       "\"inputPerfFile\": \"${TRACEMILL_TEST_FOLDER}/recording.perf\", "
       "\"outputFile\": \"${TRACEMILL_TEST_FOLDER}/${TRACEMILL_TEST_NAME}.json\"");
-  const ProgramResult result = driver.program({"-c", "test.conf"})
-                                   .variable("TRACEMILL_TEST_FOLDER", driver.folder().path())
+  const ProgramResult result = driver_.program({"-c", "test.conf"})
+                                   .variable("TRACEMILL_TEST_FOLDER", driver_.folder().path())
                                    .variable("TRACEMILL_TEST_NAME", "expanded")
                                    .run();
   EXPECT_EQ(result.status, 0);
-  EXPECT_TRUE(matchesGolden("simple", driver.folder().read("expanded.json")));
+  EXPECT_TRUE(matchesGolden("simple", driver_.folder().read("expanded.json")));
 }
 
-TEST(DriverConfigurationTest, ReferencesToUnsetVariablesStay) {
-  const DriverRun driver;
-  driver.configure("\"inputPerfFile\": \"${TRACEMILL_TEST_UNSET}/recording.perf\"");
-  EXPECT_EQ(driver.run({"-c", "test.conf"}).status, 1);
-  EXPECT_THAT(driver.log(),
+TEST_F(DriverConfigurationTest, ReferencesToUnsetVariablesStay) {
+  driver_.configure("\"inputPerfFile\": \"${TRACEMILL_TEST_UNSET}/recording.perf\"");
+  EXPECT_EQ(driver_.run({"-c", "test.conf"}).status, 1);
+  EXPECT_THAT(driver_.log(),
               ElementsAre(NO_KERNEL,
                           "ERROR [main] Cannot open ${TRACEMILL_TEST_UNSET}/recording.perf for "
                           "reading, aborting.."));
 }
 
-TEST(DriverConfigurationTest, SettingsHoldForTheRun) {
-  const DriverRun driver;
-  driver.configure("\"symbolCacheDir\": \"made/for/this\"");
-  EXPECT_EQ(driver.run({"-c", "test.conf", "-i", "recording.perf", "-o", "document.json"}).status,
-            0);
-  EXPECT_TRUE(driver.folder().has("made/for/this"));
-  EXPECT_FALSE(driver.folder().has("cache"));
-  EXPECT_FALSE(driver.folder().has("symbols"));
+TEST_F(DriverConfigurationTest, SettingsHoldForTheRun) {
+  driver_.configure("\"symbolCacheDir\": \"made/for/this\"");
+  EXPECT_EQ(driver_.convert().status, 0);
+  EXPECT_TRUE(driver_.folder().has("made/for/this"));
+  EXPECT_FALSE(driver_.folder().has("cache"));
+  EXPECT_FALSE(driver_.folder().has("symbols"));
 }
 
-TEST(DriverConfigurationTest, EachRunBeginsANewLogFile) {
-  const DriverRun driver;
-  driver.configure(
+TEST_F(DriverConfigurationTest, EachRunBeginsANewLogFile) {
+  driver_.configure(
       "\"log\": {\"level\": \"INFO\", \"adapter\": {\"type\": \"file\", \"fileCount\": 2, "
       "\"baseName\": \"logs/run.log\"}}");
-  driver.run({"-c", "test.conf", "-i", "nowhere.perf"});
-  const std::string first = driver.folder().read("logs/run.log");
-  EXPECT_FALSE(driver.folder().has("logs/run.log.1"));
-  driver.run({"-c", "test.conf"});
-  EXPECT_EQ(driver.folder().read("logs/run.log.1"), first);
-  EXPECT_THAT(linesOf(readLog(driver.folder().read("logs/run.log")), "main"),
+  driver_.run({"-c", "test.conf", "-i", "nowhere.perf"});
+  const std::string first = driver_.folder().read("logs/run.log");
+  EXPECT_FALSE(driver_.folder().has("logs/run.log.1"));
+  driver_.run({"-c", "test.conf"});
+  EXPECT_EQ(driver_.folder().read("logs/run.log.1"), first);
+  EXPECT_THAT(linesOf(readLog(driver_.folder().read("logs/run.log")), "main"),
               ElementsAre(NO_KERNEL, "ERROR [main] No input file specified, aborting.."));
-  driver.run({"-c", "test.conf"});
-  EXPECT_FALSE(driver.folder().has("logs/run.log.2"));
+  driver_.run({"-c", "test.conf"});
+  EXPECT_FALSE(driver_.folder().has("logs/run.log.2"));
 }
 
-TEST(DriverConfigurationTest, AdapterOfAnUnknownTypeLeavesLinesOnStandardOutput) {
-  const DriverRun driver;
-  driver.configure("\"log\": {\"adapter\": {\"type\": \"socket\"}}");
-  const ProgramResult result = driver.run({"-c", "test.conf"});
+TEST_F(DriverConfigurationTest, AdapterOfAnUnknownTypeLeavesLinesOnStandardOutput) {
+  driver_.configure("\"log\": {\"adapter\": {\"type\": \"socket\"}}");
+  const ProgramResult result = driver_.run({"-c", "test.conf"});
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err, "");
   EXPECT_THAT(linesOf(readLog(result.out), "main"),
               ElementsAre(NO_KERNEL, "ERROR [main] No input file specified, aborting.."));
 }
 
-TEST(DriverConfigurationTest, LogFileThatCannotBeMadeLosesTheLinesOnly) {
-  const DriverRun driver;
-  driver.folder().write("occupied", "");
-  driver.configure(
+TEST_F(DriverConfigurationTest, LogFileThatCannotBeMadeLosesTheLinesOnly) {
+  driver_.folder().write("occupied", "");
+  driver_.configure(
       "\"log\": {\"adapter\": {\"type\": \"file\", \"baseName\": \"occupied/run.log\"}}");
-  const ProgramResult result =
-      driver.run({"-c", "test.conf", "-i", "recording.perf", "-o", "document.json"});
+  const ProgramResult result = driver_.convert();
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.out, "");
   EXPECT_THAT(result.err,
               testing::StartsWith("FileLogAdapter: Cannot create log file occupied/run.log\n"));
-  EXPECT_TRUE(matchesGolden("simple", driver.folder().read("document.json")));
+  EXPECT_TRUE(matchesGolden("simple", driver_.folder().read("document.json")));
 }

@@ -40,9 +40,11 @@ LogTexts failedRun(Output output, bool longDocument) {
   return driver.log();
 }
 
+using DriverOutputTest = DriverFixture;
+
 }  // namespace
 
-TEST(DriverOutputTest, FullDiskUnderTheOutputFile) {
+TEST_F(DriverOutputTest, FullDiskUnderTheOutputFile) {
   for (const bool longDocument : {false, true}) {
     const DriverRun driver;
     driver.configure();
@@ -58,43 +60,41 @@ TEST(DriverOutputTest, FullDiskUnderTheOutputFile) {
   }
 }
 
-TEST(DriverOutputTest, FullDiskUnderStandardOutput) {
+TEST_F(DriverOutputTest, FullDiskUnderStandardOutput) {
   EXPECT_THAT(failedRun(Output::FULL_DISK, false), ElementsAre(NO_KERNEL, INCOMPLETE));
   EXPECT_THAT(failedRun(Output::FULL_DISK, true), ElementsAre(NO_KERNEL, INCOMPLETE));
 }
 
-TEST(DriverOutputTest, ClosedPipe) {
+TEST_F(DriverOutputTest, ClosedPipe) {
   EXPECT_THAT(failedRun(Output::CLOSED_PIPE, false), ElementsAre(NO_KERNEL, INCOMPLETE));
   EXPECT_THAT(failedRun(Output::CLOSED_PIPE, true), ElementsAre(NO_KERNEL, INCOMPLETE));
 }
 
-TEST(DriverOutputTest, ClosedStandardOutput) {
+TEST_F(DriverOutputTest, ClosedStandardOutput) {
   EXPECT_THAT(failedRun(Output::CLOSED, false), ElementsAre(NO_KERNEL, INCOMPLETE));
   EXPECT_THAT(failedRun(Output::CLOSED, true), ElementsAre(NO_KERNEL, INCOMPLETE));
 }
 
-TEST(DriverOutputTest, ClosedStandardOutputNeverLetsTheDocumentIntoAnotherFile) {
-  const DriverRun driver;
-  driver.configure();
-  const std::string recording = driver.folder().read("recording.perf");
-  driver.program(TO_STANDARD_OUTPUT).standardOutput(Output::CLOSED).run();
-  EXPECT_EQ(driver.folder().read("recording.perf"), recording);
-  EXPECT_EQ(driver.folder().read("run.log").find("samples\""), std::string::npos);
+TEST_F(DriverOutputTest, ClosedStandardOutputNeverLetsTheDocumentIntoAnotherFile) {
+  driver_.configure();
+  const std::string recording = driver_.folder().read("recording.perf");
+  driver_.program(TO_STANDARD_OUTPUT).standardOutput(Output::CLOSED).run();
+  EXPECT_EQ(driver_.folder().read("recording.perf"), recording);
+  EXPECT_EQ(driver_.folder().read("run.log").find("samples\""), std::string::npos);
 }
 
-TEST(DriverOutputTest, ClosedStandardOutputDoesNotMatterToAnOutputFile) {
-  const DriverRun driver;
-  driver.configure();
+TEST_F(DriverOutputTest, ClosedStandardOutputDoesNotMatterToAnOutputFile) {
+  driver_.configure();
   const ProgramResult result =
-      driver.program({"-c", "test.conf", "-i", "recording.perf", "-o", "document.json"})
+      driver_.program({"-c", "test.conf", "-i", "recording.perf", "-o", "document.json"})
           .standardOutput(Output::CLOSED)
           .run();
   EXPECT_EQ(result.status, 0);
-  EXPECT_TRUE(matchesGolden("simple", driver.folder().read("document.json")));
-  EXPECT_THAT(driver.log(), ElementsAre(NO_KERNEL, COMPLETED));
+  EXPECT_TRUE(matchesGolden("simple", driver_.folder().read("document.json")));
+  EXPECT_THAT(driver_.log(), ElementsAre(NO_KERNEL, COMPLETED));
 }
 
-TEST(DriverOutputTest, LogLinesThatNobodyReadsDoNotMatterToAnOutputFile) {
+TEST_F(DriverOutputTest, LogLinesThatNobodyReadsDoNotMatterToAnOutputFile) {
   for (const Output output : {Output::CLOSED, Output::CLOSED_PIPE, Output::FULL_DISK}) {
     const DriverRun driver;
     driver.folder().write("test.conf", "{\"kernelSymbolFile\": \"kernel.syms\"}");
@@ -107,11 +107,10 @@ TEST(DriverOutputTest, LogLinesThatNobodyReadsDoNotMatterToAnOutputFile) {
   }
 }
 
-TEST(DriverOutputTest, AppendedDocumentThatDoesNotFitIsIncompleteToo) {
-  const DriverRun driver;
-  driver.configure("\"outputFile\": \"/dev/full\", \"appendOutput\": true");
-  EXPECT_EQ(driver.run({"-c", "test.conf", "-i", "recording.perf"}).status, 1);
+TEST_F(DriverOutputTest, AppendedDocumentThatDoesNotFitIsIncompleteToo) {
+  driver_.configure("\"outputFile\": \"/dev/full\", \"appendOutput\": true");
+  EXPECT_EQ(driver_.run({"-c", "test.conf", "-i", "recording.perf"}).status, 1);
   EXPECT_THAT(
-      driver.log(),
+      driver_.log(),
       ElementsAre(NO_KERNEL, "ERROR [main] Cannot write /dev/full, the document is incomplete."));
 }

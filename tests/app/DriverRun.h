@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "tests/app/Conversion.h"
 #include "tests/app/ProgramRun.h"
 #include "tests/app/Recordings.h"
@@ -31,12 +33,21 @@ class DriverRun {
   }
 
   ProgramResult run(const std::vector<std::string>& words) const { return program(words).run(); }
+  // recording.perf, with test.conf, into document.json.
+  ProgramResult convert() const {
+    return run({"-c", "test.conf", "-i", "recording.perf", "-o", "document.json"});
+  }
 
   // What the driver itself logged in the last run.
   LogTexts log() const { return linesOf(readLog(folder_.read("run.log")), "main"); }
 
  private:
   TempDir folder_;
+};
+
+class DriverFixture : public testing::Test {
+ protected:
+  const DriverRun driver_;
 };
 
 inline const char* const NO_KERNEL =

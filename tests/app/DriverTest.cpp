@@ -34,7 +34,7 @@ std::string kernelLine(const std::string& settings, const std::string& list) {
   if (!list.empty()) {
     driver.folder().write("kernel.syms", list);
   }
-  driver.run({"-c", "test.conf", "-i", "recording.perf", "-o", "document.json"});
+  driver.convert();
   const LogTexts log = driver.log();
   EXPECT_EQ(log.size(), 2U);
   return log.empty() ? "" : log.front();
@@ -54,21 +54,21 @@ std::string rewritten(const std::string& settings, const std::vector<std::string
 std::string truncated() { return goldenDocument("simple"); }
 std::string appended() { return BEFORE + goldenDocument("simple"); }
 
+using DriverTest = DriverFixture;
+
 }  // namespace
 
-TEST(DriverTest, NoInputName) {
-  const DriverRun driver;
-  driver.configure();
-  EXPECT_EQ(driver.run({"-c", "test.conf", "-o", "document.json"}).status, 1);
-  EXPECT_THAT(driver.log(),
+TEST_F(DriverTest, NoInputName) {
+  driver_.configure();
+  EXPECT_EQ(driver_.run({"-c", "test.conf", "-o", "document.json"}).status, 1);
+  EXPECT_THAT(driver_.log(),
               ElementsAre(NO_KERNEL, "ERROR [main] No input file specified, aborting.."));
-  EXPECT_FALSE(driver.folder().has("document.json"));
+  EXPECT_FALSE(driver_.folder().has("document.json"));
 }
 
-TEST(DriverTest, WithoutAdapterTheLinesGoToStandardOutput) {
-  const DriverRun driver;
-  driver.folder().write("test.conf", "{\"kernelSymbolFile\": \"kernel.syms\"}");
-  const ProgramResult result = driver.run({"-c", "test.conf"});
+TEST_F(DriverTest, WithoutAdapterTheLinesGoToStandardOutput) {
+  driver_.folder().write("test.conf", "{\"kernelSymbolFile\": \"kernel.syms\"}");
+  const ProgramResult result = driver_.run({"-c", "test.conf"});
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err, "");
   EXPECT_THAT(readLog(result.out),
@@ -76,76 +76,69 @@ TEST(DriverTest, WithoutAdapterTheLinesGoToStandardOutput) {
                           NO_KERNEL, "ERROR [main] No input file specified, aborting.."));
 }
 
-TEST(DriverTest, MissingInputLeavesTheOutputAlone) {
-  const DriverRun driver;
-  driver.configure();
-  driver.folder().write("document.json", BEFORE);
-  EXPECT_EQ(driver.run({"-c", "test.conf", "-i", "nowhere.perf", "-o", "document.json"}).status, 1);
-  EXPECT_THAT(driver.log(), ElementsAre(NO_KERNEL,
-                                        "ERROR [main] Cannot open nowhere.perf for reading, "
-                                        "aborting.."));
-  EXPECT_EQ(driver.folder().read("document.json"), BEFORE);
+TEST_F(DriverTest, MissingInputLeavesTheOutputAlone) {
+  driver_.configure();
+  driver_.folder().write("document.json", BEFORE);
+  EXPECT_EQ(driver_.run({"-c", "test.conf", "-i", "nowhere.perf", "-o", "document.json"}).status,
+            1);
+  EXPECT_THAT(driver_.log(), ElementsAre(NO_KERNEL,
+                                         "ERROR [main] Cannot open nowhere.perf for reading, "
+                                         "aborting.."));
+  EXPECT_EQ(driver_.folder().read("document.json"), BEFORE);
 }
 
-TEST(DriverTest, EmptyInputName) {
-  const DriverRun driver;
-  driver.configure();
-  EXPECT_EQ(driver.run({"-c", "test.conf", "-i", "", "-o", "document.json"}).status, 1);
-  EXPECT_FALSE(driver.folder().has("document.json"));
+TEST_F(DriverTest, EmptyInputName) {
+  driver_.configure();
+  EXPECT_EQ(driver_.run({"-c", "test.conf", "-i", "", "-o", "document.json"}).status, 1);
+  EXPECT_FALSE(driver_.folder().has("document.json"));
 }
 
-TEST(DriverTest, DirectoryAsInput) {
-  const DriverRun driver;
-  driver.configure();
-  std::filesystem::create_directory(driver.folder().file("folder"));
-  EXPECT_EQ(driver.run({"-c", "test.conf", "-i", "folder", "-o", "document.json"}).status, 1);
-  EXPECT_THAT(driver.log(),
+TEST_F(DriverTest, DirectoryAsInput) {
+  driver_.configure();
+  std::filesystem::create_directory(driver_.folder().file("folder"));
+  EXPECT_EQ(driver_.run({"-c", "test.conf", "-i", "folder", "-o", "document.json"}).status, 1);
+  EXPECT_THAT(driver_.log(),
               ElementsAre(NO_KERNEL, "ERROR [main] Cannot open folder for reading, aborting.."));
 }
 
-TEST(DriverTest, DeviceAsInputIsOfInsufficientSize) {
-  const DriverRun driver;
-  driver.configure();
-  EXPECT_EQ(driver.run({"-c", "test.conf", "-i", "/dev/null", "-o", "document.json"}).status, 0);
-  EXPECT_TRUE(matchesGolden("no-rows", driver.folder().read("document.json")));
+TEST_F(DriverTest, DeviceAsInputIsOfInsufficientSize) {
+  driver_.configure();
+  EXPECT_EQ(driver_.run({"-c", "test.conf", "-i", "/dev/null", "-o", "document.json"}).status, 0);
+  EXPECT_TRUE(matchesGolden("no-rows", driver_.folder().read("document.json")));
 }
 
-TEST(DriverTest, OutputThatCannotBeOpened) {
-  const DriverRun driver;
-  driver.configure();
+TEST_F(DriverTest, OutputThatCannotBeOpened) {
+  driver_.configure();
   const ProgramResult result =
-      driver.run({"-c", "test.conf", "-i", "recording.perf", "-o", "nowhere/document.json"});
+      driver_.run({"-c", "test.conf", "-i", "recording.perf", "-o", "nowhere/document.json"});
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.out, "");
-  EXPECT_THAT(driver.log(), ElementsAre(NO_KERNEL,
-                                        "ERROR [main] Cannot open nowhere/document.json for "
-                                        "writing, aborting.."));
+  EXPECT_THAT(driver_.log(), ElementsAre(NO_KERNEL,
+                                         "ERROR [main] Cannot open nowhere/document.json for "
+                                         "writing, aborting.."));
 }
 
-TEST(DriverTest, DirectoryAsOutput) {
-  const DriverRun driver;
-  driver.configure();
-  EXPECT_EQ(driver.run({"-c", "test.conf", "-i", "recording.perf", "-o", "."}).status, 1);
-  EXPECT_THAT(driver.log(),
+TEST_F(DriverTest, DirectoryAsOutput) {
+  driver_.configure();
+  EXPECT_EQ(driver_.run({"-c", "test.conf", "-i", "recording.perf", "-o", "."}).status, 1);
+  EXPECT_THAT(driver_.log(),
               ElementsAre(NO_KERNEL, "ERROR [main] Cannot open . for writing, aborting.."));
 }
 
-TEST(DriverTest, WithoutOutputNameTheDocumentGoesToStandardOutput) {
-  const DriverRun driver;
-  driver.configure();
-  const ProgramResult result = driver.run({"-c", "test.conf", "-i", "recording.perf"});
+TEST_F(DriverTest, WithoutOutputNameTheDocumentGoesToStandardOutput) {
+  driver_.configure();
+  const ProgramResult result = driver_.run({"-c", "test.conf", "-i", "recording.perf"});
   EXPECT_EQ(result.status, 0);
   EXPECT_TRUE(matchesGolden("simple", result.out));
-  EXPECT_THAT(driver.log(), ElementsAre(NO_KERNEL, COMPLETED));
+  EXPECT_THAT(driver_.log(), ElementsAre(NO_KERNEL, COMPLETED));
 }
 
-TEST(DriverTest, DocumentAndLogShareStandardOutputInProgramOrder) {
-  const DriverRun driver;
-  driver.folder().write("test.conf",
-                        "{\"kernelSymbolFile\": \"kernel.syms\", \"symbolCacheDir\": \"cache\", "
-                        "\"log\": {\"categories\": {\"SymbolCache\": \"OFF\"}}}");
-  driver.folder().write("text.perf", std::string(1000, 'x'));
-  const ProgramResult result = driver.run({"-c", "test.conf", "-i", "text.perf"});
+TEST_F(DriverTest, DocumentAndLogShareStandardOutputInProgramOrder) {
+  driver_.folder().write("test.conf",
+                         "{\"kernelSymbolFile\": \"kernel.syms\", \"symbolCacheDir\": \"cache\", "
+                         "\"log\": {\"categories\": {\"SymbolCache\": \"OFF\"}}}");
+  driver_.folder().write("text.perf", std::string(1000, 'x'));
+  const ProgramResult result = driver_.run({"-c", "test.conf", "-i", "text.perf"});
   EXPECT_EQ(result.status, 0);
   const std::string document = goldenDocument("no-rows");
   // The object is opened before pass 1 complains, its first table before pass 2 does.
@@ -166,36 +159,34 @@ TEST(DriverTest, DocumentAndLogShareStandardOutputInProgramOrder) {
   EXPECT_THAT(readLog(result.out.substr(rest + document.size() - table)), ElementsAre(COMPLETED));
 }
 
-TEST(DriverTest, InputFromTheConfigurationUnlessGivenOnTheCommandLine) {
-  const DriverRun driver;
-  driver.configure("\"inputPerfFile\": \"recording.perf\"");
-  driver.folder().write("empty.perf", recordingOf(IP_TID_TIME_CPU).bytes());
-  EXPECT_TRUE(matchesGolden("simple", driver.run({"-c", "test.conf"}).out));
-  EXPECT_TRUE(matchesGolden("no-rows", driver.run({"-c", "test.conf", "-i", "empty.perf"}).out));
+TEST_F(DriverTest, InputFromTheConfigurationUnlessGivenOnTheCommandLine) {
+  driver_.configure("\"inputPerfFile\": \"recording.perf\"");
+  driver_.folder().write("empty.perf", recordingOf(IP_TID_TIME_CPU).bytes());
+  EXPECT_TRUE(matchesGolden("simple", driver_.run({"-c", "test.conf"}).out));
+  EXPECT_TRUE(matchesGolden("no-rows", driver_.run({"-c", "test.conf", "-i", "empty.perf"}).out));
 }
 
-TEST(DriverTest, OutputFromTheConfigurationUnlessGivenOnTheCommandLine) {
-  const DriverRun driver;
-  driver.configure("\"inputPerfFile\": \"recording.perf\", \"outputFile\": \"configured.json\"");
-  EXPECT_EQ(driver.run({"-c", "test.conf", "-o", "given.json"}).status, 0);
-  EXPECT_FALSE(driver.folder().has("configured.json"));
-  EXPECT_TRUE(matchesGolden("simple", driver.folder().read("given.json")));
-  EXPECT_EQ(driver.run({"-c", "test.conf"}).out, "");
-  EXPECT_TRUE(matchesGolden("simple", driver.folder().read("configured.json")));
+TEST_F(DriverTest, OutputFromTheConfigurationUnlessGivenOnTheCommandLine) {
+  driver_.configure("\"inputPerfFile\": \"recording.perf\", \"outputFile\": \"configured.json\"");
+  EXPECT_EQ(driver_.run({"-c", "test.conf", "-o", "given.json"}).status, 0);
+  EXPECT_FALSE(driver_.folder().has("configured.json"));
+  EXPECT_TRUE(matchesGolden("simple", driver_.folder().read("given.json")));
+  EXPECT_EQ(driver_.run({"-c", "test.conf"}).out, "");
+  EXPECT_TRUE(matchesGolden("simple", driver_.folder().read("configured.json")));
 }
 
-TEST(DriverTest, AppendOptionCountsWithTheOutputOption) {
+TEST_F(DriverTest, AppendOptionCountsWithTheOutputOption) {
   EXPECT_EQ(rewritten("", {"-o", "document.json"}), truncated());
   EXPECT_EQ(rewritten("", {"-o", "document.json", "-a"}), appended());
   EXPECT_EQ(rewritten("", {"-a", "-o", "document.json"}), appended());
 }
 
-TEST(DriverTest, AppendOutputDoesNotCountWithTheOutputOption) {
+TEST_F(DriverTest, AppendOutputDoesNotCountWithTheOutputOption) {
   EXPECT_EQ(rewritten(", \"appendOutput\": true", {"-o", "document.json"}), truncated());
   EXPECT_EQ(rewritten(", \"appendOutput\": false", {"-o", "document.json", "-a"}), appended());
 }
 
-TEST(DriverTest, AppendOutputReplacesTheAppendOptionWithTheConfiguredName) {
+TEST_F(DriverTest, AppendOutputReplacesTheAppendOptionWithTheConfiguredName) {
   const std::string name = ", \"outputFile\": \"document.json\"";
   EXPECT_EQ(rewritten(name, {}), truncated());
   EXPECT_EQ(rewritten(name, {"-a"}), truncated());
@@ -204,7 +195,7 @@ TEST(DriverTest, AppendOutputReplacesTheAppendOptionWithTheConfiguredName) {
   EXPECT_EQ(rewritten(name + ", \"appendOutput\": \"yes\"", {}), appended());
 }
 
-TEST(DriverTest, KernelAddressesKeepTheirLow32Bits) {
+TEST_F(DriverTest, KernelAddressesKeepTheirLow32Bits) {
   EXPECT_EQ(kernelLine("\"kernelStartAddress\": 4294967296", ""), failedToLoad("0", "0-cf000000"));
   EXPECT_EQ(kernelLine("\"kernelStartAddress\": 81985529216486895, \"kernelEndAddress\": -1", ""),
             failedToLoad("0", "89abcdef-ffffffff"));
@@ -212,7 +203,7 @@ TEST(DriverTest, KernelAddressesKeepTheirLow32Bits) {
             failedToLoad("0", "1000-cf000000"));
 }
 
-TEST(DriverTest, TextReplacesTheKernelRange) {
+TEST_F(DriverTest, TextReplacesTheKernelRange) {
   EXPECT_EQ(kernelLine("", "c0008000 T _text\nc0008100 T foo\nc0100000 t last\n"),
             loaded("3", "c0008000-c0100001"));
   EXPECT_EQ(kernelLine("", "c0000000 T stext\nc0008000 T _text\nc0008100 T foo\n"),
@@ -221,54 +212,49 @@ TEST(DriverTest, TextReplacesTheKernelRange) {
             loaded("2", "ffffffff81000000-ffffffff82000001"));
 }
 
-TEST(DriverTest, StextStandsInForText) {
+TEST_F(DriverTest, StextStandsInForText) {
   EXPECT_EQ(kernelLine("", "c0000000 T before\nc0008000 T stext\nc0100000 t last\n"),
             loaded("3", "c0008000-c0100001"));
 }
 
-TEST(DriverTest, ListWithoutEitherLeavesTheRange) {
+TEST_F(DriverTest, ListWithoutEitherLeavesTheRange) {
   EXPECT_EQ(kernelLine("", "c0008000 T _stext\nc0100000 t last\n"),
             failedToLoad("2", "bf000000-cf000000"));
   EXPECT_EQ(kernelLine("\"kernelEndAddress\": 3221225472", "c0008000 T _stext\n"),
             failedToLoad("1", "bf000000-c0000000"));
 }
 
-TEST(DriverTest, RestrictedListLeavesTheRange) {
+TEST_F(DriverTest, RestrictedListLeavesTheRange) {
   EXPECT_EQ(kernelLine("", "0000000000000000 T _text\n0000000000000000 T do_work\n"),
             failedToLoad("0", "bf000000-cf000000"));
 }
 
-TEST(DriverTest, EmptyListLeavesTheRange) {
+TEST_F(DriverTest, EmptyListLeavesTheRange) {
   EXPECT_EQ(kernelLine("", "\n"), failedToLoad("0", "bf000000-cf000000"));
 }
 
-TEST(DriverTest, UnusableKernelListsAreNotFatal) {
-  const DriverRun driver;
-  driver.configure();
-  std::filesystem::create_directory(driver.folder().file("kernel.syms"));
-  EXPECT_EQ(driver.run({"-c", "test.conf", "-i", "recording.perf", "-o", "document.json"}).status,
-            0);
-  EXPECT_THAT(driver.log(), ElementsAre(NO_KERNEL, COMPLETED));
+TEST_F(DriverTest, UnusableKernelListsAreNotFatal) {
+  driver_.configure();
+  std::filesystem::create_directory(driver_.folder().file("kernel.syms"));
+  EXPECT_EQ(driver_.convert().status, 0);
+  EXPECT_THAT(driver_.log(), ElementsAre(NO_KERNEL, COMPLETED));
 }
 
-TEST(DriverTest, TheConfiguredRangeClassifiesAddresses) {
-  const DriverRun driver;
-  driver.configure("\"kernelStartAddress\": 32768, \"kernelEndAddress\": 32800");
-  EXPECT_EQ(driver.run({"-c", "test.conf", "-i", "recording.perf", "-o", "document.json"}).status,
-            0);
-  EXPECT_THAT(driver.folder().read("document.json"),
+TEST_F(DriverTest, TheConfiguredRangeClassifiesAddresses) {
+  driver_.configure("\"kernelStartAddress\": 32768, \"kernelEndAddress\": 32800");
+  EXPECT_EQ(driver_.convert().status, 0);
+  EXPECT_THAT(driver_.folder().read("document.json"),
               testing::HasSubstr("\"data\":[[0,0,\"kernel\",32768,32],"));
 }
 
-TEST(DriverTest, RunsInProcessToo) {
-  const DriverRun driver;
-  driver.configure("\"inputPerfFile\": \"" + driver.folder().file("recording.perf") +
-                   "\", \"outputFile\": \"" + driver.folder().file("document.json") + "\"");
-  std::filesystem::current_path(driver.folder().path());
+TEST_F(DriverTest, RunsInProcessToo) {
+  driver_.configure("\"inputPerfFile\": \"" + driver_.folder().file("recording.perf") +
+                    "\", \"outputFile\": \"" + driver_.folder().file("document.json") + "\"");
+  std::filesystem::current_path(driver_.folder().path());
   std::string program = "tracemill";
   std::string option = "-ctest.conf";
   const std::array<char*, 3> argv{program.data(), option.data(), nullptr};
   EXPECT_EQ(Driver().run(2, argv.data()), 0);
-  EXPECT_TRUE(matchesGolden("simple", driver.folder().read("document.json")));
+  EXPECT_TRUE(matchesGolden("simple", driver_.folder().read("document.json")));
   std::filesystem::current_path("/");
 }

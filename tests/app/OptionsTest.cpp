@@ -166,7 +166,7 @@ TEST(OptionsTest, ParseReturnsTheStatusOfHelpAndMistakes) {
   EXPECT_EQ(parse(options, {"-h"}), 1);
   EXPECT_EQ(parse(options, {"-x"}), 1);
   EXPECT_EQ(parse(options, {"-i"}), 1);
-  EXPECT_EQ(err.end(), "Unknown option `-120'.\nOption -i requires an argument.\n");
+  EXPECT_EQ(err.stop(), "Unknown option `-120'.\nOption -i requires an argument.\n");
 }
 
 TEST(OptionsTest, HelpPrintsTheUsageAndEndsWithStatusOne) { expectUsage(run({"-h"})); }

@@ -125,7 +125,7 @@ TEST_F(PerfInputRunnerPassTest, Pass2StopsAtAnInputFailureWithADebugMessageAndAW
   open(std::string("short"));
   StderrCapture err;
   EXPECT_EQ(pass2(), document(""));
-  EXPECT_EQ(err.end(), "");
+  EXPECT_EQ(err.stop(), "");
   EXPECT_THAT(log_.messages("PerfInputRunnerPass2", "DEBUG"),
               ElementsAre(MatchesRegex("0x[0-9a-f]+ An I/O exception occurred: Perf file is of "
                                        "insufficient size\\..*")));
@@ -145,7 +145,7 @@ TEST_F(PerfInputRunnerPassTest, OtherExceptionsReachTheCaller) {
   StderrCapture err;
   EXPECT_THROW(pass2(), std::invalid_argument);
   writer_.end();
-  EXPECT_EQ(err.end(), "");
+  EXPECT_EQ(err.stop(), "");
   EXPECT_THAT(log_.lines("PerfInputRunnerPass1"), IsEmpty());
   EXPECT_THAT(log_.lines("PerfInputRunnerPass2"), IsEmpty());
 }

@@ -98,7 +98,7 @@ class RandomConversionTest : public testing::TestWithParam<RandomCase> {
     startAnew();
     StdoutCapture capture;
     ASSERT_EQ(runDriver(GetParam().settings, {}), 0);
-    EXPECT_TRUE(sameDocument(folder_.read("document.json"), capture.end()));
+    EXPECT_TRUE(sameDocument(folder_.read("document.json"), capture.stop()));
   }
 
  private:

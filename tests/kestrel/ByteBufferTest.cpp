@@ -1,6 +1,7 @@
 #include <stdexcept>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -20,6 +21,12 @@ std::string text(const ByteBufferViewport& bytes) {
   return bytes.size() == 0 ? std::string()
                            : std::string(reinterpret_cast<const char*>(bytes.data()), bytes.size());
 }
+
+// Capacity and size, or what is in use instead of its size.
+using Sizes = std::pair<unsigned, unsigned>;
+Sizes sizesOf(const ByteBufferViewport& bytes) { return {bytes.capacity(), bytes.size()}; }
+using Content = std::pair<unsigned, std::string>;
+Content contentOf(const ByteBufferViewport& bytes) { return {bytes.capacity(), text(bytes)}; }
 
 // The whole reserved area, in use or not.
 std::string storage(const ByteBuffer& buffer) {
@@ -43,16 +50,14 @@ std::string messageOf(Action action) {
 TEST(ByteBufferViewportTest, DefaultShowsNothing) {
   const ByteBufferViewport view;
   EXPECT_EQ(view.data(), nullptr);
-  EXPECT_EQ(view.capacity(), 0U);
-  EXPECT_EQ(view.size(), 0U);
+  EXPECT_EQ(sizesOf(view), Sizes(0U, 0U));
 }
 
 TEST(ByteBufferViewportTest, ConstructorKeepsPointerCapacityAndSize) {
   unsigned char bytes[10] = {};
   const ByteBufferViewport view(bytes, 10, 4);
   EXPECT_EQ(view.data(), bytes);
-  EXPECT_EQ(view.capacity(), 10U);
-  EXPECT_EQ(view.size(), 4U);
+  EXPECT_EQ(sizesOf(view), Sizes(10U, 4U));
 }
 
 TEST(ByteBufferViewportTest, ConstructorClampsATooLargeSize) {
@@ -67,12 +72,10 @@ TEST(ByteBufferViewportTest, InitializeOfTwentyInTenClampsTheSize) {
   ByteBufferViewport view;
   view.initialize(bytes, 10, 20);
   EXPECT_EQ(view.data(), bytes);
-  EXPECT_EQ(view.capacity(), 10U);
-  EXPECT_EQ(view.size(), 10U);
+  EXPECT_EQ(sizesOf(view), Sizes(10U, 10U));
   view.initialize(bytes + 1, 9, 3);
   EXPECT_EQ(view.data(), bytes + 1);
-  EXPECT_EQ(view.capacity(), 9U);
-  EXPECT_EQ(view.size(), 3U);
+  EXPECT_EQ(sizesOf(view), Sizes(9U, 3U));
 }
 
 TEST(ByteBufferViewportTest, CopiesShowTheSameBytes) {
@@ -80,20 +83,17 @@ TEST(ByteBufferViewportTest, CopiesShowTheSameBytes) {
   const ByteBufferViewport view(bytes, 10, 4);
   const ByteBufferViewport copy(view);
   EXPECT_EQ(copy.data(), bytes);
-  EXPECT_EQ(copy.capacity(), 10U);
-  EXPECT_EQ(copy.size(), 4U);
+  EXPECT_EQ(sizesOf(copy), Sizes(10U, 4U));
 
   ByteBufferViewport assigned;
   EXPECT_EQ(&(assigned = view), &assigned);
   EXPECT_EQ(assigned.data(), bytes);
-  EXPECT_EQ(assigned.capacity(), 10U);
-  EXPECT_EQ(assigned.size(), 4U);
+  EXPECT_EQ(sizesOf(assigned), Sizes(10U, 4U));
 
   const ByteBufferViewport& itself = assigned;
   assigned = itself;
   EXPECT_EQ(assigned.data(), bytes);
-  EXPECT_EQ(assigned.capacity(), 10U);
-  EXPECT_EQ(assigned.size(), 4U);
+  EXPECT_EQ(sizesOf(assigned), Sizes(10U, 4U));
 }
 
 TEST(ByteBufferViewportTest, SizeUpToTheCapacitySucceeds) {
@@ -147,40 +147,34 @@ TEST(ByteBufferViewportTest, AtOnAnEmptyViewThrows) {
 TEST(ByteBufferTest, DefaultIsEmpty) {
   const ByteBuffer buffer;
   EXPECT_EQ(buffer.data(), nullptr);
-  EXPECT_EQ(buffer.capacity(), 0U);
-  EXPECT_EQ(buffer.size(), 0U);
+  EXPECT_EQ(sizesOf(buffer), Sizes(0U, 0U));
 }
 
 TEST(ByteBufferTest, ConstructorCopiesIntoStorageOfTheCapacity) {
   const ByteBuffer buffer(LETTERS, 8, 3);
   EXPECT_NE(buffer.data(), LETTERS);
-  EXPECT_EQ(buffer.capacity(), 8U);
-  EXPECT_EQ(buffer.size(), 3U);
+  EXPECT_EQ(sizesOf(buffer), Sizes(8U, 3U));
   EXPECT_EQ(storage(buffer), std::string("abc\0\0\0\0\0", 8));
 }
 
 TEST(ByteBufferTest, ConstructorClampsTheSizeToTheCapacity) {
   const ByteBuffer buffer(LETTERS, 4, 10);
-  EXPECT_EQ(buffer.capacity(), 4U);
-  EXPECT_EQ(text(buffer), "abcd");
+  EXPECT_EQ(contentOf(buffer), Content(4U, "abcd"));
 }
 
 TEST(ByteBufferTest, CopyingInitializeReplacesTheContents) {
   ByteBuffer buffer = lettersIn(10, 10);
   buffer.initialize(LETTERS + 5, 5, 2);
-  EXPECT_EQ(buffer.capacity(), 5U);
-  EXPECT_EQ(text(buffer), "fg");
+  EXPECT_EQ(contentOf(buffer), Content(5U, "fg"));
   EXPECT_EQ(storage(buffer), std::string("fg\0\0\0", 5));
 }
 
 TEST(ByteBufferTest, CopyingInitializeIntoTheSameCapacityDoesNotOverrunTheStorage) {
   ByteBuffer buffer = lettersIn(4, 4);
   buffer.initialize(LETTERS, 4, 10);
-  EXPECT_EQ(buffer.capacity(), 4U);
-  EXPECT_EQ(text(buffer), "abcd");
+  EXPECT_EQ(contentOf(buffer), Content(4U, "abcd"));
   buffer.initialize(LETTERS + 1, 3, 10);
-  EXPECT_EQ(buffer.capacity(), 3U);
-  EXPECT_EQ(text(buffer), "bcd");
+  EXPECT_EQ(contentOf(buffer), Content(3U, "bcd"));
 }
 
 TEST(ByteBufferTest, CopyingInitializeIntoTheSameCapacityKeepsTheStorage) {
@@ -194,8 +188,7 @@ TEST(ByteBufferTest, CopyingInitializeIntoTheSameCapacityKeepsTheStorage) {
 TEST(ByteBufferTest, CopyIsIndependentStorageOfTheSameCapacity) {
   ByteBuffer original = lettersIn(8, 3);
   ByteBuffer copy(original);
-  EXPECT_EQ(copy.capacity(), 8U);
-  EXPECT_EQ(text(copy), "abc");
+  EXPECT_EQ(contentOf(copy), Content(8U, "abc"));
   EXPECT_NE(copy.data(), original.data());
   *copy.at(0) = 'x';
   *original.at(1) = 'y';
@@ -208,8 +201,7 @@ TEST(ByteBufferTest, CopyOfAViewIsDeep) {
   const ByteBufferViewport view(bytes, 4, 2);
   const ByteBuffer copy(view);
   EXPECT_NE(copy.data(), bytes);
-  EXPECT_EQ(copy.capacity(), 4U);
-  EXPECT_EQ(text(copy), "ab");
+  EXPECT_EQ(contentOf(copy), Content(4U, "ab"));
   bytes[0] = 'x';
   EXPECT_EQ(text(copy), "ab");
 }
@@ -217,20 +209,17 @@ TEST(ByteBufferTest, CopyOfAViewIsDeep) {
 TEST(ByteBufferTest, CopyOfAnEmptyBufferIsEmpty) {
   const ByteBuffer empty;
   const ByteBuffer copy(empty);
-  EXPECT_EQ(copy.capacity(), 0U);
-  EXPECT_EQ(copy.size(), 0U);
+  EXPECT_EQ(sizesOf(copy), Sizes(0U, 0U));
   ByteBuffer assigned = lettersIn(8, 3);
   assigned = empty;
-  EXPECT_EQ(assigned.capacity(), 0U);
-  EXPECT_EQ(assigned.size(), 0U);
+  EXPECT_EQ(sizesOf(assigned), Sizes(0U, 0U));
 }
 
 TEST(ByteBufferTest, AssignmentIsADeepCopy) {
   const ByteBuffer original = lettersIn(8, 3);
   ByteBuffer copy = lettersIn(2, 2);
   EXPECT_EQ(&(copy = original), &copy);
-  EXPECT_EQ(copy.capacity(), 8U);
-  EXPECT_EQ(text(copy), "abc");
+  EXPECT_EQ(contentOf(copy), Content(8U, "abc"));
   EXPECT_NE(copy.data(), original.data());
 }
 
@@ -270,34 +259,29 @@ TEST(ByteBufferTest, SizeWithinTheCapacityNeverReallocates) {
   const unsigned char* const before = buffer.data();
   buffer.size(8);
   EXPECT_EQ(buffer.data(), before);
-  EXPECT_EQ(buffer.capacity(), 8U);
-  EXPECT_EQ(text(buffer), std::string("abc\0\0\0\0\0", 8));
+  EXPECT_EQ(contentOf(buffer), Content(8U, std::string("abc\0\0\0\0\0", 8)));
   buffer.size(1);
   EXPECT_EQ(buffer.data(), before);
-  EXPECT_EQ(buffer.capacity(), 8U);
-  EXPECT_EQ(text(buffer), "a");
+  EXPECT_EQ(contentOf(buffer), Content(8U, "a"));
 }
 
 TEST(ByteBufferTest, SizeBeyondTheCapacityGrowsToExactlyThatAndDropsTheContents) {
   ByteBuffer buffer = lettersIn(8, 3);
   buffer.size(9);
-  EXPECT_EQ(buffer.capacity(), 9U);
-  EXPECT_EQ(text(buffer), std::string(9, '\0'));
+  EXPECT_EQ(contentOf(buffer), Content(9U, std::string(9, '\0')));
 }
 
 TEST(ByteBufferTest, SizeThroughTheBaseGrowsToo) {
   ByteBuffer buffer = lettersIn(8, 3);
   ByteBufferViewport& base = buffer;
   base.size(9);
-  EXPECT_EQ(buffer.capacity(), 9U);
-  EXPECT_EQ(buffer.size(), 9U);
+  EXPECT_EQ(sizesOf(buffer), Sizes(9U, 9U));
 }
 
 TEST(ByteBufferTest, SizeThatKeepsCarriesTheUsedBytesOver) {
   ByteBuffer buffer = lettersIn(8, 3);
   buffer.size(9, true);
-  EXPECT_EQ(buffer.capacity(), 9U);
-  EXPECT_EQ(text(buffer), std::string("abc\0\0\0\0\0\0", 9));
+  EXPECT_EQ(contentOf(buffer), Content(9U, std::string("abc\0\0\0\0\0\0", 9)));
   buffer.size(10, false);
   EXPECT_EQ(text(buffer), std::string(10, '\0'));
 }
@@ -320,8 +304,7 @@ TEST(ByteBufferTest, CapacityOfTheSameValueKeepsContentsEvenWithoutKeep) {
 TEST(ByteBufferTest, CapacityThatGrowsKeepsTheUsedSizeAndLosesTheContents) {
   ByteBuffer buffer = lettersIn(8, 3);
   buffer.capacity(12);
-  EXPECT_EQ(buffer.capacity(), 12U);
-  EXPECT_EQ(buffer.size(), 3U);
+  EXPECT_EQ(sizesOf(buffer), Sizes(12U, 3U));
   EXPECT_EQ(storage(buffer), std::string(12, '\0'));
 }
 
@@ -329,24 +312,21 @@ TEST(ByteBufferTest, CapacityThatGrowsAndKeepsCarriesTheUsedBytesOver) {
   ByteBuffer buffer = lettersIn(10, 10);
   buffer.size(3);
   buffer.capacity(12, true);
-  EXPECT_EQ(buffer.capacity(), 12U);
-  EXPECT_EQ(buffer.size(), 3U);
+  EXPECT_EQ(sizesOf(buffer), Sizes(12U, 3U));
   EXPECT_EQ(storage(buffer), std::string("abc\0\0\0\0\0\0\0\0\0", 12));
 }
 
 TEST(ByteBufferTest, CapacityBelowTheUsedSizeClampsIt) {
   ByteBuffer buffer = lettersIn(8, 5);
   buffer.capacity(4);
-  EXPECT_EQ(buffer.capacity(), 4U);
-  EXPECT_EQ(buffer.size(), 4U);
+  EXPECT_EQ(sizesOf(buffer), Sizes(4U, 4U));
   EXPECT_EQ(storage(buffer), std::string(4, '\0'));
 }
 
 TEST(ByteBufferTest, CapacityBelowTheUsedSizeKeepsWhatFits) {
   ByteBuffer buffer = lettersIn(8, 5);
   buffer.capacity(4, true);
-  EXPECT_EQ(buffer.capacity(), 4U);
-  EXPECT_EQ(text(buffer), "abcd");
+  EXPECT_EQ(contentOf(buffer), Content(4U, "abcd"));
 }
 
 TEST(ByteBufferTest, CapacityEqualToTheUsedSizeKeepsIt) {
@@ -360,8 +340,7 @@ TEST(ByteBufferTest, CapacityEqualToTheUsedSizeKeepsIt) {
 TEST(ByteBufferTest, CapacityZeroEmptiesTheBuffer) {
   ByteBuffer buffer = lettersIn(8, 5);
   buffer.capacity(0);
-  EXPECT_EQ(buffer.capacity(), 0U);
-  EXPECT_EQ(buffer.size(), 0U);
+  EXPECT_EQ(sizesOf(buffer), Sizes(0U, 0U));
   buffer.size(2);
   EXPECT_EQ(text(buffer), std::string(2, '\0'));
 }
@@ -372,8 +351,7 @@ TEST(ByteBufferTest, InheritedInitializePointsAtForeignStorage) {
   auto* const foreign = new unsigned char[4]{'a', 'b', 'c', 'd'};  // the buffer will release it
   buffer.initialize(foreign, 4, 2);
   EXPECT_EQ(buffer.data(), foreign);
-  EXPECT_EQ(buffer.capacity(), 4U);
-  EXPECT_EQ(text(buffer), "ab");
+  EXPECT_EQ(contentOf(buffer), Content(4U, "ab"));
 }
 
 unsigned int sizeOfCopy(const ByteBuffer& copy) { return copy.size(); }

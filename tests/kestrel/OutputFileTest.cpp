@@ -19,72 +19,64 @@ std::string pattern(std::size_t bytes) {
   return text;
 }
 
+class OutputFileTest : public testing::Test {
+ protected:
+  TempDir folder_;
+  kestrel::OutputFile file_;
+};
+
 std::uintmax_t sizeOf(const std::string& path) { return std::filesystem::file_size(path); }
 
 }  // namespace
 
-TEST(OutputFileTest, IsClosedAtFirst) {
-  const kestrel::OutputFile file;
-  EXPECT_FALSE(file.is_open());
+TEST_F(OutputFileTest, IsClosedAtFirst) { EXPECT_FALSE(file_.is_open()); }
+
+TEST_F(OutputFileTest, ReplacesWhatIsThere) {
+  const std::string path = folder_.write("text", "something long");
+  file_.open(path, false);
+  file_ << "new";
+  file_.close();
+  EXPECT_TRUE(file_.good());
+  EXPECT_EQ(folder_.read("text"), "new");
 }
 
-TEST(OutputFileTest, ReplacesWhatIsThere) {
-  const TempDir folder;
-  const std::string path = folder.write("text", "something long");
-  kestrel::OutputFile file;
-  file.open(path, false);
-  file << "new";
-  file.close();
-  EXPECT_TRUE(file.good());
-  EXPECT_EQ(folder.read("text"), "new");
+TEST_F(OutputFileTest, AppendsToWhatIsThere) {
+  const std::string path = folder_.write("text", "old,");
+  file_.open(path, true);
+  file_ << "new";
+  file_.close();
+  EXPECT_EQ(folder_.read("text"), "old,new");
 }
 
-TEST(OutputFileTest, AppendsToWhatIsThere) {
-  const TempDir folder;
-  const std::string path = folder.write("text", "old,");
-  kestrel::OutputFile file;
-  file.open(path, true);
-  file << "new";
-  file.close();
-  EXPECT_EQ(folder.read("text"), "old,new");
+TEST_F(OutputFileTest, AppendingMakesTheFile) {
+  file_.open(folder_.file("text"), true);
+  EXPECT_TRUE(file_.is_open());
+  file_.put('x');
+  file_.close();
+  EXPECT_EQ(folder_.read("text"), "x");
 }
 
-TEST(OutputFileTest, AppendingMakesTheFile) {
-  const TempDir folder;
-  kestrel::OutputFile file;
-  file.open(folder.file("text"), true);
-  EXPECT_TRUE(file.is_open());
-  file.put('x');
-  file.close();
-  EXPECT_EQ(folder.read("text"), "x");
+TEST_F(OutputFileTest, CannotOpenAFolder) {
+  file_.open(folder_.path(), false);
+  EXPECT_FALSE(file_.is_open());
+  EXPECT_TRUE(file_.fail());
 }
 
-TEST(OutputFileTest, CannotOpenAFolder) {
-  const TempDir folder;
-  kestrel::OutputFile file;
-  file.open(folder.path(), false);
-  EXPECT_FALSE(file.is_open());
-  EXPECT_TRUE(file.fail());
+TEST_F(OutputFileTest, OpensAgainAfterAFailure) {
+  file_.open(folder_.file("missing/text"), false);
+  EXPECT_TRUE(file_.fail());
+  file_.open(folder_.file("text"), false);
+  EXPECT_TRUE(file_.good());
+  file_ << "a";
+  file_.close();
+  file_.open(folder_.file("text"), true);
+  file_ << "b";
+  file_.close();
+  EXPECT_TRUE(file_.good());
+  EXPECT_EQ(folder_.read("text"), "ab");
 }
 
-TEST(OutputFileTest, OpensAgainAfterAFailure) {
-  const TempDir folder;
-  kestrel::OutputFile file;
-  file.open(folder.file("missing/text"), false);
-  EXPECT_TRUE(file.fail());
-  file.open(folder.file("text"), false);
-  EXPECT_TRUE(file.good());
-  file << "a";
-  file.close();
-  file.open(folder.file("text"), true);
-  file << "b";
-  file.close();
-  EXPECT_TRUE(file.good());
-  EXPECT_EQ(folder.read("text"), "ab");
-}
-
-TEST(OutputFileTest, WritesOfSizesAroundTheBuffersAreWhole) {
-  const TempDir folder;
+TEST_F(OutputFileTest, WritesOfSizesAroundTheBuffersAreWhole) {
   for (const std::size_t before :
        {std::size_t{0}, std::size_t{1}, BUFFER - 2, BUFFER - 1, BUFFER}) {
     for (const std::size_t size :
@@ -92,110 +84,101 @@ TEST(OutputFileTest, WritesOfSizesAroundTheBuffersAreWhole) {
       const std::string one = pattern(before);
       const std::string two = pattern(size);
       kestrel::OutputFile file;
-      file.open(folder.file("text"), false);
+      file.open(folder_.file("text"), false);
       file.write(one.data(), static_cast<std::streamsize>(one.size()));
       file.write(two.data(), static_cast<std::streamsize>(two.size()));
       file.put('.');
       file.close();
       EXPECT_TRUE(file.good());
-      EXPECT_TRUE(folder.read("text") == one + two + ".") << before << " " << size;
+      EXPECT_TRUE(folder_.read("text") == one + two + ".") << before << " " << size;
     }
   }
 }
 
-TEST(OutputFileTest, ManySmallWritesAreWhole) {
-  const TempDir folder;
+TEST_F(OutputFileTest, ManySmallWritesAreWhole) {
   std::string expected;
-  kestrel::OutputFile file;
-  file.open(folder.file("text"), false);
+  file_.open(folder_.file("text"), false);
   for (std::size_t i = 0; expected.size() < 4 * BUFFER; ++i) {
     const std::string text = pattern(i % 97);
     if (i % 3 == 0) {
-      file << text << 'x' << i;
+      file_ << text << 'x' << i;
     } else {
-      file.write(text.data(), static_cast<std::streamsize>(text.size()));
-      file.put('x');
-      file << i;
+      file_.write(text.data(), static_cast<std::streamsize>(text.size()));
+      file_.put('x');
+      file_ << i;
     }
     expected += text + "x" + std::to_string(i);
   }
-  file.close();
-  EXPECT_TRUE(folder.read("text") == expected);
+  file_.close();
+  EXPECT_TRUE(folder_.read("text") == expected);
 }
 
-TEST(OutputFileTest, OneHugeWriteIsWhole) {
-  const TempDir folder;
+TEST_F(OutputFileTest, OneHugeWriteIsWhole) {
   const std::string text = pattern(40 * BUFFER + 12345);
-  kestrel::OutputFile file;
-  file.open(folder.file("text"), false);
-  file.put('<');
-  file.write(text.data(), static_cast<std::streamsize>(text.size()));
-  file.put('>');
-  file.close();
-  EXPECT_TRUE(file.good());
-  EXPECT_TRUE(folder.read("text") == "<" + text + ">");
+  file_.open(folder_.file("text"), false);
+  file_.put('<');
+  file_.write(text.data(), static_cast<std::streamsize>(text.size()));
+  file_.put('>');
+  file_.close();
+  EXPECT_TRUE(file_.good());
+  EXPECT_TRUE(folder_.read("text") == "<" + text + ">");
 }
 
-TEST(OutputFileTest, NoBytesAreNoWrite) {
-  const TempDir folder;
-  kestrel::OutputFile file;
-  file.open(folder.file("text"), false);
-  file.write("abc", 0);
-  EXPECT_TRUE(file.good());
-  file << ""
-       << "x";
-  file.write("abc", 0);
-  file.close();
-  EXPECT_TRUE(file.good());
-  EXPECT_EQ(folder.read("text"), "x");
+TEST_F(OutputFileTest, NoBytesAreNoWrite) {
+  file_.open(folder_.file("text"), false);
+  file_.write("abc", 0);
+  EXPECT_TRUE(file_.good());
+  file_ << ""
+        << "x";
+  file_.write("abc", 0);
+  file_.close();
+  EXPECT_TRUE(file_.good());
+  EXPECT_EQ(folder_.read("text"), "x");
 }
 
 // The last byte of a block waits for the next one, in a write of its own or at the end of another.
-TEST(OutputFileTest, HandsOverWholeBlocksAtTheirOffsets) {
-  const TempDir folder;
+TEST_F(OutputFileTest, HandsOverWholeBlocksAtTheirOffsets) {
   for (const std::size_t piece :
        {std::size_t{1}, std::size_t{1000}, BUFFER - 1, BUFFER, 3 * BUFFER}) {
     SCOPED_TRACE(piece);
     kestrel::OutputFile file;
-    file.open(folder.file("text"), false);
+    file.open(folder_.file("text"), false);
     const std::string text = pattern(piece);
     std::size_t given = 0;
     while (given < 3 * BUFFER + 5) {
       file.write(text.data(), static_cast<std::streamsize>(text.size()));
       given += piece;
-      ASSERT_EQ(sizeOf(folder.file("text")), given / BUFFER * BUFFER) << given;
+      ASSERT_EQ(sizeOf(folder_.file("text")), given / BUFFER * BUFFER) << given;
     }
     file.close();
-    EXPECT_EQ(sizeOf(folder.file("text")), given);
+    EXPECT_EQ(sizeOf(folder_.file("text")), given);
   }
 }
 
-TEST(OutputFileTest, FlushInBetweenKeepsTheOrder) {
-  const TempDir folder;
+TEST_F(OutputFileTest, FlushInBetweenKeepsTheOrder) {
   for (const std::size_t before : {std::size_t{1}, BUFFER - 1, BUFFER, BUFFER + 1}) {
     for (const std::size_t behind : {std::size_t{1}, BUFFER - 1, BUFFER, BUFFER + 1, 2 * BUFFER}) {
       const std::string text = pattern(before + behind);
       kestrel::OutputFile file;
-      file.open(folder.file("text"), false);
+      file.open(folder_.file("text"), false);
       file.write(text.data(), static_cast<std::streamsize>(before));
       file.flush();
-      EXPECT_TRUE(folder.read("text") == text.substr(0, before));
+      EXPECT_TRUE(folder_.read("text") == text.substr(0, before));
       file.write(text.data() + before, static_cast<std::streamsize>(behind));
       file.flush();
       file.flush();
-      EXPECT_TRUE(folder.read("text") == text);
+      EXPECT_TRUE(folder_.read("text") == text);
       file.put('.');
       file.close();
       EXPECT_TRUE(file.good());
-      EXPECT_TRUE(folder.read("text") == text + ".") << before << " " << behind;
+      EXPECT_TRUE(folder_.read("text") == text + ".") << before << " " << behind;
     }
   }
 }
 
-TEST(OutputFileTest, AppendsMoreThanABlock) {
-  const TempDir folder;
+TEST_F(OutputFileTest, AppendsMoreThanABlock) {
   const std::string text = pattern(2 * BUFFER + 7);
-  const std::string path = folder.write("text", "old,");
+  const std::string path = folder_.write("text", "old,");
   for (int i = 0; i < 2; ++i) {
     kestrel::OutputFile file;
     file.open(path, true);
@@ -203,56 +186,50 @@ TEST(OutputFileTest, AppendsMoreThanABlock) {
     file.close();
     EXPECT_TRUE(file.good());
   }
-  EXPECT_TRUE(folder.read("text") == "old," + text + text);
+  EXPECT_TRUE(folder_.read("text") == "old," + text + text);
 }
 
-TEST(OutputFileTest, FlushHandsOverWhatIsBuffered) {
-  const TempDir folder;
-  kestrel::OutputFile file;
-  file.open(folder.file("text"), false);
-  file << "abc";
-  EXPECT_EQ(folder.read("text"), "");
-  file.flush();
-  EXPECT_EQ(folder.read("text"), "abc");
+TEST_F(OutputFileTest, FlushHandsOverWhatIsBuffered) {
+  file_.open(folder_.file("text"), false);
+  file_ << "abc";
+  EXPECT_EQ(folder_.read("text"), "");
+  file_.flush();
+  EXPECT_EQ(folder_.read("text"), "abc");
 }
 
-TEST(OutputFileTest, DestructionHandsOverWhatIsBuffered) {
-  const TempDir folder;
+TEST_F(OutputFileTest, DestructionHandsOverWhatIsBuffered) {
   {
     kestrel::OutputFile file;
-    file.open(folder.file("text"), false);
+    file.open(folder_.file("text"), false);
     file << "abc";
   }
-  EXPECT_EQ(folder.read("text"), "abc");
+  EXPECT_EQ(folder_.read("text"), "abc");
 }
 
-TEST(OutputFileTest, FullDeviceFailsTheFlush) {
-  kestrel::OutputFile file;
-  file.open(FULL_DEVICE, false);
-  ASSERT_TRUE(file.is_open());
-  file << "abc";
-  EXPECT_TRUE(file.good());
-  file.flush();
-  EXPECT_TRUE(file.fail());
+TEST_F(OutputFileTest, FullDeviceFailsTheFlush) {
+  file_.open(FULL_DEVICE, false);
+  ASSERT_TRUE(file_.is_open());
+  file_ << "abc";
+  EXPECT_TRUE(file_.good());
+  file_.flush();
+  EXPECT_TRUE(file_.fail());
 }
 
-TEST(OutputFileTest, FullDeviceFailsTheClose) {
-  kestrel::OutputFile file;
-  file.open(FULL_DEVICE, false);
-  file << "abc";
-  file.close();
-  EXPECT_TRUE(file.fail());
+TEST_F(OutputFileTest, FullDeviceFailsTheClose) {
+  file_.open(FULL_DEVICE, false);
+  file_ << "abc";
+  file_.close();
+  EXPECT_TRUE(file_.fail());
 }
 
-TEST(OutputFileTest, FullDeviceFailsAWriteThatDoesNotFitTheBuffer) {
-  kestrel::OutputFile file;
-  file.open(FULL_DEVICE, false);
+TEST_F(OutputFileTest, FullDeviceFailsAWriteThatDoesNotFitTheBuffer) {
+  file_.open(FULL_DEVICE, false);
   const std::string text = pattern(3 * BUFFER);
-  file.write(text.data(), static_cast<std::streamsize>(text.size()));
-  EXPECT_TRUE(file.bad());
+  file_.write(text.data(), static_cast<std::streamsize>(text.size()));
+  EXPECT_TRUE(file_.bad());
 }
 
-TEST(OutputFileTest, FullDeviceFailsAtExactlyOneBlock) {
+TEST_F(OutputFileTest, FullDeviceFailsAtExactlyOneBlock) {
   const std::string text = pattern(BUFFER);
   for (const bool isInOnePiece : {true, false}) {
     kestrel::OutputFile file;
@@ -277,33 +254,30 @@ TEST(OutputFileTest, FullDeviceFailsAtExactlyOneBlock) {
   }
 }
 
-TEST(OutputFileTest, AfterAFailureNothingMoreIsTaken) {
-  kestrel::OutputFile file;
-  file.open(FULL_DEVICE, false);
+TEST_F(OutputFileTest, AfterAFailureNothingMoreIsTaken) {
+  file_.open(FULL_DEVICE, false);
   const std::string text = pattern(2 * BUFFER);
   for (int i = 0; i < 5; ++i) {
-    file.write(text.data(), static_cast<std::streamsize>(text.size()));
-    file << "some more";
-    file.put('x');
-    file.flush();
-    EXPECT_TRUE(file.bad());
+    file_.write(text.data(), static_cast<std::streamsize>(text.size()));
+    file_ << "some more";
+    file_.put('x');
+    file_.flush();
+    EXPECT_TRUE(file_.bad());
   }
-  file.close();
-  EXPECT_TRUE(file.fail());
+  file_.close();
+  EXPECT_TRUE(file_.fail());
 }
 
-TEST(OutputFileTest, WritesToWhatIsNotOpenFail) {
+TEST_F(OutputFileTest, WritesToWhatIsNotOpenFail) {
   const std::string text = pattern(BUFFER);
-  kestrel::OutputFile file;
-  file.write(text.data(), static_cast<std::streamsize>(text.size()));
-  EXPECT_TRUE(file.bad());
+  file_.write(text.data(), static_cast<std::streamsize>(text.size()));
+  EXPECT_TRUE(file_.bad());
   kestrel::OutputFile other;
   other << "x";
   EXPECT_TRUE(other.bad());
 }
 
-TEST(OutputFileTest, ClosingWhatIsNotOpenFails) {
-  kestrel::OutputFile file;
-  file.close();
-  EXPECT_TRUE(file.fail());
+TEST_F(OutputFileTest, ClosingWhatIsNotOpenFails) {
+  file_.close();
+  EXPECT_TRUE(file_.fail());
 }

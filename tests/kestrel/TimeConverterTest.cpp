@@ -1,4 +1,5 @@
 #include <limits>
+#include <optional>
 #include <type_traits>
 
 #include <gtest/gtest.h>
@@ -14,6 +15,14 @@ using kestrel::TimeConverter;
 struct Answer {
   Answer(TimeConverter& converter, double dataTime)
       : inside(converter.nextTimestamp(dataTime, clockTime)) {}
+
+  // The time if it is inside, or outside, of the window; else nothing.
+  std::optional<double> insideAt() const {
+    return inside ? std::optional(clockTime) : std::nullopt;
+  }
+  std::optional<double> outsideAt() const {
+    return inside ? std::nullopt : std::optional(clockTime);
+  }
 
   double clockTime = -12345.0;
   bool inside;
@@ -32,53 +41,35 @@ TEST(TimeConverterTest, OnlyTheDestructorIsVirtual) {
 
 TEST(TimeConverterTest, WithoutAStartTheFirstSampleInFileOrderDefinesTimeZero) {
   TimeConverter converter = converterOf(0.0, 0.0);
-  const Answer first(converter, 50.0);
-  EXPECT_TRUE(first.inside);
-  EXPECT_EQ(first.clockTime, 0.0);
-  const Answer second(converter, 52.5);
-  EXPECT_TRUE(second.inside);
-  EXPECT_EQ(second.clockTime, 2.5);
+  EXPECT_EQ(Answer(converter, 50.0).insideAt(), 0.0);
+  EXPECT_EQ(Answer(converter, 52.5).insideAt(), 2.5);
 }
 
 TEST(TimeConverterTest, WithoutAStartALaterSampleWithAnEarlierTimeIsRejected) {
   TimeConverter converter = converterOf(0.0, 0.0);
   EXPECT_TRUE(Answer(converter, 50.0).inside);
-  const Answer earlier(converter, 49.5);
-  EXPECT_FALSE(earlier.inside);
-  EXPECT_EQ(earlier.clockTime, -0.5);
+  EXPECT_EQ(Answer(converter, 49.5).outsideAt(), -0.5);
   EXPECT_TRUE(Answer(converter, 50.0).inside);
 }
 
 TEST(TimeConverterTest, StartZeroBehavesAsIfNotGivenWhateverTheDuration) {
   TimeConverter converter = converterOf(0.0, 5.0);
   EXPECT_TRUE(Answer(converter, 50.0).inside);
-  const Answer late(converter, 1000.0);
-  EXPECT_TRUE(late.inside);
-  EXPECT_EQ(late.clockTime, 950.0);
+  EXPECT_EQ(Answer(converter, 1000.0).insideAt(), 950.0);
 }
 
 TEST(TimeConverterTest, WithoutAStartTheConversionConstantsStillApply) {
   TimeConverter converter = converterOf(0.0, 0.0, 2.0, 3.0, 1.0);
   EXPECT_EQ(Answer(converter, 50.0).clockTime, 0.0);
-  const Answer later(converter, 51.5);
-  EXPECT_TRUE(later.inside);
-  EXPECT_EQ(later.clockTime, 3.0);
+  EXPECT_EQ(Answer(converter, 51.5).insideAt(), 3.0);
 }
 
 TEST(TimeConverterTest, WindowOfFiveSecondsAtHundred) {
   TimeConverter converter = converterOf(100.0, 5.0);
-  const Answer atStart(converter, 100.0);
-  EXPECT_TRUE(atStart.inside);
-  EXPECT_EQ(atStart.clockTime, 0.0);
-  const Answer beforeEnd(converter, 104.999);
-  EXPECT_TRUE(beforeEnd.inside);
-  EXPECT_DOUBLE_EQ(beforeEnd.clockTime, 104.999 - 100.0);
-  const Answer atEnd(converter, 105.0);
-  EXPECT_FALSE(atEnd.inside);
-  EXPECT_EQ(atEnd.clockTime, 5.0);
-  const Answer beforeStart(converter, 99.9);
-  EXPECT_FALSE(beforeStart.inside);
-  EXPECT_DOUBLE_EQ(beforeStart.clockTime, 99.9 - 100.0);
+  EXPECT_EQ(Answer(converter, 100.0).insideAt(), 0.0);
+  EXPECT_DOUBLE_EQ(Answer(converter, 104.999).insideAt().value(), 104.999 - 100.0);
+  EXPECT_EQ(Answer(converter, 105.0).outsideAt(), 5.0);
+  EXPECT_DOUBLE_EQ(Answer(converter, 99.9).outsideAt().value(), 99.9 - 100.0);
 }
 
 TEST(TimeConverterTest, RejectedFirstSampleDoesNotMoveTheWindow) {
@@ -105,12 +96,8 @@ TEST(TimeConverterTest, SkewOffsetAndBaseConvertWindowAndTimes) {
   // The window starts at data time 1 + (10 - 2) / 2 = 5.
   TimeConverter converter = converterOf(10.0, 0.0, 2.0, 2.0, 1.0);
   EXPECT_FALSE(Answer(converter, 4.999).inside);
-  const Answer atStart(converter, 5.0);
-  EXPECT_TRUE(atStart.inside);
-  EXPECT_EQ(atStart.clockTime, 0.0);
-  const Answer later(converter, 6.0);
-  EXPECT_TRUE(later.inside);
-  EXPECT_EQ(later.clockTime, 2.0);
+  EXPECT_EQ(Answer(converter, 5.0).insideAt(), 0.0);
+  EXPECT_EQ(Answer(converter, 6.0).insideAt(), 2.0);
 }
 
 TEST(TimeConverterTest, WindowEndIsConvertedToo) {
@@ -149,9 +136,7 @@ TEST(TimeConverterTest, InfiniteTimeIsInsideAnOpenWindowOnly) {
 // 0 stands for "not known yet", also when it is the result of the conversion.
 TEST(TimeConverterTest, WindowWhoseStartIsDataTimeZeroOpensAtTheFirstSample) {
   TimeConverter converter = converterOf(10.0, 5.0, 1.0, 10.0);
-  const Answer first(converter, 2.0);
-  EXPECT_TRUE(first.inside);
-  EXPECT_EQ(first.clockTime, 0.0);
+  EXPECT_EQ(Answer(converter, 2.0).insideAt(), 0.0);
   EXPECT_FALSE(Answer(converter, 1.0).inside);
   EXPECT_EQ(Answer(converter, 4.0).clockTime, 2.0);
   EXPECT_FALSE(Answer(converter, 5.0).inside);
@@ -167,18 +152,14 @@ TEST(TimeConverterTest, WindowWhoseEndIsDataTimeZeroIsOpen) {
 TEST(TimeConverterTest, SampleAtDataTimeZeroLeavesTheStartOpen) {
   TimeConverter converter = converterOf(0.0, 0.0);
   EXPECT_TRUE(Answer(converter, 0.0).inside);
-  const Answer second(converter, 5.0);
-  EXPECT_TRUE(second.inside);
-  EXPECT_EQ(second.clockTime, 0.0);
+  EXPECT_EQ(Answer(converter, 5.0).insideAt(), 0.0);
   EXPECT_FALSE(Answer(converter, 4.0).inside);
 }
 
 TEST(TimeConverterTest, SetupForgetsTheWindowBefore) {
   TimeConverter converter = converterOf(100.0, 5.0);
   converter.setup(0.0, 0.0, 1.0, 0.0, 0.0);
-  const Answer first(converter, 7.0);
-  EXPECT_TRUE(first.inside);
-  EXPECT_EQ(first.clockTime, 0.0);
+  EXPECT_EQ(Answer(converter, 7.0).insideAt(), 0.0);
   EXPECT_TRUE(Answer(converter, 1000.0).inside);
   converter.setup(50.0, 0.0, 1.0, 0.0, 0.0);
   EXPECT_FALSE(Answer(converter, 49.0).inside);
@@ -193,9 +174,7 @@ TEST(TimeConverterTest, ZeroSkewGivesWhatTheArithmeticGives) {
 
 TEST(TimeConverterTest, BeforeSetupEverythingIsZero) {
   TimeConverter converter;
-  const Answer first(converter, 5.0);
-  EXPECT_TRUE(first.inside);
-  EXPECT_EQ(first.clockTime, 0.0);
+  EXPECT_EQ(Answer(converter, 5.0).insideAt(), 0.0);
   EXPECT_EQ(Answer(converter, 9.0).clockTime, 0.0);
 }
 

@@ -47,7 +47,7 @@ class SampleWriterLogTest : public testing::Test {
       samples.writeSample(writer, sample);
       samples.writeSample(writer, sample);
     }
-    std::string text = capture.end();
+    std::string text = capture.stop();
     const std::string lines = "[SymbolCache]: ";
     for (std::size_t at; (at = text.find(lines)) != std::string::npos;) {
       const std::size_t begin = at - STAMP_BYTES;

@@ -180,21 +180,10 @@ TEST_F(PerfRecordFileReaderBrokenFileTest, NoAttributesMeansNoStore) {
 TEST_F(PerfRecordFileReaderBrokenFileTest, AttributeEntryCutByTheEnd) {
   PerfFileBuilder builder = file().attribute(Attr());  // the second entry ends with the file
   expectSound(builder);
-  expectFailure(PerfFileBuilder(builder)
-                    .truncateBy(1)
-                    .header(Header::DATA_OFFSET, 0)
-                    .header(Header::EVENT_TYPES_OFFSET, 0),
-                ATTRS_READ);
-  expectFailure(PerfFileBuilder(builder)
-                    .truncateBy(16)
-                    .header(Header::DATA_OFFSET, 0)
-                    .header(Header::EVENT_TYPES_OFFSET, 0),
-                ATTRS_READ);
-  expectFailure(PerfFileBuilder(builder)
-                    .truncateBy(17)
-                    .header(Header::DATA_OFFSET, 0)
-                    .header(Header::EVENT_TYPES_OFFSET, 0),
-                ATTRS_READ);
+  builder.header(Header::DATA_OFFSET, 0).header(Header::EVENT_TYPES_OFFSET, 0);
+  for (const std::size_t missing : {1U, 16U, 17U}) {
+    expectFailure(PerfFileBuilder(builder).truncateBy(missing), ATTRS_READ);
+  }
 }
 
 TEST_F(PerfRecordFileReaderBrokenFileTest, AttributesThatCannotBeSought) {

@@ -24,7 +24,7 @@ StreamCapture::StreamCapture(int descriptor)
 }
 
 StreamCapture::~StreamCapture() {
-  end();
+  stop();
   fclose(file_);
 }
 
@@ -38,7 +38,7 @@ std::string StreamCapture::text() const {
   return text;
 }
 
-std::string StreamCapture::end() {
+std::string StreamCapture::stop() {
   if (saved_ >= 0) {
     flushAll();
     dup2(saved_, descriptor_);

@@ -15,7 +15,7 @@ class StreamCapture {
   std::string text() const;
   // Flushes the standard streams, ends the capture and returns everything. text() goes on returning
   // it.
-  std::string end();
+  std::string stop();
 
  protected:
   explicit StreamCapture(int descriptor);

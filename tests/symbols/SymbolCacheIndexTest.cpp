@@ -38,7 +38,7 @@ TEST_F(SymbolCacheIndexTest, MalformedIndexPrintsTheMessageKeepsWholeMembersAndI
   writeIndex("{\"/lib/a\":{\"file\":\"a.nm\",\"mtime\":1,\"size\":2},\"/lib/b\":{\"file\":?");
   StderrCapture errors;
   cache();
-  EXPECT_EQ(errors.end(), "JSONData::setFromJsonString(): syntax error: missing value\n");
+  EXPECT_EQ(errors.stop(), "JSONData::setFromJsonString(): syntax error: missing value\n");
   EXPECT_EQ(listPath(path), ask(path));
   EXPECT_EQ(index(), "{\"/lib/a\":{\"file\":\"a.nm\",\"mtime\":1,\"size\":2}," +
                          wholeEntry(path, 1000000000, 9) + "}");
@@ -50,7 +50,7 @@ TEST_F(SymbolCacheIndexTest, MalformedIndexStillServesItsWholeMembers) {
   const std::string list = temp.write("cache/mine.nm", "");
   StderrCapture errors;
   EXPECT_EQ(list, ask(path));
-  EXPECT_EQ(errors.end(),
+  EXPECT_EQ(errors.stop(),
             "JSONData::setFromJsonString(): syntax error: object key must be a string\n");
   EXPECT_EQ(listerRuns(), 0);
 }

@@ -80,7 +80,7 @@ TEST(JSOM, NullNodeGivesANullReference) {
   EXPECT_TRUE(handle.isError());
   StderrCapture errors;
   handle.setLong(1);
-  EXPECT_EQ(errors.end(), "JSOM::setLong(): null reference error\n");
+  EXPECT_EQ(errors.stop(), "JSOM::setLong(): null reference error\n");
   EXPECT_TRUE(handle.isError());
 }
 
@@ -89,7 +89,7 @@ TEST(JSOM, NullReferenceWithAParentTellsAnotherMessage) {
   JSOM handle(static_cast<JSONData*>(nullptr), parent);
   StderrCapture errors;
   handle.setLong(1);
-  EXPECT_EQ(errors.end(), "JSOM::setLong(): internal error, no info\n");
+  EXPECT_EQ(errors.stop(), "JSOM::setLong(): internal error, no info\n");
   EXPECT_TRUE(JSOM(parent, static_cast<const char*>(nullptr)).isError());
 }
 
@@ -117,7 +117,7 @@ TEST(JSOM, EveryWriteThroughANullReferenceNamesItselfAndDoesNothing) {
   JSOM::JERROR.erase(std::string("a"));
   JSOM::JERROR.expandValues();
   EXPECT_TRUE(JSOM::JERROR.isError());
-  EXPECT_EQ(errors.end(),
+  EXPECT_EQ(errors.stop(),
             "JSOM::setLong(): null reference error\n"
             "JSOM::setBoolean(): null reference error\n"
             "JSOM::setDouble(): null reference error\n"
@@ -203,7 +203,7 @@ TEST(JSOM, IndexOutOfBoundsPrintsAndGivesTheNullReference) {
   EXPECT_TRUE(root[3].isError());
   EXPECT_TRUE(root[-2].isError());
   EXPECT_TRUE(root.at(3).isError());
-  EXPECT_EQ(errors.end(),
+  EXPECT_EQ(errors.stop(),
             "JSOM::operator[](int32_t): index out of bounds\n"
             "JSOM::operator[](int32_t): index out of bounds\n"
             "JSOM::operator[](int32_t): index out of bounds\n"
@@ -235,7 +235,7 @@ TEST(JSOM, NullKeyPrintsAndGivesTheNullReference) {
   StderrCapture errors;
   EXPECT_TRUE(root[none].isError());
   EXPECT_TRUE(root.at(none).isError());
-  EXPECT_EQ(errors.end(),
+  EXPECT_EQ(errors.stop(),
             "JSOM::operator[](char *): null key pointer\n"
             "JSOM::at(char *): null key pointer\n");
 }

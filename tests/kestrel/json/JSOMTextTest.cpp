@@ -41,7 +41,7 @@ TEST(JSOMText, FromStringReturnsTheHandleOrTheNullReference) {
   EXPECT_EQ(compact(handle), "[2]");
   StderrCapture errors;
   EXPECT_EQ(&JSOM::JERROR, &handle.fromString("[3,"));
-  EXPECT_EQ(errors.end(), "JSONData::setFromJsonString(): syntax error: array not closed\n");
+  EXPECT_EQ(errors.stop(), "JSONData::setFromJsonString(): syntax error: array not closed\n");
   EXPECT_EQ(compact(handle), "[2,3]");
 }
 
@@ -78,7 +78,7 @@ TEST(JSOMText, Streams) {
   StderrCapture errors;
   EXPECT_EQ(&JSOM::JERROR, &handle.fromStream(wrong));
   EXPECT_TRUE(JSOM::JERROR.fromStream(right).isError());
-  EXPECT_EQ(errors.end(),
+  EXPECT_EQ(errors.stop(),
             "JSONData::setFromStream(): syntax error: object not closed\n"
             "JSOM::fromStream(): null reference error\n");
 }
@@ -98,9 +98,9 @@ TEST(JSOMText, MissingFileCannotBeOpened) {
   StderrCapture errors;
   EXPECT_EQ(&JSOM::JERROR, &handle.fromFile(path.c_str()));
   EXPECT_TRUE(handle.fromFile(nullptr).isError());
-  EXPECT_EQ(errors.end(), "JSOM::fromFile(): could not open file '" + path +
-                              "'\n"
-                              "JSOM::fromFile(): could not open file ''\n");
+  EXPECT_EQ(errors.stop(), "JSOM::fromFile(): could not open file '" + path +
+                               "'\n"
+                               "JSOM::fromFile(): could not open file ''\n");
   EXPECT_EQ(compact(handle), "");
 }
 
@@ -109,7 +109,7 @@ TEST(JSOMText, DirectoryCannotBeOpened) {
   JSOM handle;
   StderrCapture errors;
   EXPECT_TRUE(handle.fromFile(dir.path().c_str()).isError());
-  EXPECT_EQ(errors.end(), "JSOM::fromFile(): could not open file '" + dir.path() + "'\n");
+  EXPECT_EQ(errors.stop(), "JSOM::fromFile(): could not open file '" + dir.path() + "'\n");
 }
 
 TEST(JSOMText, UnreadableFileCannotBeOpened) {
@@ -121,7 +121,7 @@ TEST(JSOMText, UnreadableFileCannotBeOpened) {
   StderrCapture errors;
   const OrdinaryUser user;
   EXPECT_TRUE(handle.fromFile(path.c_str()).isError());
-  EXPECT_EQ(errors.end(), "JSOM::fromFile(): could not open file '" + path + "'\n");
+  EXPECT_EQ(errors.stop(), "JSOM::fromFile(): could not open file '" + path + "'\n");
 }
 
 TEST(JSOMText, EmptyFileFailsSilently) {
@@ -130,7 +130,7 @@ TEST(JSOMText, EmptyFileFailsSilently) {
   JSOM handle;
   StderrCapture errors;
   EXPECT_TRUE(handle.fromFile(path.c_str()).isError());
-  EXPECT_EQ(errors.end(), "");
+  EXPECT_EQ(errors.stop(), "");
 }
 
 TEST(JSOMText, FileCutInHalfFailsInTheParser) {
@@ -139,7 +139,7 @@ TEST(JSOMText, FileCutInHalfFailsInTheParser) {
   JSOM handle;
   StderrCapture errors;
   EXPECT_TRUE(handle.fromFile(path.c_str()).isError());
-  EXPECT_EQ(errors.end(),
+  EXPECT_EQ(errors.stop(),
             "JSONData::setFromJsonString(): syntax error: object comma or end expected\n");
 }
 
@@ -151,7 +151,7 @@ TEST(JSOMText, BinaryFileFailsInTheParser) {
   JSOM handle;
   StderrCapture errors;
   EXPECT_TRUE(handle.fromFile(path.c_str()).isError());
-  EXPECT_EQ(errors.end(), "JSONData::setFromJsonString(): syntax error: missing value\n");
+  EXPECT_EQ(errors.stop(), "JSONData::setFromJsonString(): syntax error: missing value\n");
 }
 
 TEST(JSOMText, FileEndsAtItsFirstZeroByte) {
@@ -165,7 +165,7 @@ TEST(JSOMText, FileEndsAtItsFirstZeroByte) {
   EXPECT_EQ(compact(handle), "[1]");
   StderrCapture errors;
   EXPECT_TRUE(handle.fromFile(cut.c_str()).isError());
-  EXPECT_EQ(errors.end(), "JSONData::setFromJsonString(): syntax error: array not closed\n");
+  EXPECT_EQ(errors.stop(), "JSONData::setFromJsonString(): syntax error: array not closed\n");
 }
 
 TEST(JSOMText, HundredMegabytesOfNestingFailQuickly) {
@@ -174,7 +174,7 @@ TEST(JSOMText, HundredMegabytesOfNestingFailQuickly) {
   JSOM handle;
   StderrCapture errors;
   EXPECT_TRUE(handle.fromFile(path.c_str()).isError());
-  EXPECT_EQ(errors.end(), "JSONData::setFromJsonString(): syntax error: nested too deeply\n");
+  EXPECT_EQ(errors.stop(), "JSONData::setFromJsonString(): syntax error: nested too deeply\n");
 }
 
 TEST(JSOMText, FileTooLargeForMemoryIsNotRead) {
@@ -186,7 +186,7 @@ TEST(JSOMText, FileTooLargeForMemoryIsNotRead) {
   JSOM handle;
   StderrCapture errors;
   EXPECT_TRUE(handle.fromFile(path.c_str()).isError());
-  const std::string text = errors.end();
+  const std::string text = errors.stop();
   EXPECT_NE(std::string::npos, text.find("JSOM::fromFile(): could not allocate memory\n")) << text;
 }
 
@@ -199,7 +199,7 @@ TEST(JSOMText, FileWithoutAnEndCannotBeRead) {
   JSOM handle;
   StderrCapture errors;
   EXPECT_TRUE(handle.fromFile(path.c_str()).isError());
-  EXPECT_EQ(errors.end(), "JSOM::fromFile(): could not read file\n");
+  EXPECT_EQ(errors.stop(), "JSOM::fromFile(): could not read file\n");
   std::fclose(keepsItOpen);
 }
 
@@ -230,7 +230,7 @@ TEST(JSOMText, FileThatCannotBeOpenedIsReported) {
   EXPECT_FALSE(handle.toFile(dir.file("no/such/folder").c_str(), 3));
   EXPECT_FALSE(handle.toCompactFile(dir.path().c_str(), 3));
   EXPECT_FALSE(handle.toFile(nullptr, 3));
-  EXPECT_EQ(errors.end(),
+  EXPECT_EQ(errors.stop(),
             "JSOM::toFile(): could not write file\n"
             "JSOM::toCompactFile(): could not write file\n"
             "JSOM::toFile(): could not write file\n");
@@ -246,7 +246,7 @@ TEST(JSOMText, FullDiskIsReported) {
   EXPECT_FALSE(handle.toFile("/dev/full", 3));
   handle.setString(std::string(100000, 'x'));
   EXPECT_FALSE(handle.toCompactFile("/dev/full", 3));
-  EXPECT_EQ(errors.end(),
+  EXPECT_EQ(errors.stop(),
             "JSOM::toFile(): could not write file\n"
             "JSOM::toCompactFile(): could not write file\n");
 }

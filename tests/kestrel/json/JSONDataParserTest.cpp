@@ -39,7 +39,7 @@ class JSONDataParser : public testing::TestWithParam<Form> {
       rest << in.rdbuf();
       rest_ = rest.str();
     }
-    errors_ = errors.end();
+    errors_ = errors.stop();
     return parsed;
   }
 
@@ -403,7 +403,7 @@ TEST(JSONDataParserForms, NullPointerFailsSilently) {
   const char* p = nullptr;
   StderrCapture errors;
   EXPECT_FALSE(node.setFromJsonString(p));
-  EXPECT_EQ(errors.end(), "");
+  EXPECT_EQ(errors.stop(), "");
 }
 
 TEST(JSONDataParserForms, StlStringIsParsedUpToItsFirstZeroByte) {
@@ -412,7 +412,7 @@ TEST(JSONDataParserForms, StlStringIsParsedUpToItsFirstZeroByte) {
   EXPECT_EQ(node.length(), 1);
   StderrCapture errors;
   EXPECT_FALSE(node.setFromJsonStlString(std::string("[1\0]", 4)));
-  EXPECT_EQ(errors.end(),
+  EXPECT_EQ(errors.stop(),
             "JSONData::setFromJsonString(): syntax error: array comma or end expected\n");
 }
 
@@ -435,7 +435,7 @@ TEST(JSONDataParserForms, StreamStaysUsableBehindTheValue) {
   EXPECT_FALSE(in.fail());
   StderrCapture errors;
   EXPECT_FALSE(node.setFromStream(in));
-  EXPECT_EQ(errors.end(), "");
+  EXPECT_EQ(errors.stop(), "");
 }
 
 TEST(JSONDataParserForms, StreamThatCannotBeReadFailsSilently) {
@@ -443,5 +443,5 @@ TEST(JSONDataParserForms, StreamThatCannotBeReadFailsSilently) {
   JSONData node;
   StderrCapture errors;
   EXPECT_FALSE(node.setFromStream(in));
-  EXPECT_EQ(errors.end(), "");
+  EXPECT_EQ(errors.stop(), "");
 }

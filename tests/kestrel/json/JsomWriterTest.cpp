@@ -36,7 +36,7 @@ std::string misuse(const std::string& before, const Calls& prepare, const Calls&
   StderrCapture errors;
   wrong(writer);
   EXPECT_EQ(before, out.str());
-  return errors.end();
+  return errors.stop();
 }
 
 void nothing(JsomWriter&) {}

@@ -234,7 +234,7 @@ TEST_F(FileLogAdapterTest, LineThatFindsNoFileIsReportedAndLostAndTheNextOneTrie
   const auto adapter = makeNamed(path, "");
   StderrCapture errors;
   log(*adapter, "lost");
-  EXPECT_EQ(errors.end(), "FileLogAdapter: Cannot create log file " + path + "\n");
+  EXPECT_EQ(errors.stop(), "FileLogAdapter: Cannot create log file " + path + "\n");
   fs::remove(temp_.file("way"));
   log(*adapter, "kept");
   EXPECT_THAT(temp_.read("way/base"), EndsWith("kept\n"));
@@ -327,7 +327,7 @@ TEST_F(FileLogAdapterTest, BaseNameTooLongForTheNumberedNamesIsReportedAndNothin
     const auto sizeBefore = fs::file_size(fits);
     StderrCapture errors;
     log(*makeNamed(name, "\"fileCount\": " + count), "lost");
-    EXPECT_EQ(errors.end(), "FileLogAdapter: Cannot create log file " + name + "\n");
+    EXPECT_EQ(errors.stop(), "FileLogAdapter: Cannot create log file " + name + "\n");
     EXPECT_EQ(fs::file_size(fits), sizeBefore);
   }
   EXPECT_FALSE(fs::exists(fits + "f"));
@@ -341,7 +341,7 @@ TEST_F(FileLogAdapterTest, EndlessBaseNameIsReported) {
   for (const char* count : {"1", "5"}) {
     StderrCapture errors;
     log(*makeNamed(name, std::string("\"fileCount\": ") + count), "lost");
-    EXPECT_EQ(errors.end(), "FileLogAdapter: Cannot create log file " + name + "\n");
+    EXPECT_EQ(errors.stop(), "FileLogAdapter: Cannot create log file " + name + "\n");
   }
 }
 

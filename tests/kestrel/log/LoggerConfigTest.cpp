@@ -126,7 +126,7 @@ TEST_F(LoggerConfigTest, ConfigurationsThatAreNoObjectChangeNothing) {
   std::string text;
   object.toCompactString(text, 6);
   EXPECT_EQ(text, "{}");  // looking for the member adds nothing
-  EXPECT_EQ(errors.end(), "");
+  EXPECT_EQ(errors.stop(), "");
 }
 
 // Makes adapters that note their life.
@@ -181,7 +181,7 @@ TEST_F(LoggerConfigTest, TypeThatNoFactoryKnowsSendsLinesToStandardOutputAgain) 
   EXPECT_THAT(notes, ElementsAre("A made", "A flushed", "A destroyed"));
   StdoutCapture out;
   Logger::getLogger("config")->errorf("to standard output");
-  EXPECT_THAT(out.end(), EndsWith("[config]: ERROR to standard output\n"));
+  EXPECT_THAT(out.stop(), EndsWith("[config]: ERROR to standard output\n"));
 }
 
 TEST_F(LoggerConfigTest, AdapterWithoutATypeKeepsTheOneThatIsThere) {
@@ -210,8 +210,8 @@ TEST_F(LoggerConfigTest, FileThatCannotBeLoadedIsReported) {
   const std::string path = temp.file("missing.conf");
   StderrCapture errors;
   Logger::loadConfig(path.c_str());
-  EXPECT_EQ(errors.end(), "JSOM::fromFile(): could not open file '" + path + "'\n" +
-                              "Could not load file `" + path + "'.\n");
+  EXPECT_EQ(errors.stop(), "JSOM::fromFile(): could not open file '" + path + "'\n" +
+                               "Could not load file `" + path + "'.\n");
 }
 
 }  // namespace

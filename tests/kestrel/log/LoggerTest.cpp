@@ -102,7 +102,7 @@ TEST_F(LoggerTest, LineHasTimeMillisecondsLoggerLevelAndMessage) {
   Logger* const logger = Logger::getLogger("PerfRecordFileReader");
   StdoutCapture out;
   logger->warnf("%d of %s", 3, "four");
-  EXPECT_THAT(out.end(), MatchesRegex(STAMP + " \\[PerfRecordFileReader\\]: WARN 3 of four\n"));
+  EXPECT_THAT(out.stop(), MatchesRegex(STAMP + " \\[PerfRecordFileReader\\]: WARN 3 of four\n"));
 }
 
 TEST_F(LoggerTest, LineHasTheLocalTime) {
@@ -121,7 +121,7 @@ TEST_F(LoggerTest, LineHasTheLocalTime) {
   format(before);
   logger->warnf("x");
   format(after);
-  EXPECT_THAT(out.end(), testing::AnyOf(testing::StartsWith(before), testing::StartsWith(after)));
+  EXPECT_THAT(out.stop(), testing::AnyOf(testing::StartsWith(before), testing::StartsWith(after)));
   unsetenv("TZ");
   tzset();
 }
@@ -194,7 +194,7 @@ TEST_F(LoggerTest, LongMessageReachesStandardOutputCutToo) {
   Logger* const logger = Logger::getLogger("long");
   StdoutCapture out;
   logger->errorf("%s", std::string(3000, 'x').c_str());
-  const std::string line = out.end();
+  const std::string line = out.stop();
   EXPECT_THAT(line, EndsWith(": ERROR " + std::string(2047, 'x') + "\n"));
 }
 
@@ -224,7 +224,7 @@ TEST_F(LoggerTest, LinesAreNotFlushedUntilFlushAllOrDisableBuffering) {
   Logger::enableBuffering();
   logger->errorf("four");
   EXPECT_THAT(out.text(), EndsWith("three\n"));
-  EXPECT_THAT(out.end(), EndsWith("four\n"));
+  EXPECT_THAT(out.stop(), EndsWith("four\n"));
 }
 
 TEST_F(LoggerTest, LinesAndOtherOutputShareStandardOutputInProgramOrder) {
@@ -233,7 +233,7 @@ TEST_F(LoggerTest, LinesAndOtherOutputShareStandardOutputInProgramOrder) {
   printf("document 1\n");
   logger->errorf("line");
   printf("document 2\n");
-  EXPECT_THAT(out.end(),
+  EXPECT_THAT(out.stop(),
               MatchesRegex("document 1\n" + STAMP + " \\[order\\]: ERROR line\ndocument 2\n"));
 }
 
@@ -267,7 +267,7 @@ TEST_F(LoggerTest, AdapterGetsEveryLineAndStandardOutputNone) {
   Logger::flushAll();
   Logger::disableBuffering();
   logger->errorf("three");
-  EXPECT_EQ(out.end(), "");
+  EXPECT_EQ(out.stop(), "");
   EXPECT_THAT(notes, ElementsAre("WARN|adapted|one|buffered", "INFO|adapted|string two|buffered",
                                  "flush", "flush", "ERROR|adapted|three|unbuffered"));
   Logger::disableBuffering();  // not set any more: nothing is flushed

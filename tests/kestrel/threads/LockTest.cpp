@@ -117,7 +117,7 @@ TEST(LockTest, TimedWaitEndsAfterItsTimeWithoutAReport) {
     }
     EXPECT_GE(Clock::now() - start, milliseconds(time));
   }
-  EXPECT_EQ(errors.end(), "");
+  EXPECT_EQ(errors.stop(), "");
 }
 
 TEST(LockTest, TimedWaitOfNothingOrLessEndsAtOnceWithoutAReport) {
@@ -127,7 +127,7 @@ TEST(LockTest, TimedWaitOfNothingOrLessEndsAtOnceWithoutAReport) {
     const ScopedLock guard(lock);
     lock.wait(time);
   }
-  EXPECT_EQ(errors.end(), "");
+  EXPECT_EQ(errors.stop(), "");
 }
 
 TEST(LockTest, TimedWaitIsEndedByANotification) {

@@ -81,7 +81,7 @@ TEST_F(LoggingThreadsTest, LinesOnStandardOutputAreNeverTorn) {
     }
     StdoutCapture out;
     inThreads([](int thread) { logLines(thread, 300); });
-    expectWhole(out.end(), 300);
+    expectWhole(out.stop(), 300);
   }
 }
 

@@ -140,7 +140,7 @@ std::string errorOf(int& fault, Operation operation) KESTREL_NO_THREAD_SAFETY_AN
     operation();
   }
   EXPECT_EQ(errno, EINVAL);
-  return errors.end();
+  return errors.stop();
 }
 
 TEST(LockFaultTest, EachFailureIsReportedAndExecutionGoesOn) {
@@ -169,7 +169,7 @@ TEST(LockFaultTest, TimeOutIsNotReported) {
   const Fault<int> active(timedWaitFault, ETIMEDOUT);
   const kestrel::ScopedLock guard(lock);
   lock.wait(1);
-  EXPECT_EQ(errors.end(), "");
+  EXPECT_EQ(errors.stop(), "");
 }
 
 TEST(LockFaultTest, DeadlineIsTheTimeOfDayPlusTheMilliseconds) {
@@ -209,7 +209,7 @@ TEST(LockFaultTest, LockWithoutABlockDoesNothing) {
     lock.notify();
     lock.notifyAll();
   }
-  EXPECT_EQ(errors.end(), "");
+  EXPECT_EQ(errors.stop(), "");
 }
 
 TEST(ThreadFaultTest, RequiredLockWithoutABlockIsNone) {
@@ -244,7 +244,7 @@ TEST(ThreadFaultTest, FailedCreationIsReportedAndTheObjectIsFreed) {
   StderrCapture errors;
   const Fault<int> active(createFault, EAGAIN);
   EXPECT_FALSE((new CountedThread(destroyed))->start());
-  EXPECT_EQ(errors.end(), "Thread::start()  pthread_create failed\n");
+  EXPECT_EQ(errors.stop(), "Thread::start()  pthread_create failed\n");
   EXPECT_EQ(destroyed, 1);
   EXPECT_THAT(log.lines("Thread"),
               ElementsAre(LogLine{"DEBUG", "Thread", "Creating Thread"},
