@@ -6,6 +6,7 @@ import re
 import struct
 import subprocess
 import sys
+import tempfile
 import unittest
 from pathlib import Path
 
@@ -193,6 +194,26 @@ class ScriptTest(unittest.TestCase):
             run = subprocess.run([ROOT / command[0], *command[1:]], capture_output=True, text=True)
             self.assertEqual(run.returncode, status, command)
             self.assertIn("Usage", run.stdout + run.stderr)
+
+    def packages_of(self, level):
+        """What would be installed where nothing is."""
+        with tempfile.TemporaryDirectory() as folder:
+            for program, text in (("dpkg-query", "exit 1"), ("id", "echo 0"), ("apt-get", "exit 0")):
+                path = Path(folder) / program
+                path.write_text(f"#!/bin/sh\n{text}\n")
+                path.chmod(0o755)
+            run = subprocess.run([ROOT / "scripts" / "install-packages", level], capture_output=True, text=True,
+                                 check=True, env={"PATH": f"{folder}:/usr/bin:/bin"})
+        (line,) = re.findall(r"^Installing: (.*)$", run.stdout, re.MULTILINE)
+        return set(line.split())
+
+    def test_programs_are_built_without_what_only_tests_take(self):
+        for_tests = {"libgtest-dev", "libgmock-dev", "nlohmann-json3-dev"}
+        self.assertEqual(self.packages_of("build") & for_tests, set())
+        for level in ("test", "arm", "all", "bench"):
+            self.assertEqual(self.packages_of(level) & for_tests, for_tests, level)
+            self.assertLess(self.packages_of("build"), self.packages_of(level), level)
+        self.assertIn("scripts/install-packages build\n", (ROOT / "scripts" / "demo").read_text())
 
 
 if __name__ == "__main__":
