@@ -38,6 +38,9 @@ KNOWN_INFO = {"sh", "sh board", "sh build", "output", "text", "json", "mermaid",
 TOOLS = {"jq": "jq", "gnuplot": "gnuplot-nox", "nm": "binutils"}
 COMPANIONS = ("tracemill-prepare", "tracemill-report")
 SEPARATOR = "\x01"
+# A class of two words or more, perhaps with a member: `SampleRow`, `RowQueue::add()`.
+CLASS = re.compile(r"(?:[A-Z][a-z0-9]+){2,}[A-Z]?(?:::\w+)*(?:\(\))?")
+SOURCES = {".h", ".cpp", ".py", ".js", ".ts"}
 
 
 class Block(NamedTuple):
@@ -54,6 +57,18 @@ def documents():
         for folder in folders
         for path in sorted(folder.glob("*.md"))
     }
+
+
+def words_of_the_sources():
+    """What is written in the code of the project; comments count, too."""
+    words = set()
+    for folder in ROOT.iterdir():
+        if folder.name.startswith(".") or folder.name in ("build", "docs", "demo-output"):
+            continue
+        for path in folder.rglob("*"):
+            if path.suffix in SOURCES and "node_modules" not in path.parts:
+                words.update(re.findall(r"\w+", path.read_text(encoding="utf-8", errors="replace")))
+    return words
 
 
 def read_blocks(text):
@@ -275,6 +290,18 @@ class TextsTest(unittest.TestCase):
             for target in re.findall(r"\]\(([^)#\s]+)(?:#[^)]*)?\)", text):
                 if not target.startswith("http"):
                     self.assertTrue((path.parent / target).exists(), f"{name}: {target}")
+
+    def test_classes_that_are_named_are_there(self):
+        known = words_of_the_sources()
+        total = 0
+        for name, path in documents().items():
+            text = without_blocks(path.read_text(encoding="utf-8"))
+            for code in re.findall(r"`([^`\n]+)`", text):
+                if CLASS.fullmatch(code):
+                    total += 1
+                    for word in re.findall(r"\w+", code):
+                        self.assertTrue(word in known, f"{name}: {code}")
+        self.assertGreater(total, 30)
 
     def test_pictures_are_small(self):
         pictures = list((ROOT / "docs" / "pictures").iterdir())
