@@ -106,7 +106,7 @@ std::string Cures::of(const File& file, const Result& result) const {
     case Outcome::NoSymbols:
       return _ofStripped(file, result);
     case Outcome::NotFound:
-      if (file.kind == File::Kind::Vdso) {
+      if (file.isVdso()) {
         return BRING_VDSO;
       }
       if (file.name.ends_with(" (deleted)")) {
@@ -114,7 +114,7 @@ std::string Cures::of(const File& file, const Result& result) const {
       }
       return "Read the recording where the file is, or name the root of a copy of that machine's files with --sysroot.";
     case Outcome::BuildIdDiffers:
-      return file.kind == File::Kind::Vdso
+      return file.isVdso()
                  ? BRING_VDSO
                  : "Record again, or name the root of the files as they were with --sysroot.";
     case Outcome::NotElf:

@@ -16,8 +16,11 @@ struct File {
   enum class Kind {
     Elf,
     Vdso,    // the code that the kernel maps into every process
+    Vdso32,  // the same for programs of 32 bits
     PerfMap  // anonymous code: /tmp/perf-PID.map
   };
+  bool isVdso() const { return kind == Kind::Vdso || kind == Kind::Vdso32; }
+
   Kind kind = Kind::Elf;
   std::string name;  // path in the recorded process, or [vdso]
   BuildId buildId;   // as recorded

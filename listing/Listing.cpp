@@ -148,8 +148,7 @@ class ListingRun {
 
   bool _locate(const File& file, Result& result) {
     Located located = locate(file, options_);
-    if (file.kind == File::Kind::Vdso && located.outcome != Outcome::Named &&
-        !options_.otherMachine) {
+    if (file.isVdso() && located.outcome != Outcome::Named && !options_.otherMachine) {
       located = _locateOwnVdso(file, std::move(located));
     }
     result.outcome = located.outcome;
@@ -162,8 +161,9 @@ class ListingRun {
   }
 
   Located _locateOwnVdso(const File& file, Located located) {
-    const std::string image = ownVdso();
-    const std::string path = workDir_ + "/vdso";
+    const bool is32 = file.kind == File::Kind::Vdso32;
+    const std::string image = is32 ? ownVdso32() : ownVdso();
+    const std::string path = workDir_ + (is32 ? "/vdso32" : "/vdso");
     if (image.empty() || !kestrel::FileUtils::writeFile(path, image)) {
       return located;
     }

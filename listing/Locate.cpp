@@ -85,7 +85,7 @@ Located locate(const File& file, const Options& options) {
   if (!file.buildId.empty() && !copies.empty()) {
     const std::string hex = hexText(file.buildId);
     const std::string path = copies + "/.build-id/" + hex.substr(0, 2) + '/' + hex.substr(2) +
-                             (file.kind == File::Kind::Vdso ? "/vdso" : "/elf");
+                             (file.isVdso() ? "/vdso" : "/elf");
     search.tryFile(RegularFile::open(path), path, true);
   }
   return search.result();

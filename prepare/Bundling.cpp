@@ -70,7 +70,8 @@ class HitFiles {
       return;
     }
     const std::string id = byBuildId(hit.listing.layout.buildId);
-    _count(bundle_.addFile(hit.file->name == "[vdso]" ? "vdso" : "copies" + id + "/vdso", image));
+    const bool isOfAll = hit.file->kind == MappedFile::Kind::VDSO && hit.file->name == "[vdso]";
+    _count(bundle_.addFile(isOfAll ? "vdso" : "copies" + id + "/vdso", image));
   }
 
   void _addElfFile(const HitFile& hit) {

@@ -46,8 +46,7 @@ std::string numberName(const SampledThread& thread) {
 
 bool isListable(const MappedFile& file) {
   return file.kind == MappedFile::Kind::FILE || file.kind == MappedFile::Kind::VDSO ||
-         file.kind == MappedFile::Kind::PERF_MAP ||
-         (file.kind == MappedFile::Kind::VDSO_32 && !file.buildId.empty());
+         file.kind == MappedFile::Kind::VDSO_32 || file.kind == MappedFile::Kind::PERF_MAP;
 }
 
 }  // namespace

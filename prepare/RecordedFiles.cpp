@@ -63,8 +63,10 @@ listing::File RecordedFiles::fileOf(const MappedFile& file) const {
   listing::File result;
   switch (file.kind) {
     case MappedFile::Kind::VDSO:
-    case MappedFile::Kind::VDSO_32:
       result.kind = listing::File::Kind::Vdso;
+      break;
+    case MappedFile::Kind::VDSO_32:
+      result.kind = listing::File::Kind::Vdso32;
       break;
     case MappedFile::Kind::PERF_MAP:
       result.kind = listing::File::Kind::PerfMap;

@@ -2,6 +2,7 @@
 // process, and processes with a root and numbers of their own.
 #include <csignal>
 #include <cstdlib>
+#include <elf.h>
 #include <filesystem>
 #include <fstream>
 #include <sched.h>
@@ -94,6 +95,25 @@ TEST_F(VdsoTest, PerfsCopyOfAnotherMachines) {
   const Result result = list(file);
   EXPECT_EQ(result.outcome, Outcome::Named);
   EXPECT_THAT(text(result), testing::HasSubstr("clock_gettime"));
+}
+
+// Its name in itself is that of 32-bit x86. It is got without losing this process's own.
+TEST_F(VdsoTest, ThatOfProgramsOf32Bits) {
+  const std::string of32 = ownVdso32();
+  if (!hasOwn() || of32.empty() || sizeof(void*) == 4) {
+    GTEST_SKIP() << "the kernel does not hand it out";
+  }
+  EXPECT_EQ(of32[EI_CLASS], ELFCLASS32);
+  EXPECT_THAT(of32, testing::HasSubstr("linux-gate.so.1"));
+  EXPECT_EQ(ownVdso32(), of32);
+  EXPECT_EQ(ownVdso(), image);
+  file.kind = File::Kind::Vdso32;
+  EXPECT_EQ(list(file).outcome, Outcome::BuildIdDiffers);
+  file.buildId.clear();
+  options.sameMachine = true;
+  EXPECT_THAT(text(list(file)), testing::HasSubstr("__kernel_vsyscall"));
+  options.vdso = temp.file("vdso");  // of a recorded machine, of 64 bits
+  EXPECT_THAT(text(list(file)), testing::HasSubstr("__kernel_vsyscall"));
 }
 
 // A process with the number 1 in a namespace of its own, whose root directory is `root`. Its number

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "listing/Vdso.h"
 #include "tests/prepare/PrepareCommand.h"
 #include "tests/recordings/WalkLog.h"
 #include "tests/support/TempDir.h"
@@ -17,6 +18,7 @@
 
 using made::Mode;
 using nlohmann::json;
+using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -268,16 +270,38 @@ TEST_F(NamesTest, AProgramThatTheKernelMadeIsOneFunction) {
             "ffffffffc0101040 t [unknown]\n");
 }
 
-// The image that processes of 64 bits have here is not theirs: without a build id nobody knows it.
-TEST_F(NamesTest, TheVdsoOf32BitsHasNoNamesWithoutABuildId) {
+// The image that processes of 64 bits have is not theirs. Without a build id only the recorded
+// machine knows it.
+TEST_F(NamesTest, TheVdsoOf32BitsOfAnotherMachineHasNoNames) {
+  made::Recording recording;
+  recording.map({.pid = 10, .tid = 10, .address = 0xf7f00000, .length = 0x2000, .file = "[vdso]"})
+      .sample({.ip = 0xf7f00010, .pid = 10, .tid = 10, .time = 1});
+  prepare(recording);
+  EXPECT_EQ(listOf("[vdso]"), "");
+  EXPECT_EQ(reasonFor("[vdso]")["reason"], "not-found");
+  EXPECT_THAT(written("map"), ElementsAre("map 10/10 f7f00000+2000@0 [vdso]"));
+}
+
+// __kernel_vsyscall is in that of 32-bit x86 alone.
+TEST_F(NamesTest, TheVdsoOf32BitsOfThisMachine) {
+  if (listing::ownVdso32().empty()) {
+    GTEST_SKIP() << "the kernel does not hand it out";
+  }
   utsname system{};
   ASSERT_EQ(uname(&system), 0);
   made::Recording recording;
   recording.hostname = system.nodename;
   recording.osRelease = system.release;
   recording.map({.pid = 10, .tid = 10, .address = 0xf7f00000, .length = 0x2000, .file = "[vdso]"})
-      .sample({.ip = 0xf7f00010, .pid = 10, .tid = 10, .time = 1});
+      .sample({.ip = 0xf7f00010, .pid = 10, .tid = 10, .time = 1})
+      .map({.pid = 20, .tid = 20, .address = 0x7f0000000000, .length = 0x2000, .file = "[vdso]"})
+      .sample({.ip = 0x7f0000000010, .pid = 20, .tid = 20, .time = 2});
   prepare(recording);
-  EXPECT_EQ(listOf("[vdso]"), "");
-  EXPECT_THAT(written("map"), ElementsAre("map 10/10 f7f00000+2000@0 [vdso]"));
+  std::vector<std::string> lists;
+  for (const std::string& map : written("map")) {
+    lists.push_back(listOf(map.substr(map.rfind(' ') + 1)));
+  }
+  EXPECT_THAT(lists,
+              ElementsAre(HasSubstr("__kernel_vsyscall"),
+                          AllOf(HasSubstr("gettimeofday"), Not(HasSubstr("__kernel_vsyscall")))));
 }
