@@ -71,8 +71,9 @@ Located locate(const File& file, const Options& options) {
     }
   }
   // Of several vdsos this is the one of the machine's own programs.
-  if (file.kind == File::Kind::Vdso && name == "[vdso]" && !options.vdso.empty() &&
-      search.tryFile(RegularFile::open(options.vdso), options.vdso, false)) {
+  const std::string& vdso = file.kind == File::Kind::Vdso32 ? options.vdso32 : options.vdso;
+  if (file.isVdso() && name == "[vdso]" && !vdso.empty() &&
+      search.tryFile(RegularFile::open(vdso), vdso, false)) {
     return search.result();
   }
   if (file.pid != 0 && options.sameMachine) {

@@ -18,6 +18,7 @@ struct Options {
                              // id) is this one's
   bool otherMachine = false;  // the image of this machine's vdso is not asked
   std::string vdso;           // the image of the recorded machine; empty: none at hand
+  std::string vdso32;         // the same for programs of 32 bits
   bool demangle = true;
   bool parameters = false;  // demangled names with the parameters of functions, as `perf script -v`
   bool lines = true;        // source files from line tables

@@ -7,6 +7,7 @@
 //   copies/.build-id/..     files that were found by their build ids only, as in perf's ~/.debug
 //   kallsyms or vmlinux     the kernel's names
 //   vdso                    the code that the kernel maps into every process
+//   vdso32                  the same for programs of 32 bits
 //
 // Bundles come from anybody. What is unpacked are regular files and folders below the given folder,
 // and nothing else: links, devices, absolute names, "..", names that come twice and sizes beyond
@@ -67,6 +68,7 @@ struct Bundle {
   std::string kallsyms() const { return folder + "/kallsyms"; }
   std::string vmlinux() const { return folder + "/vmlinux"; }
   std::string vdso() const { return folder + "/vdso"; }
+  std::string vdso32() const { return folder + "/vdso32"; }
 
   static constexpr int VERSION = 1;
   static constexpr const char* MANIFEST = "tracemill-bundle.json";

@@ -70,8 +70,11 @@ class HitFiles {
       return;
     }
     const std::string id = byBuildId(hit.listing.layout.buildId);
-    const bool isOfAll = hit.file->kind == MappedFile::Kind::VDSO && hit.file->name == "[vdso]";
-    _count(bundle_.addFile(isOfAll ? "vdso" : "copies" + id + "/vdso", image));
+    const bool is32 = hit.file->kind == MappedFile::Kind::VDSO_32;
+    _count(bundle_.addFile(hit.file->name != "[vdso]" ? "copies" + id + "/vdso"
+                           : is32                     ? "vdso32"
+                                                      : "vdso",
+                           image));
   }
 
   void _addElfFile(const HitFile& hit) {

@@ -208,6 +208,7 @@ class Source {
     listing.sysroots.push_back(bundle.root());
     listing.perfBuildIdDir = bundle.copies();
     listing.vdso = bundle.vdso();
+    listing.vdso32 = bundle.vdso32();
     listing.otherMachine = true;
     if (listing.kallsyms.empty() && listing.vmlinux.empty()) {
       const bool hasVmlinux = std::filesystem::exists(bundle.vmlinux());

@@ -114,6 +114,11 @@ TEST_F(VdsoTest, ThatOfProgramsOf32Bits) {
   EXPECT_THAT(text(list(file)), testing::HasSubstr("__kernel_vsyscall"));
   options.vdso = temp.file("vdso");  // of a recorded machine, of 64 bits
   EXPECT_THAT(text(list(file)), testing::HasSubstr("__kernel_vsyscall"));
+  options.otherMachine = true;
+  options.sameMachine = false;
+  EXPECT_EQ(list(file).outcome, Outcome::NotFound);
+  options.vdso32 = temp.write("vdso32", of32);
+  EXPECT_THAT(text(list(file)), testing::HasSubstr("__kernel_vsyscall"));
 }
 
 // A process with the number 1 in a namespace of its own, whose root directory is `root`. Its number

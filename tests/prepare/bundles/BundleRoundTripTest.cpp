@@ -3,16 +3,21 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <sys/utsname.h>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "listing/Vdso.h"
 #include "tests/prepare/PrepareCommand.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/recordings/RecordingFile.h"
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
+using testing::Not;
+using testing::UnorderedElementsAre;
 
 namespace {
 
@@ -71,7 +76,7 @@ TEST_F(BundleRoundTripTest, NothingOfThisMachineIsUsed) {
   EXPECT_THAT(written.err, HasSubstr("Left out, for they cannot be read: 1."));
   fs::rename(victim_ + ".away", victim_);
   ASSERT_EQ(prepareWith({"-q", "--no-cache", "-o", temp_.file("there"), bundle}).status, 0);
-  EXPECT_THAT(document("there"), testing::Not(HasSubstr("bundled_work")));
+  EXPECT_THAT(document("there"), Not(HasSubstr("bundled_work")));
 }
 
 TEST_F(BundleRoundTripTest, ARecordingIsNeverReplaced) {
@@ -94,4 +99,33 @@ TEST_F(BundleRoundTripTest, APlaceThatIsNoRegularFileIsRefused) {
     EXPECT_EQ(prepareWith({"--bundle", place, temp_.file("p.data")}).status, 1) << place;
   }
   EXPECT_FALSE(temp_.has("elsewhere"));
+}
+
+// Programs of 32 and of 64 bits ran; both images are called alike.
+TEST(BundledVdsoTest, EachProgramHasItsOwn) {
+  if (listing::ownVdso32().empty()) {
+    GTEST_SKIP() << "the kernel does not hand it out";
+  }
+  const TempDir temp;
+  utsname system{};
+  ASSERT_EQ(uname(&system), 0);
+  made::Recording recording;
+  recording.hostname = system.nodename;
+  recording.osRelease = system.release;
+  recording.map({.pid = 10, .tid = 10, .address = 0xf7f00000, .length = 0x2000, .file = "[vdso]"})
+      .sample({.ip = 0xf7f00010, .pid = 10, .tid = 10, .time = 1})
+      .map({.pid = 20, .tid = 20, .address = 0x7f0000000000, .length = 0x2000, .file = "[vdso]"})
+      .sample({.ip = 0x7f0000000010, .pid = 20, .tid = 20, .time = 2});
+  temp.write("p.data", made::fileBytes(recording));
+  const std::string bundle = temp.file("b.tar.zst");
+  ASSERT_EQ(prepareWith({"-q", "--no-cache", "--bundle", bundle, temp.file("p.data")}).status, 0);
+  ASSERT_EQ(prepareWith({"-q", "--no-cache", "-o", temp.file("there"), bundle}).status, 0);
+  std::vector<std::string> lists;
+  for (const auto& entry : fs::directory_iterator(temp.file("there/symbols"))) {
+    if (entry.path().extension() == ".list") {
+      lists.push_back(temp.read("there/symbols/" + entry.path().filename().native()));
+    }
+  }
+  EXPECT_THAT(lists, UnorderedElementsAre(HasSubstr("__kernel_vsyscall"),
+                                          Not(HasSubstr("__kernel_vsyscall"))));
 }
