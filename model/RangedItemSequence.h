@@ -1,18 +1,22 @@
 // Items by start, those that share theirs in the order that insertions gave them: the container
 // behind RangedItemStore. Finding a start, finding an index and inserting anywhere take logarithmic
 // time, whatever the order in which items arrive: a recording may list a million maps at random.
-// Beyond some millions the list of blocks counts, which a split moves. Borrows the items. One
-// thread only.
+// Borrows the items, which must not change their starts. One thread only.
 //
-// The items lie in blocks, which split when they are full. An entry holds its item's start, so that
-// a search does not touch the items: they must not move afterwards.
+// A B+ tree that counts: items lie in leaves, which split when they are full, and every node above
+// knows the first start and the number of items of each of its children. A node is searched without
+// touching what it refers to.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
-#include <vector>
+#include <memory>
+#include <optional>
 
+#include <boost/container/static_vector.hpp>
+
+#include "model/Pooled.h"
 #include "model/RangedItem.h"
 
 class RangedItemSequence {
@@ -24,41 +28,61 @@ class RangedItemSequence {
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
   RangedItem* operator[](std::size_t index) const;
-  // As operator[]; throws std::out_of_range for an index past the end.
-  RangedItem* at(std::size_t index) const;
-  RangedItem* back() const { return blocks_.back().back().item; }
-  uint64_t lastStart() const { return blocks_.back().back().start; }
+  RangedItem* back() const { return last_->items.back(); }
+  uint64_t lastStart() const { return last_->starts.back(); }
   const_iterator begin() const;
   const_iterator end() const;
   const_iterator last() const;  // end() of an empty sequence
-  const_iterator nth(std::size_t index) const;
-  std::size_t indexOf(const const_iterator& item) const;
 
   // The last item whose start is not above `address`; end() if there is none.
   const_iterator floor(uint64_t address) const;
+  // The number of items whose starts are not above `address`.
+  std::size_t countUpTo(uint64_t address) const;
 
-  // The start is the item's, or one that keeps the order.
-  void insert(const const_iterator& before, uint64_t start, RangedItem* item);
-  void append(uint64_t start, RangedItem* item);
+  // The start is the item's, or one that keeps the order. The item becomes that of `index`; without
+  // an index it goes behind all items whose starts are not above its own.
+  void insert(uint64_t start, RangedItem* item, std::optional<std::size_t> index = std::nullopt);
 
  private:
-  struct Entry {
-    uint64_t start;
-    RangedItem* item;
+  static constexpr std::size_t NODE_SIZE = 64;
+  template <typename T>
+  using Slots = boost::container::static_vector<T, NODE_SIZE>;
+
+  struct Node {  // empty for a moment only
+    virtual ~Node() = default;
+    // Moves what is in `slot` and behind it to a new node.
+    virtual std::unique_ptr<Node> split(std::size_t slot) = 0;
+    virtual std::size_t count() const = 0;  // of items
+    bool isFull() const { return starts.size() == NODE_SIZE; }
+
+    Slots<uint64_t> starts;  // the first one of each child, or those of the items
   };
-  using Block = std::vector<Entry>;  // never empty, up to BLOCK_SIZE entries
+  struct Leaf : Node, Pooled<Leaf> {
+    std::unique_ptr<Node> split(std::size_t slot) override;
+    std::size_t count() const override { return items.size(); }
 
-  static constexpr std::size_t BLOCK_SIZE = 512;
+    Slots<RangedItem*> items;
+    Leaf* previous = nullptr;
+    Leaf* next = nullptr;
+  };
+  struct Branch : Node, Pooled<Branch> {
+    std::unique_ptr<Node> split(std::size_t slot) override;
+    std::size_t count() const override;
+    void adopt(std::size_t slot, std::unique_ptr<Node> child);
 
-  void _addBlock(std::size_t block);
-  void _countAll();
+    Slots<std::size_t> counts;
+    Slots<std::unique_ptr<Node>> children;
+  };
 
-  std::vector<Block> blocks_;
-  std::vector<uint64_t> starts_;  // of the blocks' first items
-  // The numbers of items in blocks as a Fenwick tree: the entry i - 1 is the sum of as many blocks
-  // before block i as i has in its lowest set bit.
-  std::vector<std::size_t> counts_;
+  // The leaf to which `slotIn` leads, which chooses a child of every branch on the way.
+  template <typename SlotIn>
+  const Leaf& _leaf(SlotIn slotIn) const;
+  void _makeRoomInRoot();
+
+  std::unique_ptr<Node> root_;  // null without items
+  std::size_t branches_ = 0;    // on the way from the root to a leaf
   std::size_t size_ = 0;
+  Leaf* last_ = nullptr;
 };
 
 class RangedItemSequence::const_iterator {
@@ -71,12 +95,14 @@ class RangedItemSequence::const_iterator {
 
   const_iterator() = default;
 
-  RangedItem* operator*() const { return _entry().item; }
-  uint64_t start() const { return _entry().start; }
+  RangedItem* operator*() const { return leaf_->items[slot_]; }
+  uint64_t start() const { return leaf_->starts[slot_]; }
+  // Whether the item before this one, if there is one, has the same start.
+  bool sharesStartBefore() const;
   const_iterator& operator++() {
-    if (++index_ == (*blocks_)[block_].size()) {
-      ++block_;
-      index_ = 0;
+    if (++slot_ == leaf_->items.size()) {
+      leaf_ = leaf_->next;
+      slot_ = 0;
     }
     return *this;
   }
@@ -85,26 +111,14 @@ class RangedItemSequence::const_iterator {
     ++*this;
     return before;
   }
-  bool operator==(const const_iterator& other) const {
-    return block_ == other.block_ && index_ == other.index_;
-  }
-  bool operator!=(const const_iterator& other) const { return !(*this == other); }
+  bool operator==(const const_iterator& other) const = default;
 
  private:
   friend class RangedItemSequence;
-  const_iterator(const std::vector<Block>* blocks, std::size_t block, std::size_t index)
-      : blocks_(blocks), block_(block), index_(index) {}
-  const Entry& _entry() const { return (*blocks_)[block_][index_]; }
+  const_iterator(const Leaf* leaf, std::size_t slot) : leaf_(leaf), slot_(slot) {}
 
-  const std::vector<Block>* blocks_ = nullptr;
-  std::size_t block_ = 0;
-  std::size_t index_ = 0;  // inside the block
+  const Leaf* leaf_ = nullptr;  // null behind the last item
+  std::size_t slot_ = 0;
 };
 
-inline RangedItemSequence::const_iterator RangedItemSequence::begin() const {
-  return {&blocks_, 0, 0};
-}
-inline RangedItemSequence::const_iterator RangedItemSequence::end() const {
-  return {&blocks_, blocks_.size(), 0};
-}
-inline RangedItem* RangedItemSequence::operator[](std::size_t index) const { return *nth(index); }
+inline RangedItemSequence::const_iterator RangedItemSequence::end() const { return {}; }

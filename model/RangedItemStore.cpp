@@ -1,5 +1,7 @@
 #include "model/RangedItemStore.h"
 
+#include <algorithm>
+
 namespace {
 
 bool _holds(const RangedItem* item, uint64_t address) {
@@ -40,56 +42,99 @@ RangedItemStore::~RangedItemStore() {
     for (const RangedItem* item : items_) {
       delete item;
     }
+    for (const auto& [start, item] : waiting_) {
+      delete item;
+    }
   }
 }
 
 RangedItem* RangedItemStore::addRangedItem(RangedItem* item) {
+  if (item == nullptr) {
+    _settle();
+  }
   const uint64_t lastStart = items_.empty() ? 0 : items_.lastStart();
   const uint64_t start = item == nullptr ? lastStart : item->start;
-  const bool isLast = start >= lastStart;
-  const Iterator floor = isLast ? items_.last() : items_.floor(start);
-  const bool hasFloor = floor != items_.end();
-  const bool isShared = hasFloor && floor.start() == start;
-  if (isShared) {
-    sharedStarts_.insert(start);
-  }
-  if (isShared || (hasFloor && _holds(*floor, start))) {
-    ++generation_;
-  }
-  if (isLast) {
-    items_.append(start, item);
-  } else if (!hasFloor) {
-    items_.insert(items_.begin(), start, item);
+  if (waiting_.empty() && start >= lastStart) {
+    _insert(start, item);
   } else {
-    Iterator at = _probed(start, floor);
-    items_.insert(++at, start, item);
+    waiting_.emplace_back(start, item);
   }
   return item;
 }
 
+// Where starts are equal, the place of an item depends on what was there when it came: such items
+// go to their places one after the other. So do a few, for which the others need not move.
+void RangedItemStore::_placeWaiting() const {
+  const std::vector<Waiting> waiting = std::exchange(waiting_, {});
+  if (waiting.size() <= items_.size() || !_sortWith(waiting)) {
+    for (const auto& [start, item] : waiting) {
+      _insert(start, item);
+    }
+  }
+}
+
+// False, and nothing done, if starts are equal.
+bool RangedItemStore::_sortWith(const std::vector<Waiting>& waiting) const {
+  std::vector<Waiting> all = waiting;
+  for (auto item = items_.begin(); item != items_.end(); ++item) {
+    all.emplace_back(item.start(), *item);
+  }
+  std::sort(all.begin(), all.end());
+  const auto isEqualStart = [](const Waiting& one, const Waiting& other) {
+    return one.first == other.first;
+  };
+  if (std::adjacent_find(all.begin(), all.end(), isEqualStart) != all.end()) {
+    return false;
+  }
+  items_ = {};
+  for (const auto& [start, item] : all) {
+    items_.insert(start, item);
+  }
+  ++generation_;
+  return true;
+}
+
+void RangedItemStore::_insert(uint64_t start, RangedItem* item) const {
+  const bool isLast = items_.empty() || start >= items_.lastStart();
+  const auto floor = isLast ? items_.last() : items_.floor(start);
+  const bool hasFloor = floor != items_.end();
+  const bool isShared = hasFloor && floor.start() == start;
+  if (isShared || (hasFloor && _holds(*floor, start))) {
+    ++generation_;
+  }
+  if (isShared && !isLast) {
+    items_.insert(start, item, static_cast<std::size_t>(_findRangedItemIndex(start)) + 1);
+  } else {
+    items_.insert(start, item);
+  }
+}
+
 RangedItem* RangedItemStore::findRangedItem(unsigned long long address) const {
-  const Iterator floor = items_.floor(address);
+  _settle();
+  const auto floor = items_.floor(address);
   if (floor == items_.end()) {
     return nullptr;
   }
-  RangedItem* const item = *_probed(address, floor);
+  RangedItem* const item = floor.sharesStartBefore()
+                               ? items_[static_cast<std::size_t>(_findRangedItemIndex(address))]
+                               : *floor;
   return _holds(item, address) ? item : nullptr;
 }
 
 int RangedItemStore::_findRangedItemIndex(unsigned long long address) const {
-  const Iterator floor = items_.floor(address);
-  return floor == items_.end() ? -1 : static_cast<int>(items_.indexOf(_probed(address, floor)));
+  _settle();
+  const auto floor = items_.floor(address);
+  if (floor == items_.end()) {
+    return -1;
+  }
+  const uint64_t start = floor.start();
+  const std::size_t first = start == 0 ? 0 : items_.countUpTo(start - 1);
+  const std::size_t last = items_.countUpTo(start) - 1;
+  return static_cast<int>(_probe(items_.size(), first, last, start == address));
 }
 
-// Only among equal starts does it matter how the floor is searched for.
-RangedItemStore::Iterator RangedItemStore::_probed(unsigned long long address,
-                                                   const Iterator& floor) const {
-  const uint64_t start = floor.start();
-  if (!isSharedStart(start)) {
-    return floor;
-  }
-  const Iterator below = start == 0 ? items_.end() : items_.floor(start - 1);
-  const std::size_t first = below == items_.end() ? 0 : items_.indexOf(below) + 1;
-  const std::size_t last = items_.indexOf(floor);
-  return items_.nth(_probe(items_.size(), first, last, start == address));
+bool RangedItemStore::isSharedStart(uint64_t start) const {
+  _settle();
+  const auto floor = items_.floor(start);
+  return floor != items_.end() && floor.start() == start && floor.sharesStartBefore();
 }

@@ -110,6 +110,54 @@ INSTANTIATE_TEST_SUITE_P(Shapes, RandomStoreTest,
                                          RandomStore{4000, 4000, 2000}),
                          [](const auto& one) { return std::to_string(one.index); });
 
+// Looks that come seldom: what has gathered since is sorted, or inserted one by one.
+TEST(RangedItemStoreKeptAnswersTest, ItemsThatWaitForALookAreWhereTheyWouldBeWithoutWaiting) {
+  std::mt19937_64 random(3);
+  for (unsigned round = 0; round < 400; ++round) {
+    RangedItemStore store(true);
+    PlainStore<PlainItem> plain;
+    // Wide ones have no equal starts.
+    const uint64_t addresses = round % 2 == 0 ? 100 : 1'000'000'000;
+    RangedItem* kept = nullptr;
+    uint64_t keptAddress = 0;
+    uint32_t generation = 0;
+    for (unsigned look = 0; look < 6; ++look) {
+      for (uint64_t i = random() % 150; i > 0; --i) {
+        auto* const item = new RangedItem();
+        item->start = random() % addresses;
+        item->size = random() % (addresses / 20);
+        auto twin = std::make_unique<PlainItem>();
+        twin->start = item->start;
+        twin->size = item->size;
+        twin->key = item->key;
+        store.addRangedItem(item);
+        plain.add(std::move(twin));
+      }
+      if (kept != nullptr && generation == store.generation()) {
+        ASSERT_EQ(store.findRangedItem(keptAddress), kept);
+      }
+      for (unsigned i = 0; i < 20; ++i) {
+        const uint64_t address = random() % addresses;
+        RangedItem* const found = store.findRangedItem(address);
+        const PlainItem* const expected = plain.find(address);
+        ASSERT_EQ(found == nullptr, expected == nullptr);
+        if (found != nullptr) {
+          ASSERT_EQ(found->key, expected->key);
+          kept = store.isSharedStart(found->start) ? nullptr : found;
+          keptAddress = address;
+          generation = store.generation();
+        }
+      }
+      ASSERT_EQ(store.items().size(), plain.items.size());
+      auto item = store.items().begin();
+      for (const auto& expected : plain.items) {
+        ASSERT_EQ((*item)->key, expected->key);
+        ++item;
+      }
+    }
+  }
+}
+
 TEST(RangedItemStoreKeptAnswersTest, ItemsThatBeginInNoOtherLeaveTheGenerationAlone) {
   RangedItemStore store(true);
   const auto add = [&store](uint64_t start, uint64_t size) {

@@ -336,6 +336,19 @@ TEST(RangedItemStoreOwnershipTest, OwningStorePassesOverNullItems) {
   EXPECT_EQ(deleted, 1);
 }
 
+TEST(RangedItemStoreOwnershipTest, OwningStoreDeletesItemsThatNobodyLookedFor) {
+  int deleted = 0;
+  {
+    RangedItemStore owner(true);
+    for (const uint64_t start : {30U, 20U, 10U}) {
+      auto* const item = new CountedItem(&deleted);
+      item->start = start;
+      owner.addRangedItem(item);
+    }
+  }
+  EXPECT_EQ(deleted, 3);
+}
+
 TEST(RangedItemStoreOwnershipTest, BorrowingStoreLeavesItsItemsAlive) {
   int deleted = 0;
   const auto item = std::make_unique<CountedItem>(&deleted);

@@ -60,7 +60,7 @@ class SymbolListProcessorTest : public FreshStores {
     return all;
   }
   FunctionInfo& entry(std::size_t index) {
-    return dynamic_cast<FunctionInfo&>(*table.items().at(index));
+    return dynamic_cast<FunctionInfo&>(*table.items()[index]);
   }
   // The rows of the "files" table, every function counted as hit.
   std::string files() {
