@@ -17,9 +17,7 @@ class Singleton {
     return instance;
   }
 
- private:
-  friend class TestAccess;  // of this project's own tests
-
+ protected:
   static T*& _slot() {
     static T* instance = nullptr;
     return instance;

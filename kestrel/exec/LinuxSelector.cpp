@@ -189,7 +189,6 @@ bool LinuxSelector::_iterate(Loop& loop) {
   const int error = errno;
   lock_.lock();
 
-  ++wakeUpCount_;
   loop.rebuild = false;
   if (ready == 0) {
     return true;

@@ -37,8 +37,6 @@ class LinuxSelector final : public PortableSelector, public LinuxSelectorExt, pu
   void run() override;
 
  private:
-  friend class TestAccess;  // of this project's own tests
-
   struct Entry {
     PortableFile* file;  // owned
     Listener* listener;  // borrowed
@@ -72,8 +70,6 @@ class LinuxSelector final : public PortableSelector, public LinuxSelectorExt, pu
   std::unique_ptr<LinuxPipe> controlReadEnd_ KESTREL_GUARDED_BY(lock_);
   std::unique_ptr<LinuxPipe> controlWriteEnd_ KESTREL_GUARDED_BY(lock_);
   std::atomic<int> error_{0};  // see getError()
-  // How often select() has returned.
-  unsigned wakeUpCount_ KESTREL_GUARDED_BY(lock_) = 0;
 };
 
 }  // namespace kestrel

@@ -33,13 +33,8 @@ bool _isKnown(const LogLevel& level) {
 std::atomic<int> Logger::masterValue_{0};
 std::atomic<bool> Logger::bufferingEnabled_{true};
 
-Logger::Shared& Logger::_shared() {
-  static Shared* const shared = new Shared();
-  return *shared;
-}
-
 Logger::Logger(const std::string& name) : name_(name), level_(*LogLevel::LVL_INFO) {
-  Shared& shared = _shared();
+  LoggerShared& shared = LoggerShared::instance();
   const ScopedLock guard(shared.levelLock);
   if (!shared.defaultLevel) {
     shared.defaultLevel = *LogLevel::LVL_INFO;
@@ -53,7 +48,7 @@ Logger::Logger(const std::string& name) : name_(name), level_(*LogLevel::LVL_INF
 }
 
 Logger* Logger::getLogger(const std::string& name) {
-  Shared& shared = _shared();
+  LoggerShared& shared = LoggerShared::instance();
   const ScopedLock guard(shared.registryLock);
   std::unique_ptr<Logger>& logger = shared.loggers[name];
   if (!logger) {
@@ -65,7 +60,7 @@ Logger* Logger::getLogger(const std::string& name) {
 Logger* Logger::getLogger(const char* name) { return getLogger(std::string(name)); }
 
 void Logger::visitLoggers(LoggerVisitor& visitor) {
-  Shared& shared = _shared();
+  LoggerShared& shared = LoggerShared::instance();
   const ScopedLock guard(shared.registryLock);
   for (const auto& entry : shared.loggers) {
     visitor.visit(entry.second.get());
@@ -73,37 +68,37 @@ void Logger::visitLoggers(LoggerVisitor& visitor) {
 }
 
 LogLevel Logger::getDefaultLogLevel() {
-  Shared& shared = _shared();
+  LoggerShared& shared = LoggerShared::instance();
   const ScopedLock guard(shared.levelLock);
   return shared.defaultLevel.value_or(*LogLevel::LVL_INFO);
 }
 
 LogLevel Logger::getMasterLogLevel() {
-  Shared& shared = _shared();
+  LoggerShared& shared = LoggerShared::instance();
   const ScopedLock guard(shared.levelLock);
   return shared.masterLevel.value_or(*LogLevel::LVL_INFO);
 }
 
 void Logger::setDefaultLogLevel(const LogLevel& level) {
-  Shared& shared = _shared();
+  LoggerShared& shared = LoggerShared::instance();
   const ScopedLock guard(shared.levelLock);
   shared.defaultLevel = level;
 }
 
 void Logger::setMasterLogLevel(const LogLevel& level) {
-  Shared& shared = _shared();
+  LoggerShared& shared = LoggerShared::instance();
   const ScopedLock guard(shared.levelLock);
   shared.masterLevel = level;
   masterValue_ = level.getValue();
 }
 
 LogLevel Logger::getLevel() const {
-  const ScopedLock guard(_shared().levelLock);
+  const ScopedLock guard(LoggerShared::instance().levelLock);
   return level_;
 }
 
 void Logger::setLevel(const LogLevel& level) {
-  const ScopedLock guard(_shared().levelLock);
+  const ScopedLock guard(LoggerShared::instance().levelLock);
   level_ = level;
   levelValue_ = level.getValue();
 }
@@ -125,13 +120,13 @@ void Logger::flushAll() {
 }
 
 std::shared_ptr<LogAdapter> Logger::_adapter() {
-  Shared& shared = _shared();
+  LoggerShared& shared = LoggerShared::instance();
   const ScopedLock guard(shared.adapterLock);
   return shared.adapter;
 }
 
 void Logger::setLogAdapter(LogAdapter* adapter) {
-  Shared& shared = _shared();
+  LoggerShared& shared = LoggerShared::instance();
   std::shared_ptr<LogAdapter> replaced(adapter);
   {
     const ScopedLock guard(shared.adapterLock);

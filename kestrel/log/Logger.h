@@ -89,11 +89,7 @@ class Logger {
   void tracef(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
  private:
-  friend class TestAccess;  // of this project's own tests
-
   explicit Logger(const std::string& name);
-  struct Shared;
-  static Shared& _shared();
   static std::shared_ptr<LogAdapter> _adapter();
   void _print(const LogLevel& level, const char* message) const;  // to standard output
   static void _useAdapterConfig(const JSOM& config);

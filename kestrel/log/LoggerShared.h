@@ -15,7 +15,12 @@ namespace kestrel {
 
 // Lives until the process ends: detached threads may log while it does. Nesting: registry, then
 // levels.
-struct Logger::Shared {
+struct LoggerShared {
+  static LoggerShared& instance() {
+    static LoggerShared* const shared = new LoggerShared();
+    return *shared;
+  }
+
   RequiredLock registryLock;
   std::map<std::string, std::unique_ptr<Logger>> loggers KESTREL_GUARDED_BY(registryLock);
 

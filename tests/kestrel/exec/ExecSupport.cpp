@@ -5,10 +5,12 @@
 #include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
+#include <filesystem>
 #include <poll.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/select.h>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -78,6 +80,28 @@ std::string text(const void* address) {
 std::size_t countThreads() { return countEntries("/proc/self/task"); }
 
 std::size_t countDescriptors() { return countEntries("/proc/self/fd") - 1; }  // that of the listing
+
+std::set<int> writablePipes() {
+  std::set<int> pipes;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    const int fd = std::stoi(entry.path().filename());
+    struct stat status {};
+    if (fstat(fd, &status) == 0 && S_ISFIFO(status.st_mode) &&
+        (fcntl(fd, F_GETFL) & O_ACCMODE) == O_WRONLY) {
+      pipes.insert(fd);
+    }
+  }
+  return pipes;
+}
+
+int newPipe(const std::set<int>& before) {
+  for (const int fd : writablePipes()) {
+    if (before.count(fd) == 0) {
+      return fd;
+    }
+  }
+  return -1;
+}
 
 bool processExists(pid_t pid) { return kill(pid, 0) == 0; }
 

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <sys/resource.h>
 #include <sys/types.h>
@@ -33,6 +34,9 @@ std::string text(const void* address);
 
 std::size_t countThreads();
 std::size_t countDescriptors();
+// Descriptors of pipes' writing ends, and one that is not among those of `before`; -1 if none is.
+std::set<int> writablePipes();
+int newPipe(const std::set<int>& before);
 bool processExists(pid_t pid);
 
 // Tests again and again until it is true; false after ten seconds.

@@ -5,6 +5,7 @@
 #include <latch>
 #include <limits>
 #include <memory>
+#include <set>
 #include <string>
 #include <sys/select.h>
 #include <sys/syscall.h>
@@ -20,9 +21,9 @@
 #include "kestrel/threads/Runnable.h"
 #include "kestrel/threads/ThreadGroup.h"
 #include "tests/kestrel/exec/ExecSupport.h"
+#include "tests/kestrel/exec/SelectCount.h"
 #include "tests/kestrel/exec/SelectorSupport.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/TestAccess.h"
 
 // The loop of the selector: when it wakes up, how it ends, and several threads around it.
 namespace {
@@ -41,14 +42,14 @@ constexpr const char* LOGGER = "LinuxSelector";
 TEST(LinuxSelectorLoopTest, WithoutAnIntervalTheLoopSleepsUntilSomethingIsReady) {
   Recorder recorder;
   const WatchedPipe source;
+  const SelectCount wakeUps;
   LinuxSelector selector;
   ASSERT_TRUE(addPipe(selector, source, recorder));
-  EXPECT_TRUE(
-      eventually([&] { return kestrel::TestAccess::wakeUpCountOf(selector) == 1; }));  // the update
+  EXPECT_TRUE(eventually([&] { return wakeUps.count() == 1; }));  // the update
   std::this_thread::sleep_for(std::chrono::milliseconds(200));
-  EXPECT_EQ(kestrel::TestAccess::wakeUpCountOf(selector), 1U);
+  EXPECT_EQ(wakeUps.count(), 1U);
   source.write('a');
-  EXPECT_TRUE(eventually([&] { return kestrel::TestAccess::wakeUpCountOf(selector) == 2; }));
+  EXPECT_TRUE(eventually([&] { return wakeUps.count() == 2; }));
 }
 
 // Sets an interval and wakes the loop so that it is taken up.
@@ -63,18 +64,18 @@ void applyInterval(LinuxSelector& selector, Recorder& recorder, const WatchedPip
 TEST(LinuxSelectorLoopTest, WithAnIntervalTheLoopWakesUpAgainAndAgain) {
   Recorder recorder;
   const WatchedPipe source;
+  const SelectCount wakeUps;
   LinuxSelector selector;
   ASSERT_TRUE(addPipe(selector, source, recorder));
   applyInterval(selector, recorder, source, 0.01);
-  const unsigned before = kestrel::TestAccess::wakeUpCountOf(selector);
+  const unsigned before = wakeUps.count();
   const Stopwatch watch;
-  EXPECT_TRUE(
-      eventually([&] { return kestrel::TestAccess::wakeUpCountOf(selector) >= before + 20; }));
+  EXPECT_TRUE(eventually([&] { return wakeUps.count() >= before + 20; }));
   EXPECT_GE(watch.seconds(), 0.15);
   applyInterval(selector, recorder, source, 1.5);
-  const unsigned after = kestrel::TestAccess::wakeUpCountOf(selector);
+  const unsigned after = wakeUps.count();
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
-  EXPECT_LE(kestrel::TestAccess::wakeUpCountOf(selector), after + 1);
+  EXPECT_LE(wakeUps.count(), after + 1);
   source.write('y');  // still reacts at once
   EXPECT_TRUE(eventually([&] { return recorder.lastByte == 'y'; }));
 }
@@ -83,6 +84,7 @@ TEST(LinuxSelectorLoopTest, IntervalsThatAreNoneOrHugeDoNotDisturbTheLoop) {
   const LogCapture log(*kestrel::LogLevel::LVL_WARN);
   Recorder recorder;
   const WatchedPipe source;
+  const SelectCount wakeUps;
   LinuxSelector selector;
   ASSERT_TRUE(addPipe(selector, source, recorder));
   for (const double seconds :
@@ -90,9 +92,9 @@ TEST(LinuxSelectorLoopTest, IntervalsThatAreNoneOrHugeDoNotDisturbTheLoop) {
         std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity()}) {
     applyInterval(selector, recorder, source, seconds);
     // At most the update of addFile() and the one time-out of the interval before may still come.
-    const unsigned before = kestrel::TestAccess::wakeUpCountOf(selector);
+    const unsigned before = wakeUps.count();
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_LE(kestrel::TestAccess::wakeUpCountOf(selector), before + 2) << seconds;
+    EXPECT_LE(wakeUps.count(), before + 2) << seconds;
   }
   EXPECT_THAT(log.lines(), IsEmpty());
 }
@@ -100,13 +102,14 @@ TEST(LinuxSelectorLoopTest, IntervalsThatAreNoneOrHugeDoNotDisturbTheLoop) {
 TEST(LinuxSelectorLoopTest, ATinyIntervalDoesNotMakeTheLoopSpin) {
   Recorder recorder;
   const WatchedPipe source;
+  const SelectCount wakeUps;
   LinuxSelector selector;
   ASSERT_TRUE(addPipe(selector, source, recorder));
   applyInterval(selector, recorder, source, 1e-12);
-  const unsigned before = kestrel::TestAccess::wakeUpCountOf(selector);
+  const unsigned before = wakeUps.count();
   std::this_thread::sleep_for(std::chrono::milliseconds(200));
-  EXPECT_LE(kestrel::TestAccess::wakeUpCountOf(selector), before + 400);
-  EXPECT_GE(kestrel::TestAccess::wakeUpCountOf(selector), before + 2);
+  EXPECT_LE(wakeUps.count(), before + 400);
+  EXPECT_GE(wakeUps.count(), before + 2);
 }
 
 TEST(LinuxSelectorLoopTest, ClosingClosesEveryFile) {
@@ -131,10 +134,12 @@ TEST(LinuxSelectorLoopTest, ABrokenControlPipeEndsTheLoopAndClosingReturnsAtOnce
   const LogCapture log;
   Recorder recorder;
   const WatchedPipe source;
+  const std::set<int> before = writablePipes();
   LinuxSelector selector;
+  const int control = newPipe(before);
   ASSERT_TRUE(addPipe(selector, source, recorder));
   const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
-  ASSERT_NE(dup2(nothing, kestrel::TestAccess::controlFdOf(selector)), -1);
+  ASSERT_NE(dup2(nothing, control), -1);
   close(nothing);
   EXPECT_TRUE(eventually([&] { return recorder.closes == 1; }));
   const Stopwatch watch;
@@ -154,10 +159,11 @@ TEST(LinuxSelectorLoopTest, AnInvalidDescriptorEndsTheLoop) {
   const WatchedPipe source;
   const WatchedPipe second;
   const int secondFd = second.reader->getFd();  // the pipe is the selector's soon
+  const SelectCount wakeUps;
   LinuxSelector selector;
   ASSERT_TRUE(addPipe(selector, source, recorder));
   ASSERT_TRUE(addPipe(selector, second, other));
-  EXPECT_TRUE(eventually([&] { return kestrel::TestAccess::wakeUpCountOf(selector) >= 1; }));
+  EXPECT_TRUE(eventually([&] { return wakeUps.count() >= 1; }));
   close(secondFd);
   source.write('a');
   EXPECT_TRUE(eventually([&] { return other.closes == 1; }));
@@ -173,10 +179,12 @@ void replaceDescriptor(int fd, int target) { syscall(SYS_dup3, fd, target, O_CLO
 TEST(LinuxSelectorLoopTest, AStopThatIsLostIsWrittenAgain) {
   Recorder recorder;
   const WatchedPipe source;
+  const SelectCount wakeUps;
+  const std::set<int> before = writablePipes();
   LinuxSelector selector;
+  const int control = newPipe(before);
   ASSERT_TRUE(addPipe(selector, source, recorder));
-  ASSERT_TRUE(eventually([&] { return kestrel::TestAccess::wakeUpCountOf(selector) == 1; }));
-  const int control = kestrel::TestAccess::controlFdOf(selector);
+  ASSERT_TRUE(eventually([&] { return wakeUps.count() == 1; }));
   const int kept = fcntl(control, F_DUPFD_CLOEXEC, 0);
   const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
   replaceDescriptor(nothing, control);
@@ -206,9 +214,10 @@ TEST(LinuxSelectorLoopTest, AFullControlPipeNeitherStopsTheLoopNorItsEnd) {
   };
   Holder holder;
   const WatchedPipe source;
+  const std::set<int> before = writablePipes();
   LinuxSelector selector;
+  const int control = newPipe(before);
   ASSERT_TRUE(addPipe(selector, source, holder));
-  const int control = kestrel::TestAccess::controlFdOf(selector);
   source.write('a');
   ASSERT_TRUE(eventually([&] { return holder.entered.load(); }));
   const std::string ignored(4096, 'x');
@@ -338,7 +347,6 @@ TEST(LinuxSelectorLoopTest, SeveralThreadsAddAndCloseFiles) {
     thread.join();
   }
   EXPECT_EQ(problems, 0);
-  EXPECT_TRUE(eventually([&] { return kestrel::TestAccess::fileCountOf(selector) == 0; }));
 }
 
 TEST(LinuxSelectorLoopTest, ManySelectorsComeAndGo) {
