@@ -287,13 +287,13 @@ void Driver::_writeTables(kestrel::JsomWriter& writer) {
 bool Driver::_finishOutput() {
   input_.close();
   output_->flush();
-  bool isWritten = !output_->fail();
+  bool isWritten = true;
   if (outputName_) {
     outputFile_->close();
-    isWritten = isWritten && !outputFile_->fail();
   } else {
-    isWritten = kestrel::StandardStreams::flushOutput() && isWritten;
+    isWritten = kestrel::StandardStreams::flushOutput();
   }
+  isWritten = isWritten && !output_->fail();
   if (!isWritten) {
     log_->errorf("Cannot write %s, the document is incomplete.",
                  outputName_ ? outputName_->c_str() : "standard output");

@@ -97,9 +97,8 @@ void PortableFileProcessor::onError(PortableSelector* selector, PortableFile* fi
 void PortableFileProcessor::onClose(PortableSelector* selector, PortableFile* /*file*/) {
   const ScopedLock guard(lock_);
   if (!done_) {
-    if (error_ == NOT_AT_THE_END) {
-      const int error = selector == nullptr ? 0 : selector->getError();
-      error_ = error == 0 ? ECANCELED : error;
+    if (error_ == ECANCELED && selector != nullptr && selector->getError() != 0) {
+      error_ = selector->getError();
     }
     processor_->processEOF();
     done_ = true;
@@ -137,7 +136,7 @@ bool PortableFileProcessor::_start(PortableFile* file) {
 
 int PortableFileProcessor::getError() const {
   const ScopedLock guard(lock_);
-  return error_ == NOT_AT_THE_END ? ECANCELED : error_;
+  return error_;
 }
 
 void PortableFileProcessor::_setError(int error) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <atomic>
+#include <cerrno>
 #include <memory>
 
 #include "kestrel/exec/PortableSelector.h"
@@ -48,8 +49,6 @@ class PortableFileProcessor : public PortableSelector::Listener {
   void onClose(PortableSelector* selector, PortableFile* file) override;
 
  private:
-  static constexpr int NOT_AT_THE_END = -1;
-
   struct FreeBuffer {
     void operator()(char* buffer) const;
   };
@@ -67,7 +66,7 @@ class PortableFileProcessor : public PortableSelector::Listener {
   mutable RequiredLock lock_;  // its condition: done
   std::unique_ptr<PortableSelector> selector_ KESTREL_GUARDED_BY(lock_);
   bool done_ KESTREL_GUARDED_BY(lock_) = true;
-  int error_ KESTREL_GUARDED_BY(lock_) = NOT_AT_THE_END;  // see getError()
+  int error_ KESTREL_GUARDED_BY(lock_) = ECANCELED;  // see getError()
 };
 
 }  // namespace kestrel

@@ -97,13 +97,15 @@ class FailingCallTest : public testing::TestWithParam<const char*> {
 TEST_P(FailingCallTest, DocumentIsTheSameOrAnErrorSaysWhyNot) {
   ASSERT_EQ(program().run().status, 0);
   expected_ = document();
-  const unsigned sample = std::string(GetParam()) == "malloc" ? 41 : 7;
+  // Every reading matters to one pass or the other.
+  const std::string call = GetParam();
+  const unsigned sample = call == "malloc" ? 41 : call == "read" ? 1 : 7;
   const unsigned stride = areLongTests() ? 1 : sample;
   unsigned tried = 0;
-  for (unsigned call = 1; convertWithFailure(call); call += stride) {
+  for (unsigned at = 1; convertWithFailure(at); at += stride) {
     ++tried;
   }
-  std::cout << tried << " calls of " << GetParam() << std::endl;
+  std::cout << tried << " calls of " << call << std::endl;
   EXPECT_GT(tried, 0U);
 }
 

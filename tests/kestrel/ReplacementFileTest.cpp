@@ -1,8 +1,12 @@
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -14,6 +18,9 @@ namespace fs = std::filesystem;
 using kestrel::ReplacementFile;
 
 namespace {
+
+// What happens, once, when a file is about to be locked.
+std::function<void()> beforeLock;
 
 void put(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
 
@@ -113,9 +120,31 @@ TEST(ReplacementFileTest, RemoveAbandonedTakesWhatTheDeadLeftAndNothingElse) {
   EXPECT_TRUE(running.commit());
 }
 
+TEST(ReplacementFileTest, AFileThatIsTakenAwayBeforeItIsLockedIsMadeAgain) {
+  const TempDir temp;
+  beforeLock = [&temp] {
+    for (const auto& entry : fs::directory_iterator(temp.path())) {
+      fs::remove(entry.path());
+    }
+  };
+  ReplacementFile replacement(temp.file("list"));
+  EXPECT_EQ(beforeLock, nullptr);
+  ASSERT_TRUE(replacement.isOpen());
+  EXPECT_TRUE(fs::exists(replacement.temporaryPath()));
+  EXPECT_TRUE(replacement.commit());
+}
+
 TEST(ReplacementFileTest, RemoveAbandonedOfAMissingFolderDoesNothing) {
   const TempDir temp;
   ReplacementFile::removeAbandoned(temp.file("missing"));
 }
 
 }  // namespace
+
+// The test program's own, which stands before that of the C library.
+extern "C" int flock(int descriptor, int operation) noexcept {
+  if (const std::function<void()> act = std::exchange(beforeLock, nullptr)) {
+    act();
+  }
+  return static_cast<int>(syscall(SYS_flock, descriptor, operation));
+}

@@ -291,6 +291,13 @@ TEST_F(SymbolTableStoreTest, KnownLocationOfAnExistingTableGivesThatTable) {
   EXPECT_EQ(table, tableOf("alias"));
 }
 
+TEST_F(SymbolTableStoreTest, KnownLocationOfANameThatBeginsWithABraceCounts) {
+  SymbolTable* const table = tableOf("/lib/x.so");
+  EXPECT_NE(table, tableOf("{alias}"));
+  store().setLocation("{alias}", "/lib/x.so");
+  EXPECT_EQ(table, tableOf("{alias}"));
+}
+
 TEST_F(SymbolTableStoreTest, CreatedTableIsRegisteredWithItsPathAsItsLocation) {
   temp.write("root/lib/x.so", "");
   setList("lib/x.so", "1000 T f\n");

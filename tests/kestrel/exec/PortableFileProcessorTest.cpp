@@ -1,4 +1,5 @@
 #include <atomic>
+#include <cerrno>
 #include <fcntl.h>
 #include <memory>
 #include <mutex>
@@ -15,6 +16,7 @@
 #include "kestrel/exec/LinuxPipe.h"
 #include "kestrel/exec/PipeSignal.h"
 #include "kestrel/exec/PortableFileProcessor.h"
+#include "kestrel/exec/PortableSelector.h"
 #include "tests/kestrel/exec/ExecSupport.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempDir.h"
@@ -22,7 +24,9 @@
 namespace {
 
 using kestrel::LinuxPipe;
+using kestrel::PortableFile;
 using kestrel::PortableFileProcessor;
+using kestrel::PortableSelector;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -105,6 +109,16 @@ class ScriptedFile : public LinuxPipe {
 class FailingPipe : public LinuxPipe {
  public:
   int read(void* /*buffer*/, unsigned /*size*/) override { return FAILED; }
+};
+
+// One whose loop has ended with an error.
+class FailedSelector : public PortableSelector {
+ public:
+  bool addFile(PortableFile* /*file*/, Listener* /*listener*/) override { return false; }
+  void closeFile(PortableFile* /*file*/) override {}
+  void closeSelector() override {}
+  kestrel::PortableSelectorExt* ext() override { return nullptr; }
+  int getError() const override { return ENOMEM; }
 };
 
 TEST(PortableFileProcessorTest, PushesWhatArrivesIntoTheBlockProcessor) {
@@ -192,6 +206,17 @@ TEST(PortableFileProcessorTest, ClosingGivesTheSourceUp) {
   }
   EXPECT_EQ(collector.ends, 1);
   EXPECT_EQ(countDescriptors(), before + 1);  // the writing end
+}
+
+TEST(PortableFileProcessorTest, ASelectorThatFailsIsWhyAFileIsNotReadToItsEnd) {
+  Collector collector;
+  const Source source;
+  PortableFileProcessor processor(source.reader, &collector, 64);
+  EXPECT_EQ(processor.getError(), ECANCELED);
+  FailedSelector failed;
+  processor.onClose(&failed, nullptr);
+  EXPECT_TRUE(processor.waitTilDone(0));
+  EXPECT_EQ(processor.getError(), ENOMEM);
 }
 
 TEST(PortableFileProcessorTest, OneReadForEachReadiness) {
