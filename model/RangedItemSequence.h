@@ -44,7 +44,7 @@ class RangedItemSequence {
   void insert(uint64_t start, RangedItem* item, std::optional<std::size_t> index = std::nullopt);
 
  private:
-  static constexpr std::size_t NODE_SIZE = 64;
+  static constexpr std::size_t NODE_SIZE = 32;
   template <typename T>
   using Slots = boost::container::static_vector<T, NODE_SIZE>;
 

@@ -99,6 +99,7 @@ void RangedItemStore::_insert(uint64_t start, RangedItem* item) const {
   const auto floor = isLast ? items_.last() : items_.floor(start);
   const bool hasFloor = floor != items_.end();
   const bool isShared = hasFloor && floor.start() == start;
+  hasSharedStarts_ = hasSharedStarts_ || isShared;
   if (isShared || (hasFloor && _holds(*floor, start))) {
     ++generation_;
   }
@@ -135,6 +136,9 @@ int RangedItemStore::_findRangedItemIndex(unsigned long long address) const {
 
 bool RangedItemStore::isSharedStart(uint64_t start) const {
   _settle();
+  if (!hasSharedStarts_) {
+    return false;
+  }
   const auto floor = items_.floor(start);
   return floor != items_.end() && floor.start() == start && floor.sharesStartBefore();
 }

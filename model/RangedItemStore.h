@@ -64,5 +64,6 @@ class RangedItemStore {
   mutable RangedItemSequence items_;
   mutable std::vector<Waiting> waiting_;  // in the order of their arrival
   mutable uint32_t generation_ = 0;
+  mutable bool hasSharedStarts_ = false;
   bool ownsItems_;
 };

@@ -11,9 +11,9 @@
 
 namespace {
 
-// More than a tree of three levels holds however its nodes are filled: each has up to 64 entries.
-constexpr std::size_t FOUR_LEVELS_HALF_FULL = 32 * 32 * 64;
-constexpr std::size_t THREE_LEVELS = 64 * 64 + 200;
+// More than a tree of three levels holds however its nodes are filled: each has up to 32 entries.
+constexpr std::size_t FOUR_LEVELS_HALF_FULL = 16 * 16 * 16 * 16;
+constexpr std::size_t THREE_LEVELS = 32 * 32 * 4 + 200;
 
 class RangedItemSequenceTest : public testing::Test {
  protected:
