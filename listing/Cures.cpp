@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <string_view>
+#include <sys/stat.h>
 #include <system_error>
-#include <unordered_set>
+#include <unistd.h>
 
+#include "kestrel/FileUtils.h"
 #include "listing/RegularFile.h"
 
 namespace listing {
@@ -21,7 +24,7 @@ constexpr std::string_view DATABASE = "/var/lib/dpkg/info";
 
 // Where one and the same file is named: /lib is a link to /usr/lib since some release, and lists
 // have either.
-std::string _withoutUsr(const std::string& path) {
+std::string_view _withoutUsr(std::string_view path) {
   return path.starts_with("/usr/") ? path.substr(4) : path;
 }
 
@@ -32,14 +35,68 @@ Cures::Cures(const Options& options)
                 ? ""
                 : options.sysroots.front()) {}
 
-void Cures::prepare(const std::vector<std::string>& paths) {
-  std::unordered_set<std::string> wanted;
+void Cures::prepare(const std::vector<std::string>& paths, ListCache& cache) {
+  Paths wanted;
   for (const std::string& path : paths) {
-    wanted.insert(_withoutUsr(path));
+    wanted.emplace(_withoutUsr(path));
   }
   if (wanted.empty()) {
     return;
   }
+  const std::string source = _sourceOf(wanted);
+  if (!_takeKept(cache, source)) {
+    _search(wanted);
+    _keep(cache, source);
+  }
+}
+
+// Each installation puts new lists into the database's folder. Empty where there is none.
+std::string Cures::_sourceOf(const Paths& wanted) const {
+  struct stat status;
+  if (::stat((root_ + std::string(DATABASE)).c_str(), &status) != 0) {
+    return {};
+  }
+  std::string source = "packages\n" + root_ + '\n' + std::to_string(status.st_ino) + ' ' +
+                       std::to_string(status.st_mtim.tv_sec) + ' ' +
+                       std::to_string(status.st_mtim.tv_nsec) + '\n';
+  for (const std::string& path : wanted) {
+    source += path + '\n';
+  }
+  return source;
+}
+
+// A line each: path, tab, package.
+bool Cures::_takeKept(ListCache& cache, const std::string& source) {
+  const auto entry = source.empty() ? std::nullopt : cache.find(source);
+  const auto file = entry ? RegularFile::open(entry->list) : std::nullopt;
+  if (!file) {
+    return false;
+  }
+  const std::string text = file->readText(MAX_LIST);
+  std::string_view left = text;
+  for (std::size_t end = 0; (end = left.find('\n')) != std::string_view::npos;
+       left.remove_prefix(end + 1)) {
+    const std::size_t tab = left.substr(0, end).rfind('\t');
+    if (tab != std::string_view::npos) {
+      packages_.try_emplace(std::string(left.substr(0, tab)), left.substr(tab + 1, end - tab - 1));
+    }
+  }
+  return true;
+}
+
+void Cures::_keep(ListCache& cache, const std::string& source) const {
+  const std::string path = source.empty() ? "" : cache.temporaryPath();
+  std::string text;
+  for (const auto& [file, package] : packages_) {
+    text += file + '\t' + package + '\n';
+  }
+  if (!path.empty() && kestrel::FileUtils::writeFile(path, text)) {
+    cache.store(source, {Outcome::Named, root_ + std::string(DATABASE), path});
+    ::unlink(path.c_str());
+  }
+}
+
+void Cures::_search(const Paths& wanted) {
   std::error_code error;
   for (const fs::directory_entry& entry :
        fs::directory_iterator(root_ + std::string(DATABASE), error)) {
@@ -47,25 +104,27 @@ void Cures::prepare(const std::vector<std::string>& paths) {
       continue;
     }
     const std::optional<RegularFile> file = RegularFile::open(entry.path().native());
-    const std::string text = file ? file->readText(MAX_LIST) : std::string();
-    std::string package = entry.path().stem().native();
-    package = package.substr(0, package.find(':'));
-    for (std::size_t at = 0; at < text.size();) {
-      const std::size_t end = std::min(text.find('\n', at), text.size());
-      std::string path = text.substr(at, end - at);
-      at = end + 1;
-      // Links to a library stand in packages of their own (-dev); the file itself has this name in
-      // one only.
-      const auto found = wanted.find(_withoutUsr(path));
-      if (found != wanted.end()) {
-        packages_.try_emplace(*found, package);
-      }
+    const std::string package = entry.path().stem().native();
+    _searchPackage(file ? file->readText(MAX_LIST) : std::string(),
+                   package.substr(0, package.find(':')), wanted);
+  }
+}
+
+// Links to a library stand in packages of their own (-dev); the file itself has this name in one
+// only.
+void Cures::_searchPackage(std::string_view list, const std::string& package, const Paths& wanted) {
+  while (!list.empty()) {
+    const std::size_t end = std::min(list.find('\n'), list.size());
+    const auto found = wanted.find(_withoutUsr(list.substr(0, end)));
+    list.remove_prefix(std::min(end + 1, list.size()));
+    if (found != wanted.end()) {
+      packages_.try_emplace(*found, package);
     }
   }
 }
 
 std::string Cures::_debugPackageOf(const std::string& path) const {
-  const auto package = packages_.find(_withoutUsr(path));
+  const auto package = packages_.find(std::string(_withoutUsr(path)));
   if (package == packages_.end()) {
     return {};
   }

@@ -15,6 +15,7 @@
 #include "listing/Kallsyms.h"
 #include "listing/KernelSources.h"
 #include "listing/ListText.h"
+#include "listing/OwnKernelList.h"
 #include "listing/PerfMap.h"
 #include "listing/RegularFile.h"
 #include "listing/SymbolRanges.h"
@@ -42,13 +43,20 @@ class KernelListing {
         workDir_(workDir),
         demangler_(
             Demangler::Style::Off),  // as perf: C++ and Rust in a kernel are shown as they are
-        source_(findKernelSource(kernel, options)) {}
+        ownList_(kernel, options, OwnKernelList::Places()),
+        source_(findKernelSource(kernel, options, [this] { return _takeKept(); })) {}
 
   KernelResult list() {
     result_.source = source_.path;
     result_.searched = source_.searched;
     if (source_.kind == KernelSource::Kind::Kallsyms) {
       _listKallsyms();
+      if (source_.isRunning && result_.outcome == Outcome::Named) {
+        ownList_.keep(result_.list);
+      }
+    } else if (source_.kind == KernelSource::Kind::Kept) {
+      result_.outcome = Outcome::Named;
+      result_.list = _corePath();
     } else if (source_.kind == KernelSource::Kind::Vmlinux) {
       _listVmlinux();
     } else {
@@ -63,6 +71,14 @@ class KernelListing {
   }
 
  private:
+  std::string _corePath() const { return workDir_ + "/kernel.list"; }
+
+  // Modules are listed from the same text, so that it is needed.
+  bool _takeKept() {
+    ::unlink(_corePath().c_str());
+    return kernel_.modules.empty() && ownList_.take(_corePath());
+  }
+
   // What is to be added to addresses of the source, modulo 2^64.
   std::uint64_t _move(const std::optional<std::uint64_t>& reference) const {
     return reference && kernel_.referenceAddress != 0 ? kernel_.referenceAddress - *reference : 0;
@@ -169,25 +185,26 @@ class KernelListing {
       return;
     }
     ListText list;
-    list.add(result_.start, FIRST_NAME);
-    std::uint64_t last = result_.start;
+    list.add(start_, FIRST_NAME);
+    std::uint64_t last = start_;
     forEachRange(core.symbols, [&](const Range& range) {
       const std::string_view name =
           range.symbol == Range::NONE ? ListText::UNKNOWN_NAME : core.symbols[range.symbol].name;
-      if (range.start <= result_.start && name == FIRST_NAME) {
+      if (range.start <= start_ && name == FIRST_NAME) {
         return;
       }
       // Another name of the first address has all bytes but that one.
-      const std::uint64_t start = std::max(range.start, result_.start + 1);
-      if (start > last && start < result_.end - 1) {
+      const std::uint64_t start = std::max(range.start, start_ + 1);
+      if (start > last && start < end_ - 1) {
         list.add(start, name);
         last = start;
       }
     });
-    if (last < result_.end - 1) {
-      list.addUnknown(result_.end - 1);
+    if (last < end_ - 1) {
+      list.addUnknown(end_ - 1);
     }
-    const std::string path = workDir_ + "/kernel.list";
+    const std::string path = _corePath();
+    ::unlink(path.c_str());  // which may be a link into the cache
     result_.outcome = Outcome::Failed;
     if (kestrel::FileUtils::writeFile(path, list.text())) {
       result_.outcome = Outcome::Named;
@@ -197,20 +214,19 @@ class KernelListing {
 
   // The recorded range, cut to what is the kernel's: old recorders give all of the address space.
   bool _chooseRange(CoreSymbols& core) {
-    result_.start = kernel_.start != 0 ? kernel_.start : core.textStart.value_or(0);
-    result_.end = kernel_.end;
+    start_ = kernel_.start != 0 ? kernel_.start : core.textStart.value_or(0);
+    end_ = kernel_.end;
     constexpr std::uint64_t MAX_KERNEL = std::uint64_t{1} << 30;  // from its first byte to its last
-    if (result_.end <= result_.start || result_.end - result_.start > MAX_KERNEL) {
-      result_.end =
-          core.textEnd.value_or(std::min(result_.start, UINT64_MAX - MAX_KERNEL) + MAX_KERNEL);
+    if (end_ <= start_ || end_ - start_ > MAX_KERNEL) {
+      end_ = core.textEnd.value_or(std::min(start_, UINT64_MAX - MAX_KERNEL) + MAX_KERNEL);
     }
-    if (core.textStart && result_.start < *core.textStart && *core.textStart < result_.end) {
-      result_.start = *core.textStart;
+    if (core.textStart && start_ < *core.textStart && *core.textStart < end_) {
+      start_ = *core.textStart;
     }
     std::erase_if(core.symbols, [this](const Symbol& symbol) {
-      return symbol.start < result_.start || symbol.start >= result_.end;
+      return symbol.start < start_ || symbol.start >= end_;
     });
-    return !core.symbols.empty() && result_.start != 0 && result_.end > result_.start + 1;
+    return !core.symbols.empty() && start_ != 0 && end_ > start_ + 1;
   }
 
   // Modules that no list has: from their files, which tell where functions are in .text; that is
@@ -293,7 +309,10 @@ class KernelListing {
   const Options& options_;
   const std::string& workDir_;
   Demangler demangler_;
+  OwnKernelList ownList_;
   KernelSource source_;
+  std::uint64_t start_ = 0;  // what the core's list tells of: [start_, end_)
+  std::uint64_t end_ = 0;
   KernelResult result_;
 };
 

@@ -53,8 +53,6 @@ struct KernelResult {
   std::string cure;
   std::string list;  // the core kernel only: `_text` at `start` first, the last line below `end`;
                      // may be empty
-  std::uint64_t start = 0;
-  std::uint64_t end = 0;
   std::vector<std::string> searched;
   std::map<std::string, std::string>
       moduleLists;  // by name of the module; KSYMBOLS: of all `ksymbols`

@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::size_t MAX_LIST = std::size_t{256} << 20;
 constexpr std::size_t MAX_NOTES = 1 << 16;
+constexpr char OWN_LIST[] = "/proc/kallsyms";
 
 bool _isBigEndianHere() {
   const std::uint16_t one = 1;
@@ -29,8 +30,11 @@ BuildId _runningBuildId() {
 
 class SourceSearch {
  public:
-  SourceSearch(const Kernel& kernel, const Options& options)
-      : kernel_(kernel), options_(options), copies_(options.effectivePerfBuildIdDir()) {}
+  SourceSearch(const Kernel& kernel, const Options& options, const std::function<bool()>& takeKept)
+      : kernel_(kernel),
+        options_(options),
+        takeKept_(takeKept),
+        copies_(options.effectivePerfBuildIdDir()) {}
 
   KernelSource find() {
     if (!options_.kallsyms.empty()) {
@@ -118,7 +122,14 @@ class SourceSearch {
       source_.searched.emplace_back("/proc/kallsyms (another kernel's)");
       return false;
     }
-    source_.isRunning = _tryKallsyms("/proc/kallsyms");
+    if (takeKept_()) {
+      source_.searched.emplace_back(OWN_LIST);
+      source_.kind = KernelSource::Kind::Kept;
+      source_.path = OWN_LIST;
+      source_.isRunning = true;
+    } else {
+      source_.isRunning = _tryKallsyms(OWN_LIST);
+    }
     return source_.isRunning;
   }
 
@@ -129,14 +140,16 @@ class SourceSearch {
 
   const Kernel& kernel_;
   const Options& options_;
+  const std::function<bool()>& takeKept_;
   std::string copies_;
   KernelSource source_;
 };
 
 }  // namespace
 
-KernelSource findKernelSource(const Kernel& kernel, const Options& options) {
-  return SourceSearch(kernel, options).find();
+KernelSource findKernelSource(const Kernel& kernel, const Options& options,
+                              const std::function<bool()>& takeKept) {
+  return SourceSearch(kernel, options, takeKept).find();
 }
 
 // Lines of name, size, users, dependents, state and address.

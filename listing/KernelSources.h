@@ -1,6 +1,7 @@
 // Where the names of a recorded kernel are.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -9,7 +10,7 @@
 namespace listing {
 
 struct KernelSource {
-  enum class Kind { None, Kallsyms, Vmlinux };
+  enum class Kind { None, Kallsyms, Vmlinux, Kept };
   Kind kind = Kind::None;
   std::string path;
   std::string text;           // Kallsyms: its content
@@ -19,7 +20,10 @@ struct KernelSource {
   std::vector<std::string> searched;
 };
 
-KernelSource findKernelSource(const Kernel& kernel, const Options& options);
+// `takeKept` is asked once this machine's own list is what is wanted: true (Kept) if what would be
+// made of it is at hand. It is then not read.
+KernelSource findKernelSource(const Kernel& kernel, const Options& options,
+                              const std::function<bool()>& takeKept);
 
 // Where this machine's kernel has a module now, by its name in brackets; 0: not loaded, or hidden.
 std::uint64_t runningModuleStart(const std::string& name);

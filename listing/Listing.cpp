@@ -304,7 +304,7 @@ class ListingRun {
         stripped.push_back(files_[i].name);
       }
     }
-    cures.prepare(stripped);
+    cures.prepare(stripped, cache_);
     for (std::size_t i = 0; i < files_.size(); ++i) {
       results_[i].cure = cures.of(files_[i], results_[i]);
     }

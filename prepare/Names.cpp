@@ -126,15 +126,13 @@ void Names::_listKernel() {
   if (!recording_.folder().empty()) {
     kernel.kallsymsBeside = recording_.folder() + "/kcore_dir/kallsyms";
   }
-  bool hasModules = false;
   preparation_.processes().kernelCode().maps.forEach([&](const recordings::Mapping& mapping) {
-    if (mapping.file->kind == MappedFile::Kind::MODULE) {
-      hasModules = hasModules || byFile_.contains(mapping.file);
+    if (mapping.file->kind == MappedFile::Kind::MODULE && byFile_.contains(mapping.file)) {
       kernel.modules.push_back({mapping.file->name, mapping.file->path, mapping.start, mapping.end,
                                 recorded_.buildIdOf(*mapping.file)});
     }
   });
-  if (kernelHits_ > 0 || hasModules) {
+  if (kernelHits_ > 0 || !kernel.modules.empty()) {
     kernel_ = listing::listKernel(kernel, options_, converter_.listFolder());
     if (hasKernelList()) {
       kernelListPath_ = converter_.addKernelList(kernel_.list);

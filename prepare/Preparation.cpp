@@ -134,6 +134,7 @@ Preparation::Task& Preparation::_taskOf(const recordings::Sample& sample) {
             sample.tid,
             writtenTid,
             &processes_.process(sample.pid),
+            &processes_.thread(sample.tid),
             &threads_[writtenTid],
             &plainProcesses_[sample.pid]};
   }
@@ -173,13 +174,19 @@ void Preparation::_countName(Task& task) {
   SampledThread& thread = *task.thread;
   ++thread.samples;
   ++thread.newSamples;
-  thread.rename(processes_.nameOf(task.tid));
+  thread.rename(task.recorded->name);
   ++thread.underName;
 }
 
 bool Preparation::_isInKernel(std::uint64_t address) const {
   const recordings::KernelImage& kernel = processes_.kernel();
   return address >= kernel.start && address < kernel.farthestEnd;
+}
+
+// Has the processor fetch what is remembered of an address of the process, which is looked up soon.
+void Preparation::_fetch(const Task& task, std::uint64_t address) const {
+  __builtin_prefetch(
+      &remembered_[slotOf(task.process->version, address >> PAGE_BITS) % REMEMBERED]);
 }
 
 // The piece that holds an address outside the kernel itself; null if no map does.
@@ -191,24 +198,24 @@ Piece* Preparation::_findPiece(Task& task, Mode mode, std::uint64_t address) {
   return _findPieceIn(task, owner.maps, owner.version, address);
 }
 
-Piece* Preparation::_findPieceIn(Task& task, const recordings::AddressSpace& maps,
-                                 std::uint64_t version, std::uint64_t address) {
+inline Piece* Preparation::_findPieceIn(Task& task, const recordings::AddressSpace& maps,
+                                        std::uint64_t version, std::uint64_t address) {
   const std::uint64_t page = address >> PAGE_BITS;
   Remembered& known = remembered_[slotOf(version, page) % REMEMBERED];
   if (known.version == version && known.page == page && known.plain == task.plain &&
-      (known.piece == nullptr || known.piece->holds(address))) {
+      (known.piece == nullptr || known.piece->holds(address))) [[likely]] {
     if (known.piece != nullptr) {
       known.piece->hit(address);
     }
     return known.piece;
   }
-  Piece* const piece = _lookUp(task, maps, address);
-  known = {version, task.plain, page, piece};
-  return piece;
+  known = {version, task.plain, page, _lookUp(task, maps, address)};
+  return known.piece;
 }
 
-Piece* Preparation::_lookUp(Task& task, const recordings::AddressSpace& maps,
-                            std::uint64_t address) {
+// Apart, so that what is done for each address stays short.
+[[gnu::noinline]] Piece* Preparation::_lookUp(Task& task, const recordings::AddressSpace& maps,
+                                              std::uint64_t address) {
   const recordings::Mapping* const mapping = maps.find(address);
   if (mapping == nullptr) {
     return nullptr;
@@ -246,6 +253,26 @@ std::uint64_t Preparation::_placeSampled(Task& task, Mode mode, std::uint64_t ad
   return address + piece->shift;
 }
 
+// A caller in a piece, or in none.
+inline void Preparation::_addPlaced(ModeCounts& counts, Piece* piece, std::uint64_t address) {
+  ++counts.all;
+  if (piece != nullptr) {
+    ++counts.mapped;
+    ++piece->callers;
+    if (areCallersCounted_) {
+      callerAddresses_.add(piece->file->index, address - piece->base);
+    }
+    frames_.push_back(address + piece->shift);
+  } else if (settings_.keepUnknown) {
+    frames_.push_back(address);
+  }
+}
+
+inline void Preparation::_addUserCaller(Task& task, const recordings::AddressSpace& maps,
+                                        std::uint64_t version, std::uint64_t address) {
+  _addPlaced(counts_.userCallers, _findPieceIn(task, maps, version, address), address);
+}
+
 void Preparation::_addCaller(Task& task, Mode mode, std::uint64_t address) {
   if (mode == Mode::USER) {
     _addUserCaller(task, task.process->maps, task.process->version, address);
@@ -264,26 +291,6 @@ void Preparation::_addCaller(Task& task, Mode mode, std::uint64_t address) {
   _addPlaced(counts_.kernelCallers, _findPiece(task, mode, address), address);
 }
 
-void Preparation::_addUserCaller(Task& task, const recordings::AddressSpace& maps,
-                                 std::uint64_t version, std::uint64_t address) {
-  _addPlaced(counts_.userCallers, _findPieceIn(task, maps, version, address), address);
-}
-
-// A caller in a piece, or in none.
-void Preparation::_addPlaced(ModeCounts& counts, Piece* piece, std::uint64_t address) {
-  ++counts.all;
-  if (piece != nullptr) {
-    ++counts.mapped;
-    ++piece->callers;
-    if (areCallersCounted_) {
-      callerAddresses_.add(piece->file->index, address - piece->base);
-    }
-    frames_.push_back(address + piece->shift);
-  } else if (settings_.keepUnknown) {
-    frames_.push_back(address);
-  }
-}
-
 // The words of a chain after each mark begin with the interrupted address itself; in the part that
 // was sampled, that is the sample's own and stands in front already.
 void Preparation::_addCallers(Task& task, Mode sampled, std::uint32_t event,
@@ -293,8 +300,15 @@ void Preparation::_addCallers(Task& task, Mode sampled, std::uint32_t event,
   const bool hasBranches =
       sample.branches.size() > 0 &&
       (recording_.layout(event).attribute().branchSampleType & abi::BRANCH_CALL_STACK) != 0;
-  for (std::size_t i = 0; i < sample.chainLength(); ++i) {
+  const std::size_t length = sample.chainLength();
+  for (std::size_t i = 0; i < std::min(length, FETCHED_AHEAD); ++i) {
+    _fetch(task, sample.chainWord(i));
+  }
+  for (std::size_t i = 0; i < length; ++i) {
     const std::uint64_t word = sample.chainWord(i);
+    if (i + FETCHED_AHEAD < length) {
+      _fetch(task, sample.chainWord(i + FETCHED_AHEAD));
+    }
     if (word >= abi::CONTEXT_FIRST) {
       mode = word == abi::CONTEXT_KERNEL ? Mode::KERNEL
              : word == abi::CONTEXT_USER ? Mode::USER
@@ -405,6 +419,8 @@ void Preparation::_finishWaiting() {
 
 void Preparation::finish() {
   _finishWaiting();
+  sampledAddresses_.finish();
+  callerAddresses_.finish();
   plainProcesses_.forEachInHand([this](std::uint32_t pid, PlainProcess& process) {
     process.name = processes_.nameOf(pid).empty() ? process.name : processes_.nameOf(pid);
   });

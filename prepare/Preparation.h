@@ -98,6 +98,7 @@ class Preparation : public recordings::RecordVisitor {
     std::uint32_t tid = 0;
     std::uint32_t writtenTid = 0;
     recordings::Process* process = nullptr;
+    const recordings::Thread* recorded = nullptr;
     SampledThread* thread = nullptr;
     PlainProcess* plain = nullptr;
   };
@@ -121,6 +122,7 @@ class Preparation : public recordings::RecordVisitor {
   static constexpr std::size_t TASKS = 1024;
   static constexpr std::uint32_t FIRST_SUBSTITUTE = 0x80000000;
   static constexpr std::size_t REMEMBERED = 8192;
+  static constexpr std::size_t FETCHED_AHEAD = 4;  // addresses of a chain
 
   Task& _taskOf(const recordings::Sample& sample);
   std::uint32_t _writtenTid(std::uint32_t pid, std::uint32_t tid);
@@ -130,6 +132,7 @@ class Preparation : public recordings::RecordVisitor {
   bool _isInKernel(std::uint64_t address) const;
   void _assumeKernel();
   void _reserve();
+  void _fetch(const Task& task, std::uint64_t address) const;
   Piece* _findPiece(Task& task, Mode mode, std::uint64_t address);
   Piece* _findPieceIn(Task& task, const recordings::AddressSpace& maps, std::uint64_t version,
                       std::uint64_t address);

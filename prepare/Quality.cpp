@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <memory>
 #include <sstream>
+#include <unordered_map>
 
 #include "kestrel/json/JsomWriter.h"
 #include "prepare/NamedRanges.h"
@@ -249,25 +251,26 @@ Quality::Quality(const recordings::Recording& recording, const recordings::WalkC
 }
 
 void Quality::_countNames() {
-  std::map<std::uint32_t, const HitFile*> hitOf;
+  struct Known {
+    const HitFile* hit = nullptr;  // null: the kernel itself, or nothing is known
+    std::string list;
+    bool isUser = false;
+    std::unique_ptr<NamedRanges> ranges;
+    FileCounts* samples = nullptr;
+  };
+  std::unordered_map<std::uint32_t, Known> files;
   for (const HitFile& hit : names_.files()) {
-    hitOf[hit.file->index] = &hit;
+    files[hit.file->index] = {&hit, hit.listPath,
+                              hit.file->kind != MappedFile::Kind::MODULE &&
+                                  hit.file->kind != MappedFile::Kind::KERNEL_CODE,
+                              nullptr, nullptr};
   }
-  std::map<std::uint32_t, NamedRanges> ranges;
-  const auto isNamed = [&](std::uint32_t file, std::uint64_t offset) {
-    const auto hit = hitOf.find(file);
-    const bool isKernel = file == Preparation::KERNEL_INDEX;
-    if (!isKernel && hit == hitOf.end()) {
-      return false;
+  files[Preparation::KERNEL_INDEX].list = names_.kernelListPath();
+  const auto isNamed = [&](Known& known, std::uint64_t offset) {
+    if (known.ranges == nullptr) {
+      known.ranges = std::make_unique<NamedRanges>(known.list);
     }
-    auto known = ranges.find(file);
-    if (known == ranges.end()) {
-      known = ranges
-                  .emplace(file,
-                           NamedRanges(isKernel ? names_.kernelListPath() : hit->second->listPath))
-                  .first;
-    }
-    return known->second.holds(isKernel ? offset : hit->second->listedAddress(offset));
+    return known.ranges->holds(known.hit == nullptr ? offset : known.hit->listedAddress(offset));
   };
   struct Tally {
     FileCounts user, kernel;
@@ -275,18 +278,15 @@ void Quality::_countNames() {
   const auto tally = [&](const AddressCounts& counts, bool areSamples) {
     Tally sum;
     counts.forEach([&](std::uint32_t file, std::uint64_t offset, std::uint32_t count) {
-      const auto hit = hitOf.find(file);
-      const bool isUser = hit != hitOf.end() &&
-                          hit->second->file->kind != MappedFile::Kind::MODULE &&
-                          hit->second->file->kind != MappedFile::Kind::KERNEL_CODE;
-      FileCounts& mode = isUser ? sum.user : sum.kernel;
-      const std::uint64_t named = isNamed(file, offset) ? count : 0;
+      Known& known = files[file];
+      FileCounts& mode = known.isUser ? sum.user : sum.kernel;
+      const std::uint64_t named = isNamed(known, offset) ? count : 0;
       mode.all += count;
       mode.named += named;
       if (areSamples) {
-        FileCounts& ofFile = samplesOfFile_[file];
-        ofFile.all += count;
-        ofFile.named += named;
+        known.samples = known.samples == nullptr ? &samplesOfFile_[file] : known.samples;
+        known.samples->all += count;
+        known.samples->named += named;
       }
     });
     return sum;

@@ -100,10 +100,8 @@ int main(int argc, char** argv) {
   }
   if (!kernel.empty()) {
     const listing::KernelResult result = listing::listKernel(_kernelOf(kernel), options, argv[1]);
-    std::printf("%d\t%s\t%s\t%llx-%llx\t%s\n", static_cast<int>(result.outcome),
-                result.list.c_str(), result.source.c_str(),
-                static_cast<unsigned long long>(result.start),
-                static_cast<unsigned long long>(result.end), result.cure.c_str());
+    std::printf("%d\t%s\t%s\t%s\n", static_cast<int>(result.outcome), result.list.c_str(),
+                result.source.c_str(), result.cure.c_str());
   }
   return 0;
 }
