@@ -7,6 +7,7 @@
 
 #include "listing/ListText.h"
 #include "listing/Listing.h"
+#include "prepare/TouchedLines.h"
 
 namespace prepare {
 
@@ -83,10 +84,45 @@ void Names::find(const std::function<void(std::size_t, std::size_t)>& progress) 
     owners[i]->listing = std::move(results[i]);
     if (!owners[i]->listing.list.empty()) {
       owners[i]->listPath = owners[i]->listing.list;
-      converter_.addList(owners[i]->writtenName, owners[i]->listPath);
+    }
+  }
+  _shortenLists();
+  for (HitFile* const owner : owners) {
+    if (!owner->listPath.empty()) {
+      converter_.addList(owner->writtenName, owner->listPath);
     }
   }
   _listKernel();
+}
+
+// To the functions that were hit: a converter that reads all of a compiler takes longer for that
+// than for the samples.
+void Names::_shortenLists() const {
+  const TouchedCode& touched = preparation_.touchedCode();
+  if (touched.isEverything()) {
+    return;
+  }
+  const auto granules = touched.granules();
+  std::map<std::string, std::vector<std::pair<std::uint64_t, std::uint64_t>>> rangesOfLists;
+  for (const HitFile& hit : files_) {
+    const auto place = granules.find(hit.file->index);
+    if (hit.listPath.empty() || place == granules.end()) {
+      continue;
+    }
+    auto& ranges = rangesOfLists[hit.listPath];
+    for (const std::uint64_t granule : place->second) {
+      // Where two segments meet, both ends count.
+      constexpr std::uint64_t MORE = TouchedCode::GRANULE - 1;
+      const std::uint64_t first = hit.listedAddress(granule);
+      const std::uint64_t last = hit.listedAddress(granule + MORE);
+      ranges.emplace_back(first, first + std::min(MORE, ~first));
+      ranges.emplace_back(last - std::min(last, MORE), last);
+    }
+  }
+  for (auto& [list, ranges] : rangesOfLists) {
+    std::sort(ranges.begin(), ranges.end());
+    keepTouchedLines(list, ranges);
+  }
 }
 
 // Which files were hit, and how often.

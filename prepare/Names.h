@@ -52,6 +52,7 @@ class Names {
  private:
   void _collect();
   void _addFile(const Piece& piece);
+  void _shortenLists() const;
   void _listKernel();
   void _listKernelCode(HitFile& file);
   void _writeMaps(PlainRecording& output) const;

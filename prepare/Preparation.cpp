@@ -11,6 +11,7 @@ namespace abi = recordings::abi;
 namespace {
 
 constexpr unsigned PAGE_BITS = 12;
+static_assert(TouchedCode::STRETCH == 1 << PAGE_BITS);
 // What no map holds is shown in stretches of this size, less what is known on either side.
 constexpr std::uint64_t UNKNOWN_SIZE = 0x10000;
 constexpr std::uint64_t HIGHEST_ADDRESS = ~std::uint64_t{0} - 1;
@@ -106,7 +107,9 @@ void Preparation::_forgetLongGone() {
   _finishWaiting();
   processes_.forgetLongGone([this](std::uint32_t tid) { _setAside(tid); });
   tasks_.fill({});
-  std::fill(remembered_.begin(), remembered_.end(), Remembered());
+  for (Remembered& known : remembered_) {
+    _forget(known);
+  }
 }
 
 // Not where writing it down would cost more than its samples did.
@@ -206,23 +209,38 @@ inline Piece* Preparation::_findPieceIn(Task& task, const recordings::AddressSpa
       (known.piece == nullptr || known.piece->holds(address))) [[likely]] {
     if (known.piece != nullptr) {
       known.piece->hit(address);
+      known.touched |= TouchedCode::bitOf(address, page << PAGE_BITS);
     }
     return known.piece;
   }
-  known = {version, task.plain, page, _lookUp(task, maps, address)};
-  return known.piece;
+  return _lookUp(task, maps, version, address);
 }
 
 // Apart, so that what is done for each address stays short.
 [[gnu::noinline]] Piece* Preparation::_lookUp(Task& task, const recordings::AddressSpace& maps,
-                                              std::uint64_t address) {
-  const recordings::Mapping* const mapping = maps.find(address);
-  if (mapping == nullptr) {
-    return nullptr;
+                                              std::uint64_t version, std::uint64_t address) {
+  const std::uint64_t page = address >> PAGE_BITS;
+  Remembered& known = remembered_[slotOf(version, page) % REMEMBERED];
+  _forget(known);
+  known.version = version;
+  known.plain = task.plain;
+  known.page = page;
+  if (const recordings::Mapping* const mapping = maps.find(address)) {
+    Piece& piece = task.plain->placement.place(*mapping, address, rules_);
+    piece.hit(address);
+    known.piece = &piece;
+    known.file = piece.file->index;
+    known.pageInFile = (page << PAGE_BITS) - piece.base;
+    known.touched = TouchedCode::bitOf(address, page << PAGE_BITS);
   }
-  Piece& piece = task.plain->placement.place(*mapping, address, rules_);
-  piece.hit(address);
-  return &piece;
+  return known.piece;
+}
+
+void Preparation::_forget(Remembered& known) {
+  if (known.touched != 0) {
+    touchedCode_.add(known.file, known.pageInFile, known.touched);
+  }
+  known = Remembered();
 }
 
 // A sampled address: as it stands in the plain recording. The highest of all means to the converter
@@ -421,6 +439,9 @@ void Preparation::finish() {
   _finishWaiting();
   sampledAddresses_.finish();
   callerAddresses_.finish();
+  for (Remembered& known : remembered_) {
+    _forget(known);
+  }
   plainProcesses_.forEachInHand([this](std::uint32_t pid, PlainProcess& process) {
     process.name = processes_.nameOf(pid).empty() ? process.name : processes_.nameOf(pid);
   });

@@ -20,6 +20,7 @@
 #include "prepare/RunTimeCode.h"
 #include "prepare/ShelvedTable.h"
 #include "prepare/StackDumps.h"
+#include "prepare/TouchedCode.h"
 #include "recordings/Processes.h"
 #include "recordings/Recording.h"
 
@@ -87,6 +88,8 @@ class Preparation : public recordings::RecordVisitor {
   // (KERNEL_INDEX: the kernel itself) and address in that file, as recorded (offsets for files).
   const AddressCounts& sampledAddresses() const { return sampledAddresses_; }
   const AddressCounts& callerAddresses() const { return callerAddresses_; }
+  // By the numbers of the files; without the kernel itself. Complete after finish().
+  const TouchedCode& touchedCode() const { return touchedCode_; }
   static constexpr std::uint32_t KERNEL_INDEX = 0x7fffffff;
   static constexpr std::uint64_t CALLERS_COUNTED_EVERY = 8;
 
@@ -102,12 +105,16 @@ class Preparation : public recordings::RecordVisitor {
     SampledThread* thread = nullptr;
     PlainProcess* plain = nullptr;
   };
-  // Where an address was last found to be.
-  struct Remembered {
+  // Where the addresses of a page were last found to be, and which were; one line of the
+  // processor's cache.
+  struct alignas(64) Remembered {
     std::uint64_t version = 0;  // of the maps it was looked up in
     const PlainProcess* plain = nullptr;
     std::uint64_t page = 0;
     Piece* piece = nullptr;  // null: in no map
+    std::uint32_t file = 0;  // that piece's, and where in it the page begins
+    std::uint64_t pageInFile = 0;
+    std::uint64_t touched = 0;  // not yet in touchedCode_: a word of it
   };
   // A sample that waits for its chain, or behind one that does.
   struct Waiting {
@@ -136,7 +143,9 @@ class Preparation : public recordings::RecordVisitor {
   Piece* _findPiece(Task& task, Mode mode, std::uint64_t address);
   Piece* _findPieceIn(Task& task, const recordings::AddressSpace& maps, std::uint64_t version,
                       std::uint64_t address);
-  Piece* _lookUp(Task& task, const recordings::AddressSpace& maps, std::uint64_t address);
+  Piece* _lookUp(Task& task, const recordings::AddressSpace& maps, std::uint64_t version,
+                 std::uint64_t address);
+  void _forget(Remembered& known);
   std::uint64_t _placeSampled(Task& task, Mode mode, std::uint64_t address);
   void _addCaller(Task& task, Mode mode, std::uint64_t address);
   void _addUserCaller(Task& task, const recordings::AddressSpace& maps, std::uint64_t version,
@@ -162,6 +171,7 @@ class Preparation : public recordings::RecordVisitor {
   PreparationCounts counts_;
   AddressCounts sampledAddresses_;
   AddressCounts callerAddresses_;
+  TouchedCode touchedCode_;
   bool isKernelSettled_ = false;
   bool areCallersCounted_ = false;  // of the sample in hand
   std::array<Task, TASKS> tasks_;

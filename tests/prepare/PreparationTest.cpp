@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -411,6 +412,33 @@ TEST(PreparationTest, ModesAreLookedUpInTheirOwnMaps) {
   const Prepared prepared(made::fileBytes(recording));
   EXPECT_EQ(prepared.counts().kernelSamples.mapped, 0u);
   EXPECT_EQ(prepared.counts().userSamples.mapped, 1u);
+}
+
+// More pages than are remembered at a time, so that what was touched of each comes in pieces.
+TEST(PreparationTest, WhatSamplesAndCallersTouchIsKnown) {
+  constexpr std::uint64_t START = 0x400000;
+  constexpr std::uint64_t LENGTH = 0x4000000;
+  made::Recording recording = withChains();
+  recording.map({.pid = 11, .tid = 11, .address = START, .length = LENGTH, .file = "/bin/large"});
+  std::set<std::uint64_t> granules;
+  std::uint64_t address = START;
+  const auto next = [&] {
+    address = START + (address * 1103515245 + 12345) % LENGTH;
+    granules.insert((address - START) / 64 * 64);
+    return address;
+  };
+  for (std::uint64_t i = 1; i <= 10'000; ++i) {
+    const std::uint64_t sampled = next();
+    recording.sample({.ip = sampled,
+                      .pid = 11,
+                      .tid = 11,
+                      .time = i,
+                      .chain = {CONTEXT_USER, sampled, next(), next(), 0x12}});
+  }
+  const Prepared prepared(made::fileBytes(recording));
+  const auto touched = prepared.preparation->touchedCode().granules();
+  ASSERT_EQ(touched.size(), 1u);
+  EXPECT_EQ(touched.begin()->second, std::vector<std::uint64_t>(granules.begin(), granules.end()));
 }
 
 TEST(PreparationTest, OneContentInEveryEncodingGivesTheSameBytes) {
