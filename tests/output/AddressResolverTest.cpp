@@ -86,10 +86,10 @@ TEST_F(AddressResolverTest, OneAddressInManyProcesses) {
 
 TEST_F(AddressResolverTest, ManyAddressesOfOneProcess) {
   std::vector<MMapInfo*> all;
-  for (uint64_t i = 0; i < MANY; ++i) {
+  for (uint32_t i = 0; i < MANY; ++i) {
     all.push_back(addMap(PID, 0x8000 + i, 1));
   }
-  for (uint64_t i = 0; i < MANY; ++i) {
+  for (uint32_t i = 0; i < MANY; ++i) {
     ASSERT_EQ(resolve(PID, 0x8000 + i), all[i]) << i;
   }
 }
