@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string_view>
@@ -83,7 +84,7 @@ testing::AssertionResult sameDocument(const std::string& expected, const std::st
 }
 
 std::string goldenDocument(const std::string& name) {
-  std::ifstream in(std::string(GOLDEN_FOLDER) + "/" + name + ".json", std::ios::binary);
+  std::ifstream in(std::filesystem::path(GOLDEN_FOLDER) / (name + ".json"), std::ios::binary);
   if (!in) {
     ADD_FAILURE() << "there is no golden document " << name;
   }
