@@ -206,7 +206,7 @@ inline Piece* Preparation::_findPieceIn(Task& task, const recordings::AddressSpa
   const std::uint64_t page = address >> PAGE_BITS;
   Remembered& known = remembered_[slotOf(version, page) % REMEMBERED];
   if (known.version == version && known.page == page && known.plain == task.plain &&
-      (known.piece == nullptr || known.piece->holds(address))) [[likely]] {
+      (known.piece == nullptr || known.piece->holds(address))) {
     if (known.piece != nullptr) {
       known.piece->hit(address);
       known.touched |= TouchedCode::bitOf(address, page << PAGE_BITS);

@@ -293,9 +293,11 @@ TEST_F(NamesTest, TheVdsoOf32BitsOfThisMachine) {
   recording.hostname = system.nodename;
   recording.osRelease = system.release;
   recording.map({.pid = 10, .tid = 10, .address = 0xf7f00000, .length = 0x2000, .file = "[vdso]"})
-      .sample({.ip = 0xf7f00010, .pid = 10, .tid = 10, .time = 1})
-      .map({.pid = 20, .tid = 20, .address = 0x7f0000000000, .length = 0x2000, .file = "[vdso]"})
-      .sample({.ip = 0x7f0000000010, .pid = 20, .tid = 20, .time = 2});
+      .map({.pid = 20, .tid = 20, .address = 0x7f0000000000, .length = 0x2000, .file = "[vdso]"});
+  for (std::uint64_t offset = 0; offset < 0x2000; offset += 16) {  // in every function
+    recording.sample({.ip = 0xf7f00000 + offset, .pid = 10, .tid = 10, .time = 1})
+        .sample({.ip = 0x7f0000000000 + offset, .pid = 20, .tid = 20, .time = 2});
+  }
   prepare(recording);
   std::vector<std::string> lists;
   for (const std::string& map : written("map")) {
