@@ -71,13 +71,13 @@ void Names::find(const std::function<void(std::size_t, std::size_t)>& progress) 
     listing::File file = recorded_.fileOf(*hit.file);
     file.samples = hit.samples + hit.callers;
     if (file.kind == listing::File::Kind::PerfMap) {
-      preparation_.runTimeCode().describe(file, recording_, recorded_.isThisMachine());
+      preparation_.runTimeCode().describe(file, recording_, _isRecordedHere());
     }
     wanted.push_back(std::move(file));
     owners.push_back(&hit);
   }
   listing::Options options = options_;
-  options.sameMachine = recorded_.isThisMachine();
+  options.sameMachine = _isRecordedHere();
   std::vector<listing::Result> results =
       listing::listFiles(wanted, options, converter_.listFolder(), progress);
   for (std::size_t i = 0; i < results.size(); ++i) {
@@ -145,14 +145,26 @@ void Names::_addFile(const Piece& piece) {
   hit->callers += piece.callers;
 }
 
+// Also a recording that was cut before it tells where it comes from, if its kernel lies where this
+// one does, from the first byte to the last.
+bool Names::_isRecordedHere() {
+  if (!isRecordedHere_) {
+    const recordings::KernelImage& image = preparation_.processes().kernel();
+    const bool tells = !recording_.header().facts.osRelease.empty() || !image.buildId.empty() ||
+                       !recorded_.buildIdOf(KERNEL_NAME).empty();
+    isRecordedHere_ =
+        recorded_.isThisMachine() || (!tells && !options_.otherMachine && isOwnKernel(image));
+  }
+  return *isRecordedHere_;
+}
+
 void Names::_listKernel() {
   const recordings::KernelImage& image = preparation_.processes().kernel();
   listing::Kernel kernel;
   kernel.release = recording_.header().facts.osRelease;
   kernel.buildId = image.buildId.empty() ? recorded_.buildIdOf(KERNEL_NAME) : image.buildId;
-  kernel.sameMachine = recorded_.isThisMachine();
-  if (kernel.release.empty() && kernel.buildId.empty() && isOwnKernel(image)) {
-    kernel.sameMachine = true;
+  kernel.sameMachine = _isRecordedHere();
+  if (kernel.sameMachine && kernel.release.empty() && kernel.buildId.empty()) {
     kernel.release = ownRelease();
   }
   kernel.start = image.start;

@@ -6,6 +6,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -50,6 +51,7 @@ class Names {
   bool hasKernelList() const { return kernel_.outcome == listing::Outcome::Named; }
 
  private:
+  bool _isRecordedHere();
   void _collect();
   void _addFile(const Piece& piece);
   void _shortenLists() const;
@@ -68,6 +70,7 @@ class Names {
   listing::KernelResult kernel_;
   std::string kernelListPath_;
   std::uint64_t kernelHits_ = 0;
+  std::optional<bool> isRecordedHere_;
 };
 
 }  // namespace prepare

@@ -1,6 +1,8 @@
 // What a prepared folder says of names: maps and threads as they stand behind the samples, and the
 // lists that belong to the maps.
+#include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <sys/utsname.h>
 #include <vector>
@@ -280,6 +282,36 @@ TEST_F(NamesTest, TheVdsoOf32BitsOfAnotherMachineHasNoNames) {
   EXPECT_EQ(listOf("[vdso]"), "");
   EXPECT_EQ(reasonFor("[vdso]")["reason"], "not-found");
   EXPECT_THAT(written("map"), ElementsAre("map 10/10 f7f00000+2000@0 [vdso]"));
+}
+
+// A recorder that was killed does not tell where it ran: then it is the kernel's place that does.
+TEST_F(NamesTest, TheVdsoOfTheMachineWhoseKernelLiesWhereTheRecordedOneDoes) {
+  std::uint64_t start = 0;
+  std::uint64_t end = 0;
+  std::ifstream symbols("/proc/kallsyms");
+  for (std::string line; std::getline(symbols, line);) {
+    start = line.ends_with(" T _text") ? std::stoull(line, nullptr, 16) : start;
+    end = line.ends_with(" _etext") ? std::stoull(line, nullptr, 16) : end;
+  }
+  if (start == 0 || end <= start) {
+    GTEST_SKIP() << "the kernel hides its addresses";
+  }
+  for (const std::uint64_t moved : {0u, 0x1000u}) {
+    made::Recording recording;
+    recording
+        .map({.pid = EVERY,
+              .address = start,
+              .length = end + moved - start,
+              .pageOffset = start,
+              .file = "[kernel.kallsyms]_text",
+              .mode = Mode::KERNEL})
+        .map({.pid = 20, .tid = 20, .address = 0x7f0000000000, .length = 0x2000, .file = "[vdso]"});
+    for (std::uint64_t offset = 0; offset < 0x2000; offset += 16) {
+      recording.sample({.ip = 0x7f0000000000 + offset, .pid = 20, .tid = 20, .time = 2});
+    }
+    prepare(recording);
+    EXPECT_EQ(listOf("[vdso]").find("gettimeofday") != std::string::npos, moved == 0) << moved;
+  }
 }
 
 // __kernel_vsyscall is in that of 32-bit x86 alone.
