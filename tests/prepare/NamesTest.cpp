@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <sys/utsname.h>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -13,6 +12,7 @@
 
 #include "listing/Vdso.h"
 #include "tests/prepare/PrepareCommand.h"
+#include "tests/prepare/VdsoRecording.h"
 #include "tests/recordings/WalkLog.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/recordings/RecordingFile.h"
@@ -319,18 +319,7 @@ TEST_F(NamesTest, TheVdsoOf32BitsOfThisMachine) {
   if (listing::ownVdso32().empty()) {
     GTEST_SKIP() << "the kernel does not hand it out";
   }
-  utsname system{};
-  ASSERT_EQ(uname(&system), 0);
-  made::Recording recording;
-  recording.hostname = system.nodename;
-  recording.osRelease = system.release;
-  recording.map({.pid = 10, .tid = 10, .address = 0xf7f00000, .length = 0x2000, .file = "[vdso]"})
-      .map({.pid = 20, .tid = 20, .address = 0x7f0000000000, .length = 0x2000, .file = "[vdso]"});
-  for (std::uint64_t offset = 0; offset < 0x2000; offset += 16) {  // in every function
-    recording.sample({.ip = 0xf7f00000 + offset, .pid = 10, .tid = 10, .time = 1})
-        .sample({.ip = 0x7f0000000000 + offset, .pid = 20, .tid = 20, .time = 2});
-  }
-  prepare(recording);
+  prepare(recordingOfBothVdsos());
   std::vector<std::string> lists;
   for (const std::string& map : written("map")) {
     lists.push_back(listOf(map.substr(map.rfind(' ') + 1)));
